@@ -1,0 +1,248 @@
+// LISP values of the host's AutoLISP.
+//
+// A Value is a small tagged word: nil, a 32-bit integer and a double real are
+// held inline; everything else points at a reference-counted Object. AutoLISP
+// has no operations that mutate a list cell, so values can never form a cycle
+// and plain reference counting frees everything. Values are not thread-safe:
+// one interpreter runs on one thread.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace vantry::lisp {
+
+class Interp;
+
+enum class Type : uint8_t {
+  Nil,
+  Int,
+  Real,
+  Str,
+  Sym,
+  List,       // a cons cell
+  Subr,       // a built-in function or special form
+  Usubr,      // a function made by defun or lambda
+  Exrxsubr,   // a function registered by an external module
+  Ename,      // an entity name
+  Pickset,    // a selection set
+  File,       // an open file descriptor
+  CatchError, // the error object of vl-catch-all-apply
+};
+
+struct Object {
+  explicit Object(Type t) : type(t) {}
+  virtual ~Object() = default;
+  Object(const Object &) = delete;
+  Object &operator=(const Object &) = delete;
+  uint32_t refs = 0;
+  Type type;
+};
+
+void destroyObject(Object *o);  // frees o (iteratively along list tails)
+
+class Value {
+ public:
+  Value() : type_(Type::Nil), i_(0) {}
+  Value(const Value &v) : type_(v.type_), bits_(v.bits_) {
+    if (isObject()) ++o_->refs;
+  }
+  Value(Value &&v) noexcept : type_(v.type_), bits_(v.bits_) { v.type_ = Type::Nil; }
+  explicit Value(Object *o) : type_(o->type), o_(o) { ++o->refs; }
+  ~Value() { release(); }
+  Value &operator=(const Value &v) {
+    if (v.isObject()) ++v.o_->refs;
+    release();
+    type_ = v.type_;
+    bits_ = v.bits_;
+    return *this;
+  }
+  Value &operator=(Value &&v) noexcept {
+    if (this != &v) {
+      release();
+      type_ = v.type_;
+      bits_ = v.bits_;
+      v.type_ = Type::Nil;
+    }
+    return *this;
+  }
+
+  static Value integer(int32_t i) {
+    Value v;
+    v.type_ = Type::Int;
+    v.i_ = i;
+    return v;
+  }
+  static Value real(double r) {
+    Value v;
+    v.type_ = Type::Real;
+    v.r_ = r;
+    return v;
+  }
+
+  Type type() const { return type_; }
+  bool isNil() const { return type_ == Type::Nil; }
+  bool isObject() const { return type_ > Type::Real; }
+  bool isNumber() const { return type_ == Type::Int || type_ == Type::Real; }
+  bool isList() const { return type_ == Type::List || type_ == Type::Nil; }
+  bool isCons() const { return type_ == Type::List; }
+  int32_t asInt() const { return i_; }
+  double asReal() const { return r_; }
+  double number() const { return type_ == Type::Int ? double(i_) : r_; }
+  Object *obj() const { return o_; }
+  // Gives up this value's reference without releasing it; the value becomes
+  // nil. Used to free long lists without recursion.
+  Object *detach() {
+    Object *o = isObject() ? o_ : nullptr;
+    type_ = Type::Nil;
+    return o;
+  }
+  template <class T> T *as() const { return static_cast<T *>(o_); }
+
+  // Identity as eq sees it: same object, or same immediate.
+  bool same(const Value &v) const {
+    if (type_ != v.type_) return false;
+    if (type_ == Type::Nil) return true;
+    if (type_ == Type::Int) return i_ == v.i_;
+    if (type_ == Type::Real) return r_ == v.r_;
+    return o_ == v.o_;
+  }
+
+ private:
+  void release() {
+    if (isObject() && --o_->refs == 0) destroyObject(o_);
+  }
+  Type type_;
+  union {
+    int32_t i_;
+    double r_;
+    Object *o_;
+    uint64_t bits_;
+  };
+};
+
+struct Cons : Object {
+  Cons(Value a, Value d) : Object(Type::List), car(std::move(a)), cdr(std::move(d)) {}
+  Value car, cdr;
+};
+
+struct String : Object {
+  explicit String(std::wstring s) : Object(Type::Str), text(std::move(s)) {}
+  std::wstring text;
+};
+
+// Symbols are interned per interpreter; names are held upper-case. A symbol
+// has one value slot: a function is the value of its name.
+struct Symbol : Object {
+  explicit Symbol(std::wstring n) : Object(Type::Sym), name(std::move(n)) {}
+  std::wstring name;
+  Value value;
+};
+
+// A built-in. A normal one receives its arguments evaluated; a special form
+// receives the unevaluated argument list (the form's cdr).
+using SubrFn = Value (*)(Interp &, const Value *args, int nargs);
+using SpecialFn = Value (*)(Interp &, const Value &argForms);
+
+struct Subr : Object {
+  Subr(std::wstring n, SubrFn f) : Object(Type::Subr), name(std::move(n)), fn(f) {}
+  Subr(std::wstring n, SpecialFn s) : Object(Type::Subr), name(std::move(n)), special(s) {}
+  std::wstring name;
+  SubrFn fn = nullptr;
+  SpecialFn special = nullptr;
+};
+
+struct Usubr : Object {
+  Usubr() : Object(Type::Usubr) {}
+  std::wstring name;  // empty for a lambda
+  std::vector<Symbol *> params;
+  std::vector<Symbol *> locals;
+  Value body;  // the list of body forms
+};
+
+// A function of an external module: the host's bridge knows how to call it by
+// its code. `owner` is the bridge's registry entry, opaque to the LISP.
+struct Exrxsubr : Object {
+  Exrxsubr(std::wstring n, int c, void *o) : Object(Type::Exrxsubr), name(std::move(n)), code(c), owner(o) {}
+  std::wstring name;
+  int code;
+  void *owner;
+};
+
+// Entity names and selection sets carry the host's two-word names.
+struct Handle2 : Object {
+  Handle2(Type t, int64_t a, int64_t b) : Object(t), w0(a), w1(b) {}
+  int64_t w0, w1;
+};
+
+struct File : Object {
+  File(std::wstring n, FILE *f, wchar_t m) : Object(Type::File), name(std::move(n)), fp(f), mode(m) {}
+  ~File() override {
+    if (fp) fclose(fp);
+  }
+  std::wstring name;
+  FILE *fp;
+  wchar_t mode;  // 'r', 'w' or 'a'
+};
+
+struct CatchError : Object {
+  explicit CatchError(std::wstring m) : Object(Type::CatchError), message(std::move(m)) {}
+  std::wstring message;
+};
+
+// --- Constructors and accessors ---------------------------------------------
+
+inline Value makeString(std::wstring s) { return Value(new String(std::move(s))); }
+inline Value cons(Value a, Value d) { return Value(new Cons(std::move(a), std::move(d))); }
+inline const Value &car(const Value &v) {
+  static const Value nil;
+  return v.isCons() ? v.as<Cons>()->car : nil;
+}
+inline const Value &cdr(const Value &v) {
+  static const Value nil;
+  return v.isCons() ? v.as<Cons>()->cdr : nil;
+}
+inline const std::wstring &str(const Value &v) { return v.as<String>()->text; }
+
+// Builds a proper list, appending at the tail in O(1).
+class ListBuilder {
+ public:
+  void add(Value v) {
+    Value cell = cons(std::move(v), Value());
+    Cons *c = cell.as<Cons>();
+    if (tail_)
+      tail_->cdr = std::move(cell);
+    else
+      head_ = std::move(cell);
+    tail_ = c;
+  }
+  // Ends the list with a non-nil tail (a dotted list); on an empty builder the
+  // tail itself is the result.
+  void dot(Value v) {
+    if (tail_)
+      tail_->cdr = std::move(v);
+    else
+      head_ = std::move(v);
+  }
+  Value take() {
+    tail_ = nullptr;
+    return std::move(head_);
+  }
+  bool empty() const { return head_.isNil(); }
+
+ private:
+  Value head_;
+  Cons *tail_ = nullptr;
+};
+
+// The number of cells in a proper list; -1 for a dotted list.
+int listLength(const Value &v);
+// The elements of a proper list (a dotted tail is ignored).
+std::vector<Value> listToVector(const Value &v);
+Value vectorToList(const std::vector<Value> &items);
+
+}  // namespace vantry::lisp
