@@ -1,0 +1,208 @@
+// vantry: runs AutoLISP against the module in a headless host session.
+//
+//   vantry [options] run FILE...   run scripts in one session, in order
+//   vantry [options] -e EXPR       evaluate EXPR and print its value
+//   vantry [options] repl          read-eval-print loop with line editing
+//
+// Options:
+//   --input FILE     queue the person's answers read from FILE (LISP data:
+//                    (x y [z]) a point, "text", nil an empty answer, cancel,
+//                    (pick x y) a pick)
+//   --dialog TEXT    queue one dialog answer ("OK", "Yes", "Cancel" ...)
+//   --module NAME    load this module too (e.g. a test module)
+//   --no-module      do not load the product module
+//
+// The transcript (everything the host's command line shows) goes to
+// standard output. The exit status is 0 when every script ran to its end and
+// no script set *VANTRY-EXIT-STATUS* to a non-zero integer; 1 when an error
+// ended a script; 2 for a usage error or a file that cannot be read.
+#include <pthread.h>
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "cli/repl.h"
+#include "host/session.h"
+
+namespace {
+
+using vantry::host::Session;
+namespace lisp = vantry::lisp;
+
+const wchar_t kProductModule[] = L"Vantry2025x64.arx";
+
+struct Options {
+  std::string command;
+  std::vector<std::string> files;
+  std::string expr;
+  std::vector<std::string> inputFiles;
+  std::vector<std::string> dialogAnswers;
+  std::vector<std::string> modules;
+  bool productModule = true;
+};
+
+int usage() {
+  std::fprintf(stderr,
+               "usage: vantry [--input FILE] [--dialog TEXT] [--module NAME] [--no-module] run FILE...\n"
+               "       vantry [options] -e EXPR\n"
+               "       vantry [options] repl\n");
+  return 2;
+}
+
+bool readFile(const std::string &path, std::string *out) {
+  std::ifstream f(path, std::ios::binary);
+  if (!f) return false;
+  std::ostringstream buf;
+  buf << f.rdbuf();
+  *out = buf.str();
+  return true;
+}
+
+// Queues the answers of an input file through the host's own queueing function.
+bool queueInput(lisp::Interp &in, const std::string &path) {
+  std::string text;
+  if (!readFile(path, &text)) {
+    std::fprintf(stderr, "vantry: cannot read input file %s\n", path.c_str());
+    return false;
+  }
+  try {
+    std::vector<lisp::Value> forms = in.readAll(lisp::fromUtf8(text), {lisp::fromUtf8(path), 1});
+    lisp::Value list = lisp::vectorToList(forms);
+    in.apply(lisp::Value(in.intern(L"HOST:QUEUE-INPUT")), &list, 1);
+  } catch (const lisp::LispError &e) {
+    std::fprintf(stderr, "vantry: %s\n", lisp::toUtf8(e.message).c_str());
+    return false;
+  } catch (const lisp::ErrorHandled &) {
+    return false;
+  }
+  return true;
+}
+
+int runScripts(lisp::Interp &in, const std::vector<std::string> &files) {
+  for (const std::string &file : files) {
+    std::string text;
+    if (!readFile(file, &text)) {
+      std::fprintf(stderr, "vantry: cannot read script %s\n", file.c_str());
+      return 2;
+    }
+    try {
+      in.evalText(lisp::fromUtf8(text), {lisp::fromUtf8(file), 1});
+    } catch (const lisp::ErrorHandled &) {
+      return 1;
+    }
+  }
+  lisp::Value status = in.symbolValue(L"*VANTRY-EXIT-STATUS*");
+  if (status.type() == lisp::Type::Int && status.asInt() != 0) return 1;
+  return 0;
+}
+
+int evalExpression(lisp::Interp &in, const std::string &expr) {
+  try {
+    lisp::Value v = in.evalText(lisp::fromUtf8(expr), {L"-e", 1});
+    Session::get().print(in.toString(v, true) + L"\n");
+  } catch (const lisp::ErrorHandled &) {
+    return 1;
+  }
+  return 0;
+}
+
+int session(const Options &opt) {
+  Session &s = Session::get();
+  s.echo = [](std::wstring_view text) {
+    std::string out = lisp::toUtf8(text);
+    std::fwrite(out.data(), 1, out.size(), stdout);
+    std::fflush(stdout);
+  };
+  s.newDocument(L"");
+  if (opt.productModule) s.loadModule(kProductModule, false);
+  for (const std::string &m : opt.modules) {
+    if (!s.loadModule(lisp::fromUtf8(m), false)) {
+      std::fprintf(stderr, "vantry: cannot load module %s\n", m.c_str());
+      return 2;
+    }
+  }
+  lisp::Interp &in = s.current()->lisp();
+  for (const std::string &f : opt.inputFiles)
+    if (!queueInput(in, f)) return 2;
+  for (const std::string &a : opt.dialogAnswers) s.dialogAnswers.push_back(lisp::fromUtf8(a));
+
+  int status = 0;
+  if (opt.command == "run")
+    status = runScripts(in, opt.files);
+  else if (opt.command == "-e")
+    status = evalExpression(in, opt.expr);
+  else
+    status = vantry::cli::repl(in);
+
+  // Quitting the host: every document goes, then every module.
+  while (!s.documents().empty()) s.close(s.documents().back().get());
+  while (!s.modules.empty()) s.unloadModule(s.modules.back().name);
+  if (!s.atLineStart()) s.print(L"\n");
+  return status;
+}
+
+struct ThreadArgs {
+  const Options *opt;
+  int status;
+};
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  Options opt;
+  for (int i = 1; i < argc; ++i) {
+    std::string a = argv[i];
+    auto value = [&](std::vector<std::string> &into) {
+      if (i + 1 >= argc) return false;
+      into.push_back(argv[++i]);
+      return true;
+    };
+    if (a == "--input") {
+      if (!value(opt.inputFiles)) return usage();
+    } else if (a == "--dialog") {
+      if (!value(opt.dialogAnswers)) return usage();
+    } else if (a == "--module") {
+      if (!value(opt.modules)) return usage();
+    } else if (a == "--no-module") {
+      opt.productModule = false;
+    } else if (a == "run") {
+      opt.command = "run";
+      opt.files.assign(argv + i + 1, argv + argc);
+      break;
+    } else if (a == "-e") {
+      if (i + 1 >= argc) return usage();
+      opt.command = "-e";
+      opt.expr = argv[++i];
+    } else if (a == "repl") {
+      opt.command = "repl";
+    } else {
+      return usage();
+    }
+  }
+  if (opt.command.empty() || (opt.command == "run" && opt.files.empty())) return usage();
+
+  // Deep LISP recursion needs a deep stack; the interpreter still stops a
+  // runaway recursion with a LISP error well before the end of it.
+  pthread_attr_t attr;
+  pthread_attr_init(&attr);
+  pthread_attr_setstacksize(&attr, size_t(256) << 20);
+  ThreadArgs args{&opt, 0};
+  pthread_t thread;
+  auto body = [](void *p) -> void * {
+    auto *a = static_cast<ThreadArgs *>(p);
+    a->status = session(*a->opt);
+    return nullptr;
+  };
+  if (pthread_create(&thread, &attr, body, &args) != 0) {
+    args.status = session(opt);
+  } else {
+    pthread_join(thread, nullptr);
+  }
+  pthread_attr_destroy(&attr);
+  return args.status;
+}

@@ -1,0 +1,124 @@
+// The vantry runner as a person uses it: its output and its exit status.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct RunResult {
+  int status;
+  std::string out;
+};
+
+// Runs the runner with arguments (shell-quoted by the caller) and stdin
+// closed; stderr joins stdout.
+RunResult vantry(const std::string &args) {
+  std::string cmd = std::string(VANTRY_BIN_DIR) + "/vantry " + args + " </dev/null 2>&1";
+  RunResult r{-1, ""};
+  FILE *p = popen(cmd.c_str(), "r");
+  if (!p) return r;
+  std::array<char, 4096> buf;
+  size_t n;
+  while ((n = fread(buf.data(), 1, buf.size(), p)) > 0) r.out.append(buf.data(), n);
+  int st = pclose(p);
+  r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+  return r;
+}
+
+class Cli : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir = fs::temp_directory_path() / ("vantry_cli_" + std::to_string(::getpid()) + "_" +
+                                       ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    fs::create_directories(dir);
+  }
+  void TearDown() override { fs::remove_all(dir); }
+  std::string write(const std::string &name, const std::string &text) {
+    fs::path p = dir / name;
+    std::ofstream(p) << text;
+    return p.string();
+  }
+  fs::path dir;
+};
+
+TEST_F(Cli, EvaluatesAnExpression) {
+  RunResult r = vantry("--no-module -e '(list 1 2.5 \"a\")'");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, "(1 2.5 \"a\")\n");
+}
+
+TEST_F(Cli, RunsScriptsInOneSession) {
+  std::string a = write("a.lsp", "(setq shared 41)\n");
+  std::string b = write("b.lsp", "(princ (1+ shared))\n");
+  RunResult r = vantry("--no-module run " + a + " " + b);
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, "42\n");
+}
+
+TEST_F(Cli, AnErrorEndsTheScriptWithStatusOne) {
+  std::string s = write("e.lsp", "(princ \"before\")\n(car 5)\n(princ \"after\")\n");
+  RunResult r = vantry("--no-module run " + s);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.out.find("before"), std::string::npos);
+  EXPECT_NE(r.out.find("; error: bad argument type: consp 5"), std::string::npos);
+  EXPECT_EQ(r.out.find("after"), std::string::npos);
+}
+
+TEST_F(Cli, ReaderErrorsNameTheFileAndLine) {
+  std::string s = write("bad.lsp", "(setq a 1)\n\n(setq b \"unterminated)\n");
+  RunResult r = vantry("--no-module run " + s);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.out.find("malformed string on input (" + s + ", line 3)"), std::string::npos) << r.out;
+
+  s = write("paren.lsp", "(defun f ()\n  (+ 1 2)\n");
+  r = vantry("--no-module run " + s);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.out.find("malformed list on input (" + s + ", line 1)"), std::string::npos) << r.out;
+}
+
+TEST_F(Cli, MissingFilesAndBadUsageAreClearErrors) {
+  RunResult r = vantry("--no-module run " + (dir / "nope.lsp").string());
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.out.find("cannot read script"), std::string::npos);
+  r = vantry("--bogus");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.out.find("usage:"), std::string::npos);
+  r = vantry("--no-module --module no_such_module.arx -e 1");
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.out.find("cannot load module no_such_module.arx"), std::string::npos);
+}
+
+TEST_F(Cli, RunawayRecursionEndsInALispError) {
+  std::string s = write("deep.lsp", "(defun down (n) (down (1+ n)))\n(down 0)\n");
+  RunResult r = vantry("--no-module run " + s);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.out.find("; error: internal stack limit reached (simulated)"), std::string::npos) << r.out;
+}
+
+TEST_F(Cli, InputFileAnswersThePerson) {
+  std::string in = write("answers.lsp", "(1 2) \"Hello\" nil cancel\n");
+  std::string s = write("ask.lsp",
+                        "(print (getpoint \"\\nPoint: \"))\n"
+                        "(print (getstring \"\\nName: \"))\n"
+                        "(print (getstring \"\\nEmpty: \"))\n"
+                        "(print (vl-catch-all-error-message (vl-catch-all-apply 'getint '(\"\\nInt: \"))))\n"
+                        "(print (vl-catch-all-error-message (vl-catch-all-apply 'getint '(\"\\nMore: \"))))\n");
+  RunResult r = vantry("--no-module --input " + in + " run " + s);
+  EXPECT_EQ(r.status, 0) << r.out;
+  EXPECT_NE(r.out.find("(1.0 2.0 0.0)"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("\"Hello\""), std::string::npos);
+  EXPECT_NE(r.out.find("\"\""), std::string::npos);
+  EXPECT_NE(r.out.find("\"Function cancelled\""), std::string::npos);
+  // Nothing more queued: the host answers as a cancel and says so instead of waiting.
+  size_t last = r.out.rfind("\"Function cancelled\"");
+  EXPECT_NE(last, r.out.find("\"Function cancelled\""));
+}
+
+}  // namespace
