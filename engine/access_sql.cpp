@@ -1,0 +1,315 @@
+// The Access dialect of SQL, rewritten for SQLite token by token.
+//
+//   [name]                 -> "name"
+//   SELECT [DISTINCT] TOP n -> SELECT [DISTINCT] ... LIMIT n (at the end of that SELECT)
+//   DISTINCTROW            -> DISTINCT
+//   LIKE 'a*b?'            -> LIKE 'a%b_' ESCAPE '\' (literal % and _ escaped)
+//   LIKE '[a-c]#*'         -> REGEXP '^[a-c][0-9].*$' (character lists and digits)
+//   #1/31/2024#            -> '2024-01-31 00:00:00'
+//   a & b                  -> a || b
+//   a Mod b                -> a % b
+//   DELETE * FROM t        -> DELETE FROM t (also DELETE t.* FROM t)
+//   Left( Right( Format(   -> vt_left( vt_right( vt_format( (SQLite reserves or owns those
+//                             names; Format( keeps SQLite's meaning when its first argument
+//                             is a string literal, as in SQLite's format('%d', x))
+// True and False, IIf, Trim and two-argument InStr are SQLite's own; Nz, UCase,
+// LCase, Len, Mid, Val, Now and three-argument InStr are registered on the
+// connection (access_functions.cpp). Text that uses none of this comes back
+// unchanged, byte for byte. Differences that stay: "&" does not turn a null
+// into an empty text as Access does, and text comparisons are case-sensitive
+// unless the field is declared COLLATE NOCASE.
+#include <cctype>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "engine/sqlite_internal.h"
+
+namespace vantry::engine::sqlite {
+
+namespace {
+
+enum class Tok { kSpace, kWord, kBracket, kSQuote, kDQuote, kNumber, kHashDate, kPunct, kOther };
+
+struct Token {
+  Tok kind;
+  std::string text;  // as written
+};
+
+bool isWordStart(char c) {
+  return std::isalpha(static_cast<unsigned char>(c)) || c == '_' || (c & 0x80);
+}
+bool isWordChar(char c) {
+  return isWordStart(c) || std::isdigit(static_cast<unsigned char>(c)) || c == '$';
+}
+
+std::vector<Token> tokenize(const std::string &s) {
+  std::vector<Token> out;
+  size_t i = 0, n = s.size();
+  while (i < n) {
+    size_t b = i;
+    char c = s[i];
+    Tok kind = Tok::kOther;
+    if (std::isspace(static_cast<unsigned char>(c))) {
+      while (i < n && std::isspace(static_cast<unsigned char>(s[i]))) ++i;
+      kind = Tok::kSpace;
+    } else if (c == '-' && i + 1 < n && s[i + 1] == '-') {
+      while (i < n && s[i] != '\n') ++i;
+      kind = Tok::kSpace;
+    } else if (c == '/' && i + 1 < n && s[i + 1] == '*') {
+      size_t e = s.find("*/", i + 2);
+      i = e == std::string::npos ? n : e + 2;
+      kind = Tok::kSpace;
+    } else if (isWordStart(c)) {
+      while (i < n && isWordChar(s[i])) ++i;
+      kind = Tok::kWord;
+    } else if (std::isdigit(static_cast<unsigned char>(c)) ||
+               (c == '.' && i + 1 < n && std::isdigit(static_cast<unsigned char>(s[i + 1])))) {
+      while (i < n && (std::isalnum(static_cast<unsigned char>(s[i])) || s[i] == '.')) ++i;
+      kind = Tok::kNumber;
+    } else if (c == '\'' || c == '"' || c == '`') {
+      ++i;
+      while (i < n) {
+        if (s[i] == c && i + 1 < n && s[i + 1] == c) {
+          i += 2;
+        } else if (s[i++] == c) {
+          break;
+        }
+      }
+      kind = c == '\'' ? Tok::kSQuote : (c == '"' ? Tok::kDQuote : Tok::kOther);
+    } else if (c == '[') {
+      size_t e = s.find(']', i);
+      i = e == std::string::npos ? n : e + 1;
+      kind = Tok::kBracket;
+    } else if (c == '#') {
+      size_t e = s.find('#', i + 1);
+      std::string iso;
+      if (e != std::string::npos && normalizeDate(s.substr(i + 1, e - i - 1), &iso)) {
+        out.push_back({Tok::kHashDate, "'" + iso + "'"});
+        i = e + 1;
+        continue;
+      }
+      ++i;
+    } else {
+      static const char *kTwo[] = {"<>", "<=", ">=", "||", "!=", "==", "<<", ">>"};
+      i += 1;
+      for (const char *t : kTwo)
+        if (s.compare(b, 2, t) == 0) i = b + 2;
+      kind = Tok::kPunct;
+    }
+    out.push_back({kind, s.substr(b, i - b)});
+  }
+  return out;
+}
+
+bool is(const Token &t, const char *word) {
+  if (t.kind != Tok::kWord || t.text.size() != std::strlen(word)) return false;
+  for (size_t i = 0; i < t.text.size(); ++i)
+    if (std::toupper(static_cast<unsigned char>(t.text[i])) != word[i]) return false;
+  return true;
+}
+
+// The content of a quoted literal, quotes undone.
+std::string unquote(const std::string &lit) {
+  char q = lit[0];
+  std::string out;
+  for (size_t i = 1; i + 1 < lit.size(); ++i) {
+    out += lit[i];
+    if (lit[i] == q && lit[i + 1] == q) ++i;
+  }
+  return out;
+}
+
+std::string sqlString(const std::string &text) {
+  std::string out = "'";
+  for (char c : text) out += c == '\'' ? std::string("''") : std::string(1, c);
+  return out + "'";
+}
+
+// An Access pattern as an SQL LIKE pattern (escape '\'), or "" when it needs
+// a regular expression (# or a character list).
+std::string likePattern(const std::string &p) {
+  std::string out;
+  for (char c : p) {
+    if (c == '#' || c == '[') return std::string();
+    if (c == '*')
+      out += '%';
+    else if (c == '?')
+      out += '_';
+    else if (c == '%' || c == '_' || c == '\\')
+      out += std::string("\\") + c;
+    else
+      out += c;
+  }
+  return out;
+}
+
+// Index of the next token that is not space, from i; tokens.size() if none.
+size_t nextSolid(const std::vector<Token> &t, size_t i) {
+  while (i < t.size() && t[i].kind == Tok::kSpace) ++i;
+  return i;
+}
+
+}  // namespace
+
+std::string accessPatternToRegex(const std::string &pattern) {
+  std::string out = "^";
+  for (size_t i = 0; i < pattern.size(); ++i) {
+    char c = pattern[i];
+    if (c == '*') {
+      out += ".*";
+    } else if (c == '?') {
+      out += '.';
+    } else if (c == '#') {
+      out += "[0-9]";
+    } else if (c == '[') {
+      size_t e = pattern.find(']', i + 1);
+      if (e == std::string::npos) {
+        out += "\\[";
+        continue;
+      }
+      std::string set = pattern.substr(i + 1, e - i - 1);
+      out += '[';
+      size_t k = 0;
+      if (!set.empty() && set[0] == '!') out += '^', k = 1;
+      for (; k < set.size(); ++k) {
+        if (set[k] == '\\' || set[k] == ']' || set[k] == '[' || set[k] == '^') out += '\\';
+        out += set[k];
+      }
+      out += ']';
+      i = e;
+    } else {
+      if (std::string("\\^$.|+(){}").find(c) != std::string::npos) out += '\\';
+      out += c;
+    }
+  }
+  return out + "$";
+}
+
+std::string rewriteAccessSql(const std::string &sql, const std::vector<std::string> &params) {
+  std::vector<Token> t = tokenize(sql);
+  auto paramIndex = [&](const Token &k) {
+    if (k.kind != Tok::kWord && k.kind != Tok::kBracket) return -1;
+    std::string name = asciiLower(k.kind == Tok::kWord ? k.text : k.text.substr(1, k.text.size() - 2));
+    for (size_t p = 0; p < params.size(); ++p)
+      if (asciiLower(params[p]) == name) return static_cast<int>(p);
+    return -1;
+  };
+  bool changed = false;
+  struct Pending {
+    int depth;
+    std::string limit;
+  };
+  std::vector<Pending> limits;  // TOP n waiting for the end of its SELECT
+  int depth = 0;
+  std::string out;
+  auto closeLimits = [&](int atDepth) {
+    while (!limits.empty() && limits.back().depth >= atDepth) {
+      out += " LIMIT " + limits.back().limit;
+      limits.pop_back();
+    }
+  };
+  for (size_t i = 0; i < t.size(); ++i) {
+    Token &k = t[i];
+    if (k.kind == Tok::kPunct && k.text == "(") ++depth;
+    if (k.kind == Tok::kPunct && (k.text == ")" || k.text == ";")) {
+      closeLimits(k.text == ")" ? depth : 0);
+      if (k.text == ")") --depth;
+    }
+    if (int p = paramIndex(k); p >= 0) {
+      out += "?" + std::to_string(p + 1);
+      changed = true;
+    } else if (k.kind == Tok::kBracket) {
+      out += quoteIdent(k.text.substr(1, k.text.size() - (k.text.back() == ']' ? 2 : 1)));
+      changed = true;
+    } else if (k.kind == Tok::kHashDate) {
+      out += k.text;
+      changed = true;
+    } else if (k.kind == Tok::kPunct && k.text == "&") {
+      out += "||";
+      changed = true;
+    } else if (is(k, "DISTINCTROW")) {
+      out += "DISTINCT";
+      changed = true;
+    } else if (is(k, "MOD") && !(nextSolid(t, i + 1) < t.size() && t[nextSolid(t, i + 1)].text == "(")) {
+      out += "%";
+      changed = true;
+    } else if (is(k, "TOP") && nextSolid(t, i + 1) < t.size() &&
+               t[nextSolid(t, i + 1)].kind == Tok::kNumber) {
+      size_t num = nextSolid(t, i + 1);
+      limits.push_back({depth, t[num].text});
+      i = num;
+      changed = true;
+    } else if ((is(k, "LEFT") || is(k, "RIGHT") || is(k, "FORMAT")) && nextSolid(t, i + 1) < t.size() &&
+               t[nextSolid(t, i + 1)].text == "(") {
+      size_t arg = nextSolid(t, nextSolid(t, i + 1) + 1);
+      bool sqliteFormat = is(k, "FORMAT") && arg < t.size() && t[arg].kind == Tok::kSQuote;
+      out += sqliteFormat ? k.text : "vt_" + asciiLower(k.text);
+      changed |= !sqliteFormat;
+    } else if (is(k, "LIKE") && nextSolid(t, i + 1) < t.size() &&
+               (t[nextSolid(t, i + 1)].kind == Tok::kSQuote || t[nextSolid(t, i + 1)].kind == Tok::kDQuote)) {
+      size_t lit = nextSolid(t, i + 1);
+      std::string pattern = unquote(t[lit].text);
+      if (pattern.find_first_of("*?#[") == std::string::npos) {
+        out += k.text;
+        continue;
+      }
+      std::string like = likePattern(pattern);
+      out += like.empty() ? "REGEXP " + sqlString(accessPatternToRegex(pattern))
+                          : "LIKE " + sqlString(like) + " ESCAPE '\\'";
+      i = lit;
+      changed = true;
+    } else if (is(k, "DELETE")) {
+      out += k.text;
+      size_t from = nextSolid(t, i + 1);
+      while (from < t.size() && !is(t[from], "FROM") && from - i < 8) ++from;
+      if (from < t.size() && is(t[from], "FROM") && nextSolid(t, i + 1) != from) {
+        out += " ";
+        i = from - 1;
+        changed = true;
+      }
+    } else {
+      out += k.text;
+    }
+  }
+  closeLimits(0);
+  return changed ? out : sql;
+}
+
+bool splitParameters(const std::string &sql, std::vector<std::string> *names, std::vector<std::string> *types,
+                     std::string *body) {
+  std::vector<Token> t = tokenize(sql);
+  size_t i = nextSolid(t, 0);
+  if (i >= t.size() || !is(t[i], "PARAMETERS")) {
+    *body = sql;
+    return true;
+  }
+  std::string name, type;
+  bool haveName = false;
+  for (i = i + 1; i < t.size(); ++i) {
+    const Token &k = t[i];
+    bool end = k.kind == Tok::kPunct && k.text == ";";
+    if (end || (k.kind == Tok::kPunct && k.text == ",")) {
+      if (!haveName) return false;
+      names->push_back(name);
+      while (!type.empty() && type.back() == ' ') type.pop_back();
+      types->push_back(type);
+      name.clear(), type.clear(), haveName = false;
+      if (end) break;
+    } else if (k.kind == Tok::kSpace) {
+      if (!type.empty()) type += ' ';
+    } else if (!haveName) {
+      if (k.kind != Tok::kWord && k.kind != Tok::kBracket) return false;
+      name = k.kind == Tok::kWord ? k.text : k.text.substr(1, k.text.size() - 2);
+      haveName = true;
+    } else {
+      type += k.text;
+    }
+  }
+  if (i >= t.size()) return false;  // no ";" ends the clause
+  body->clear();
+  for (++i; i < t.size(); ++i) body->append(t[i].text);
+  return true;
+}
+
+}  // namespace vantry::engine::sqlite

@@ -1,0 +1,142 @@
+// Engine values, date text and the engine factory.
+#include "engine/engine.h"
+
+#include <atomic>
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+
+#include "engine/sqlite_internal.h"
+
+namespace vantry::engine {
+
+bool Value::isListMarker() const {
+  return type_ == ValueType::kText &&
+         (text_ == kMarkerListBegin || text_ == kMarkerListEnd || text_ == kMarkerDot);
+}
+
+bool Value::operator==(const Value &o) const {
+  if (type_ != o.type_) return false;
+  switch (type_) {
+    case ValueType::kEmpty:
+    case ValueType::kNull:
+      return true;
+    case ValueType::kInteger:
+    case ValueType::kBoolean:
+      return num_.i == o.num_.i;
+    case ValueType::kReal:
+      return num_.d == o.num_.d;
+    case ValueType::kText:
+    case ValueType::kDate:
+      return text_ == o.text_;
+  }
+  return false;
+}
+
+std::string Value::debugString() const {
+  char buf[64];
+  switch (type_) {
+    case ValueType::kEmpty:
+      return "<empty>";
+    case ValueType::kNull:
+      return "<null>";
+    case ValueType::kInteger:
+      return std::to_string(asInteger());
+    case ValueType::kReal:
+      std::snprintf(buf, sizeof buf, "%.17g", num_.d);
+      return std::string(buf) + "r";
+    case ValueType::kText:
+      return "\"" + text_ + "\"";
+    case ValueType::kBoolean:
+      return asBoolean() ? "<true>" : "<false>";
+    case ValueType::kDate:
+      return "#" + text_ + "#";
+  }
+  return "?";
+}
+
+namespace {
+
+// Reads an unsigned decimal of 1..maxDigits digits at *p.
+bool readNumber(const char *&p, int maxDigits, int *out) {
+  int n = 0, digits = 0;
+  while (std::isdigit(static_cast<unsigned char>(*p)) && digits < maxDigits) {
+    n = n * 10 + (*p++ - '0');
+    ++digits;
+  }
+  *out = n;
+  return digits > 0;
+}
+
+bool validDate(int y, int m, int d) {
+  static const int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  if (y < 100 || y > 9999 || m < 1 || m > 12 || d < 1) return false;
+  bool leap = (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
+  return d <= kDays[m - 1] + (m == 2 && leap ? 1 : 0);
+}
+
+// "H:MM[:SS][ AM|PM]" at p, to the end of the text.
+bool readTime(const char *p, int *h, int *mi, int *s) {
+  *s = 0;
+  if (!readNumber(p, 2, h) || *p++ != ':' || !readNumber(p, 2, mi)) return false;
+  if (*p == ':' && !readNumber(++p, 2, s)) return false;
+  while (*p == ' ') ++p;
+  if (*p) {
+    bool pm = (std::toupper(p[0]) == 'P');
+    if ((std::toupper(p[0]) != 'A' && !pm) || std::toupper(p[1]) != 'M' || p[2]) return false;
+    if (*h < 1 || *h > 12) return false;
+    *h = (*h % 12) + (pm ? 12 : 0);
+  }
+  return *h < 24 && *mi < 60 && *s < 60;
+}
+
+}  // namespace
+
+bool normalizeDate(const std::string &in, std::string *out) {
+  const char *p = in.c_str();
+  while (*p == ' ') ++p;
+  int y = 0, m = 0, d = 0, h = 0, mi = 0, s = 0;
+  const char *start = p;
+  if (!readNumber(p, 4, &y)) return false;
+  if (*p == '-' && p - start == 4) {  // ISO
+    if (!readNumber(++p, 2, &m) || *p++ != '-' || !readNumber(p, 2, &d)) return false;
+  } else if (*p == '/') {  // US month/day/year
+    m = y;
+    if (!readNumber(++p, 2, &d) || *p++ != '/' || !readNumber(p, 4, &y)) return false;
+  } else {
+    return false;
+  }
+  if (!validDate(y, m, d)) return false;
+  if (*p == ' ' || *p == 'T') {
+    while (*p == ' ' || *p == 'T') ++p;
+    if (*p && !readTime(p, &h, &mi, &s)) return false;
+  } else if (*p) {
+    return false;
+  }
+  char buf[32];
+  std::snprintf(buf, sizeof buf, "%04d-%02d-%02d %02d:%02d:%02d", y, m, d, h, mi, s);
+  *out = buf;
+  return true;
+}
+
+namespace {
+std::atomic<bool> g_factoryFails{false};
+}  // namespace
+
+void setEngineFactoryFailure(bool fail) {
+  g_factoryFails.store(fail);
+}
+bool engineFactoryFailure() {
+  return g_factoryFails.load();
+}
+
+EngineConnection createEngine(int32_t *hresult) {
+  if (g_factoryFails.load()) {
+    if (hresult) *hresult = hr::kClassNotRegistered;
+    return nullptr;
+  }
+  if (hresult) *hresult = hr::kOk;
+  return std::make_shared<sqlite::SqliteEngine>();
+}
+
+}  // namespace vantry::engine

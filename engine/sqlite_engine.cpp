@@ -1,0 +1,397 @@
+// The SQLite engine's connection: opening, liveness, errors and table schemas.
+//
+// A database opened for writing is switched to WAL journalling with
+// synchronous=NORMAL: a write that returned is in the WAL file and survives
+// the process being killed; appends stay fast.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <mutex>
+#include <set>
+#include <tuple>
+
+#include "engine/sqlite_internal.h"
+
+namespace vantry::engine::sqlite {
+
+namespace {
+
+// Files found damaged by a read, by identity and state: the next Open of the
+// same unchanged file answers "*REPAIR*" even when its first pages are sound.
+using FileStamp = std::tuple<dev_t, ino_t, off_t, int64_t>;
+std::mutex g_damagedMutex;
+std::set<FileStamp> g_damaged;
+
+bool stampOf(const std::string &path, FileStamp *out) {
+  struct stat st {};
+  if (::stat(path.c_str(), &st) != 0) return false;
+  *out = {st.st_dev, st.st_ino, st.st_size, int64_t(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec};
+  return true;
+}
+
+std::string parentDir(const std::string &path) {
+  size_t slash = path.find_last_of('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+std::string firstWord(const std::string &sql) {
+  size_t b = sql.find_first_not_of(" \t\r\n(");
+  if (b == std::string::npos) return {};
+  size_t e = b;
+  while (e < sql.size() && std::isalpha(static_cast<unsigned char>(sql[e]))) ++e;
+  std::string w = sql.substr(b, e - b);
+  for (char &c : w) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  return w;
+}
+
+std::string afterColon(const std::string &msg) {
+  size_t c = msg.find(": ");
+  return c == std::string::npos ? msg : msg.substr(c + 2);
+}
+
+// Files at most this large get a full page check on every Open; it costs a
+// few milliseconds there. Larger files get the header and schema check, plus
+// the memory of damage found later.
+constexpr off_t kFullCheckBytes = 2 << 20;
+
+}  // namespace
+
+SqliteEngine::~SqliteEngine() {
+  Close();
+}
+
+bool SqliteEngine::fail(long number, std::string description) {
+  error_.number = number;
+  error_.description = std::move(description);
+  return false;
+}
+
+bool SqliteEngine::failSqlite(int rc, const std::string &sql) {
+  std::string msg = db_ ? sqlite3_errmsg(db_) : sqlite3_errstr(rc);
+  switch (rc & 0xff) {
+    case SQLITE_NOMEM:
+      throw EngineError(hr::kOutOfMemory, msg);
+    case SQLITE_MISUSE:
+      throw EngineError(hr::kUnexpected, msg);
+    case SQLITE_CONSTRAINT:
+      switch (rc) {
+        case SQLITE_CONSTRAINT_NOTNULL:
+          return fail(errc::kRequired, "The field '" + afterColon(msg) +
+                                           "' cannot contain a Null value because it is required.");
+        case SQLITE_CONSTRAINT_CHECK:
+          return fail(errc::kValidationRule,
+                      "One or more values are prohibited by the validation rule (" + msg + ").");
+        case SQLITE_CONSTRAINT_FOREIGNKEY:
+          return fail(errc::kRelatedRecord,
+                      "You cannot add or change a record because a related record "
+                      "is required.");
+        default:
+          return fail(errc::kDuplicateKey,
+                      "The changes you requested to the table were not successful because they would "
+                      "create duplicate values in the index, primary key, or relationship (" +
+                          afterColon(msg) + ").");
+      }
+    case SQLITE_READONLY:
+      return fail(errc::kReadOnly, "Cannot update. Database or object is read-only.");
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+      return fail(errc::kLocked, "Could not update; currently locked.");
+    case SQLITE_IOERR:
+    case SQLITE_FULL:
+      dead_ = true;
+      return fail(errc::kDiskOrNetwork, "Disk or network error.");
+    case SQLITE_CORRUPT: {
+      dead_ = true;
+      FileStamp stamp;
+      if (!path_.empty() && stampOf(path_, &stamp)) {
+        std::lock_guard<std::mutex> lock(g_damagedMutex);
+        g_damaged.insert(stamp);
+      }
+      return fail(errc::kCorrupt, "The database '" + name_ + "' is damaged and needs to be repaired.");
+    }
+    case SQLITE_NOTADB:
+      dead_ = true;
+      return fail(errc::kUnrecognizedFormat, "Unrecognized database format '" + name_ + "'.");
+    case SQLITE_CANTOPEN:
+      return fail(errc::kCannotOpen, "The database engine cannot open or write to the file '" + name_ + "'.");
+    default:
+      break;
+  }
+  if (msg.rfind("no such table", 0) == 0 || msg.rfind("no such view", 0) == 0)
+    return fail(errc::kNoSuchTable, "The database engine cannot find the input table or query '" +
+                                        afterColon(msg) +
+                                        "'. Make sure it exists and that its name is "
+                                        "spelled correctly.");
+  if (msg.rfind("no such column", 0) == 0)
+    return fail(errc::kTooFewParameters,
+                "Too few parameters. Expected 1. (unknown name '" + afterColon(msg) + "')");
+  if (msg.rfind("no such function", 0) == 0 || msg.find("wrong number of arguments to function") == 0)
+    return fail(errc::kUndefinedFunction, "Undefined function '" + afterColon(msg) + "' in expression.");
+  if (msg.find("already exists") != std::string::npos)
+    return fail(errc::kObjectExists, "Object already exists (" + msg + ").");
+  if (msg.find("syntax error") != std::string::npos || msg.find("incomplete input") != std::string::npos ||
+      msg.find("unrecognized token") != std::string::npos) {
+    std::string w = firstWord(sql);
+    if (w == "SELECT" || w == "WITH" || w == "DELETE" || w == "TRANSFORM")
+      return fail(errc::kSyntaxExpression, "Syntax error in query expression (" + msg + ").");
+    if (w == "INSERT")
+      return fail(errc::kSyntaxInsert, "Syntax error in INSERT INTO statement (" + msg + ").");
+    if (w == "UPDATE") return fail(errc::kSyntaxUpdate, "Syntax error in UPDATE statement (" + msg + ").");
+    if (w == "CREATE") return fail(errc::kSyntaxCreate, "Syntax error in CREATE statement (" + msg + ").");
+    if (w == "DROP") return fail(errc::kSyntaxDrop, "Syntax error in DROP statement (" + msg + ").");
+    if (w == "ALTER") return fail(errc::kSyntaxAlter, "Syntax error in ALTER TABLE statement (" + msg + ").");
+    return fail(errc::kInvalidStatement,
+                "Invalid SQL statement; expected 'DELETE', 'INSERT', 'PROCEDURE', "
+                "'SELECT', or 'UPDATE' (" +
+                    msg + ").");
+  }
+  return fail(errc::kGeneric, msg);
+}
+
+bool SqliteEngine::needDatabase() {
+  if (db_) return true;
+  return fail(errc::kNoDatabase, "Object invalid or no longer set: no database is open.");
+}
+
+bool SqliteEngine::needWritable() {
+  if (!needDatabase()) return false;
+  if (readOnly_) return fail(errc::kReadOnly, "Cannot update. Database or object is read-only.");
+  return true;
+}
+
+bool SqliteEngine::needCursor() {
+  if (!needDatabase()) return false;
+  if (!current_) return fail(errc::kNoCurrentRecord, "No current record: no table is open.");
+  return true;
+}
+
+Stmt SqliteEngine::prepare(const std::string &sql) {
+  sqlite3_stmt *st = nullptr;
+  int rc = sqlite3_prepare_v2(db_, sql.c_str(), static_cast<int>(sql.size()), &st, nullptr);
+  if (rc != SQLITE_OK) {
+    sqlite3_finalize(st);
+    failSqlite(rc, sql);
+    return Stmt();
+  }
+  return Stmt(st);
+}
+
+bool SqliteEngine::exec(const std::string &sql) {
+  int rc = sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, nullptr);
+  return rc == SQLITE_OK || failSqlite(rc, sql);
+}
+
+uint32_t SqliteEngine::dataVersion() {
+  unsigned int v = 0;
+  if (db_) sqlite3_file_control(db_, "main", SQLITE_FCNTL_DATA_VERSION, &v);
+  return v;
+}
+
+std::array<int64_t, 4> SqliteEngine::fileStamp() {
+  std::array<int64_t, 4> out{};
+  struct stat st {};
+  if (::stat(path_.c_str(), &st) == 0)
+    out[0] = st.st_size, out[1] = st.st_mtim.tv_sec * 1000000000 + st.st_mtim.tv_nsec;
+  if (::stat((path_ + "-wal").c_str(), &st) == 0)
+    out[2] = st.st_size, out[3] = st.st_mtim.tv_sec * 1000000000 + st.st_mtim.tv_nsec;
+  return out;
+}
+
+void SqliteEngine::afterWrite(Cursor *keep) {
+  uint32_t v = dataVersion();
+  for (auto &[name, c] : cursors_) {
+    c->block.clear();
+    if (c.get() == keep && c->snapValid)
+      c->snapVersion = v;
+    else
+      c->snapValid = false;
+  }
+}
+
+bool SqliteEngine::checkFileDamage() {
+  // The page count in the header is trusted when its version stamp matches
+  // the change counter; a file shorter than that count has lost pages.
+  int fd = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  unsigned char h[100];
+  ssize_t n = ::pread(fd, h, sizeof h, 0);
+  struct stat st {};
+  ::fstat(fd, &st);
+  ::close(fd);
+  if (n == 0 && st.st_size == 0) return false;  // an empty file is an empty database
+  if (n != static_cast<ssize_t>(sizeof h)) return true;
+  auto be32 = [&](int o) {
+    return uint32_t(h[o]) << 24 | uint32_t(h[o + 1]) << 16 | uint32_t(h[o + 2]) << 8 | h[o + 3];
+  };
+  uint32_t pageSize = uint32_t(h[16]) << 8 | h[17];
+  if (pageSize == 1) pageSize = 65536;
+  uint32_t pages = be32(28);
+  if (pages != 0 && be32(24) == be32(92) && off_t(pages) * pageSize > st.st_size) return true;
+  return false;
+}
+
+std::string SqliteEngine::Open(const std::string &path, int32_t options, bool readOnly) {
+  clearError();
+  if (db_) Close();
+  name_ = path;
+  path_ = normalizePath(path);
+  auto failOpen = [&](long number, std::string description) {
+    fail(number, std::move(description));
+    path_.clear();
+    return std::string();
+  };
+  if (path_.empty()) return failOpen(errc::kInvalidPath, "'' is not a valid path.");
+  struct stat st {};
+  if (::stat(path_.c_str(), &st) != 0) {
+    struct stat dir {};
+    std::string parent = parentDir(path_);
+    if (errno == ENOENT && (::stat(parent.c_str(), &dir) != 0 || !S_ISDIR(dir.st_mode)))
+      return failOpen(errc::kInvalidPath, "'" + parent +
+                                              "' is not a valid path. Make sure that the path "
+                                              "name is spelled correctly.");
+    if (errno == ENOENT) return failOpen(errc::kCouldNotFindFile, "Could not find file '" + path + "'.");
+    return failOpen(errc::kCannotOpen, "The database engine cannot open or write to the file '" + path +
+                                           "': " + std::strerror(errno) + ".");
+  }
+  if (S_ISDIR(st.st_mode) || (!readOnly && ::access(path_.c_str(), W_OK) != 0))
+    return failOpen(errc::kCannotOpen, "The database engine cannot open or write to the file '" + path +
+                                           "'. It is already opened exclusively by another user, or you "
+                                           "need permission to view and write its data.");
+  FileStamp stamp;
+  bool remembered = false;
+  if (stampOf(path_, &stamp)) {
+    std::lock_guard<std::mutex> lock(g_damagedMutex);
+    remembered = g_damaged.count(stamp) > 0;
+  }
+  auto needsRepair = [&] {
+    if (db_) sqlite3_close_v2(db_);
+    db_ = nullptr;
+    fail(errc::kCorrupt, "The database '" + path +
+                             "' is damaged or is not a database and needs to be "
+                             "repaired.");
+    path_.clear();
+    return std::string("*REPAIR*");
+  };
+  if (remembered || checkFileDamage()) return needsRepair();
+
+  int flags = (readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE);
+  int rc = sqlite3_open_v2(path_.c_str(), &db_, flags, nullptr);
+  if (rc != SQLITE_OK) {
+    if ((rc & 0xff) == SQLITE_NOTADB || (rc & 0xff) == SQLITE_CORRUPT) return needsRepair();
+    failSqlite(rc);
+    sqlite3_close_v2(db_);
+    db_ = nullptr;
+    path_.clear();
+    return std::string();
+  }
+  sqlite3_extended_result_codes(db_, 1);
+  sqlite3_busy_timeout(db_, 2000);
+  // A real read: the header and the whole schema must parse.
+  bool full = (options & 1) != 0 || st.st_size <= kFullCheckBytes;
+  const char *probe = full ? "PRAGMA quick_check(1)" : "SELECT count(*) FROM sqlite_master";
+  sqlite3_stmt *ps = nullptr;
+  rc = sqlite3_prepare_v2(db_, probe, -1, &ps, nullptr);
+  if (rc == SQLITE_OK) rc = sqlite3_step(ps);
+  bool sound = rc == SQLITE_ROW &&
+               (!full || std::strcmp(reinterpret_cast<const char *>(sqlite3_column_text(ps, 0)), "ok") == 0);
+  sqlite3_finalize(ps);
+  int primary = rc & 0xff;
+  if (!sound && (primary == SQLITE_ROW || primary == SQLITE_NOTADB || primary == SQLITE_CORRUPT))
+    return needsRepair();
+  if (!sound) {
+    failSqlite(rc);
+    Close();
+    return std::string();
+  }
+  if (!readOnly) {
+    // Either may fail when another process holds the file; the database still works.
+    sqlite3_exec(db_, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr);
+    sqlite3_exec(db_, "PRAGMA synchronous=NORMAL", nullptr, nullptr, nullptr);
+  }
+  sqlite3_exec(db_, "PRAGMA foreign_keys=ON", nullptr, nullptr, nullptr);
+  registerAccessFunctions(db_);
+  readOnly_ = readOnly;
+  dead_ = false;
+  dev_ = st.st_dev;
+  ino_ = st.st_ino;
+  return "OK";
+}
+
+bool SqliteEngine::IsAlive() {
+  if (!db_ || dead_) return false;
+  struct stat st {};
+  return ::stat(path_.c_str(), &st) == 0 && st.st_dev == dev_ && st.st_ino == ino_;
+}
+
+void SqliteEngine::Close() {
+  cursors_.clear();
+  current_ = nullptr;
+  nextCounter_.clear();
+  if (db_) sqlite3_close_v2(db_);
+  db_ = nullptr;
+  name_.clear();
+  path_.clear();
+  readOnly_ = false;
+  dead_ = false;
+}
+
+int32_t SqliteEngine::GetVersion() {
+  int v = sqlite3_libversion_number();  // X * 1000000 + Y * 1000 + Z
+  return (v / 1000000) * 100 + (v / 1000) % 1000;
+}
+
+bool SqliteEngine::loadTable(const std::string &name, TableInfo *out) {
+  Stmt st = prepare("SELECT name, sql FROM sqlite_master WHERE type = 'table' AND name = ?1 COLLATE NOCASE");
+  if (!st) return false;
+  sqlite3_bind_text(st.get(), 1, name.c_str(), -1, SQLITE_TRANSIENT);
+  int rc = sqlite3_step(st.get());
+  if (rc == SQLITE_DONE || (rc == SQLITE_ROW && std::strncmp(name.c_str(), "sqlite_", 7) == 0))
+    return fail(errc::kNoSuchTable, "The database engine cannot find the input table or query '" + name +
+                                        "'. Make sure it exists and that its name is spelled correctly.");
+  if (rc != SQLITE_ROW) return failSqlite(rc);
+  TableInfo t;
+  t.name = reinterpret_cast<const char *>(sqlite3_column_text(st.get(), 0));
+  const unsigned char *sqlText = sqlite3_column_text(st.get(), 1);
+  std::string ddl = sqlText ? asciiLower(reinterpret_cast<const char *>(sqlText)) : std::string();
+  std::string squeezed;
+  for (char c : ddl)
+    if (!std::isspace(static_cast<unsigned char>(c))) squeezed += c;
+  if (squeezed.find(")withoutrowid") != std::string::npos)
+    return fail(errc::kNotSupported, "Tables without rowid ('" + t.name + "') cannot be opened as a table.");
+  t.autoincrement = ddl.find("autoincrement") != std::string::npos;
+
+  Stmt info = prepare("PRAGMA table_info(" + quoteIdent(t.name) + ")");
+  if (!info) return false;
+  int pkColumns = 0;
+  bool firstIsIntegerPk = false;
+  while ((rc = sqlite3_step(info.get())) == SQLITE_ROW) {
+    ColumnInfo col;
+    col.name = reinterpret_cast<const char *>(sqlite3_column_text(info.get(), 1));
+    const unsigned char *type = sqlite3_column_text(info.get(), 2);
+    col.declType = type ? reinterpret_cast<const char *>(type) : "";
+    col.kind = fieldKindOf(col.declType);
+    col.affinity = affinityOf(col.declType);
+    int pk = sqlite3_column_int(info.get(), 5);
+    if (pk > 0) ++pkColumns;
+    if (t.columns.empty() && pk == 1 && asciiLower(col.declType) == "integer") firstIsIntegerPk = true;
+    t.columns.push_back(std::move(col));
+  }
+  if (rc != SQLITE_DONE) return failSqlite(rc);
+  if (firstIsIntegerPk && pkColumns == 1) t.counter = 0;
+  t.hasPrimaryKey = pkColumns > 0;
+  for (const char *alias : {"rowid", "_rowid_", "oid", ""}) {
+    t.rowid = alias;
+    bool hidden = false;
+    for (const ColumnInfo &c : t.columns) hidden |= asciiLower(c.name) == alias;
+    if (!hidden) break;
+  }
+  if (t.rowid.empty())
+    return fail(errc::kNotSupported, "Table '" + t.name + "' hides every name of its rowid.");
+  *out = std::move(t);
+  return true;
+}
+
+}  // namespace vantry::engine::sqlite

@@ -1,0 +1,249 @@
+// Internals of the SQLite engine, shared by its source files. Nothing here is
+// part of the engine's interface (engine.h).
+#pragma once
+
+#include <sqlite3.h>
+#include <sys/types.h>
+
+#include <array>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "engine/engine.h"
+
+namespace vantry::engine::sqlite {
+
+// A value as SQLite stores it (one of its five storage classes).
+struct RawValue {
+  int type = SQLITE_NULL;  // SQLITE_NULL, SQLITE_INTEGER, SQLITE_FLOAT, SQLITE_TEXT, SQLITE_BLOB
+  int64_t i = 0;
+  double d = 0;
+  std::string s;  // text or blob bytes
+  static RawValue column(sqlite3_stmt *st, int col);
+};
+
+// Owns one prepared statement; finalized on destruction.
+class Stmt {
+ public:
+  Stmt() = default;
+  explicit Stmt(sqlite3_stmt *st) : st_(st) {}
+  Stmt(Stmt &&o) noexcept : st_(o.st_) { o.st_ = nullptr; }
+  Stmt &operator=(Stmt &&o) noexcept;
+  Stmt(const Stmt &) = delete;
+  Stmt &operator=(const Stmt &) = delete;
+  ~Stmt() { sqlite3_finalize(st_); }
+  sqlite3_stmt *get() const { return st_; }
+  explicit operator bool() const { return st_ != nullptr; }
+  void bind(int pos, const RawValue &v);
+  void reset() {
+    sqlite3_reset(st_);
+    sqlite3_clear_bindings(st_);
+  }
+
+ private:
+  sqlite3_stmt *st_ = nullptr;
+};
+
+// How a field's values cross the interface, from its declared type.
+enum class FieldKind : uint8_t { kPlain, kYesNo, kDate };
+// SQLite's column affinity, from the declared type by SQLite's own rules.
+enum class Affinity : uint8_t { kInteger, kText, kBlob, kReal, kNumeric };
+
+struct ColumnInfo {
+  std::string name;
+  std::string declType;
+  FieldKind kind = FieldKind::kPlain;
+  Affinity affinity = Affinity::kBlob;
+};
+
+FieldKind fieldKindOf(const std::string &declType);
+Affinity affinityOf(const std::string &declType);
+// Engine value from a stored value of a field of `kind`.
+Value fromRaw(const RawValue &raw, FieldKind kind);
+// Stored value for a field; false with *error (an errc description) when the
+// value does not fit the field (errc::kConversion).
+bool toRaw(const Value &v, const ColumnInfo &col, RawValue *out, std::string *error);
+// Plain conversion with no field to fit (statement parameters).
+RawValue toRawPlain(const Value &v);
+
+// "name" quoted as an SQL identifier.
+std::string quoteIdent(const std::string &name);
+// Lower-cases ASCII letters (SQLite names compare case-insensitively in ASCII).
+std::string asciiLower(std::string s);
+
+struct TableInfo {
+  std::string name;  // as declared
+  std::vector<ColumnInfo> columns;
+  int counter = -1;  // column index of the counter (the first field when it is the rowid), or -1
+  bool autoincrement = false;
+  bool hasPrimaryKey = false;
+  std::string rowid = "rowid";  // a name for the rowid that no column hides
+};
+
+// One ordering term of a cursor: a column of its index.
+struct OrderTerm {
+  int column = 0;  // index into TableInfo::columns
+  std::string collation;
+  bool desc = false;
+};
+
+// A table opened with OpenTable. The order is that of its index, then rowid.
+// Navigation works on a snapshot of the table's rowids in that order, built
+// when a Skip needs it and valid while the database's data version is the one
+// it was built at (or the engine's own writes kept it up to date).
+struct Cursor {
+  TableInfo table;
+  std::string indexName;  // as given to OpenTable
+  std::vector<OrderTerm> order;
+  std::string orderBy;  // "t.a COLLATE x DESC, ..., rowid"
+  std::string orderByReverse;
+
+  // Position: on a record, before the first, after the last, or in the gap
+  // left by a deleted record (then `gapIndex` is the snapshot index of the
+  // first record after it, or `rowid` is a tombstone in the snapshot).
+  enum class Where : uint8_t { kBof, kEof, kOn, kGone } where = Where::kBof;
+  int64_t rowid = 0;
+  std::vector<RawValue> key;  // order-term values of the current/deleted record
+
+  bool snapValid = false;
+  uint32_t snapVersion = 0;
+  std::vector<int64_t> rows;
+  std::vector<uint8_t> gone;  // tombstones, parallel to rows
+  std::unordered_map<int64_t, size_t> indexOf;
+  std::optional<size_t> gapIndex;
+
+  // Records read ahead for Skip: snapshot indexes [blockStart, blockStart +
+  // block.size()), valid while the files' stamp is the one taken before they
+  // were read and the engine wrote nothing since.
+  std::vector<Record> block;
+  std::vector<std::vector<RawValue>> blockKeys;
+  std::vector<int64_t> blockRowids;
+  size_t blockStart = 0;
+  std::array<int64_t, 4> blockStamp{};
+
+  Stmt fetch;                             // SELECT rowid, * FROM t WHERE rowid = ?1
+  std::map<std::string, Stmt> seekStmts;  // by their SQL text
+};
+
+class SqliteEngine final : public Engine {
+ public:
+  SqliteEngine() = default;
+  ~SqliteEngine() override;
+
+  std::string Open(const std::string &path, int32_t options, bool readOnly) override;
+  bool IsConnected() override { return db_ != nullptr; }
+  bool IsAlive() override;
+  std::string GetName() override { return db_ ? name_ : std::string(); }
+  void Close() override;
+  LastError GetLastError() override { return error_; }
+  int16_t IsUpdatable() override { return db_ && !readOnly_ ? -1 : 0; }
+  bool HasError() override { return error_.number != errc::kNone; }
+  bool CompactDatabase(const std::string &source, const std::string &destination) override;
+  int32_t GetVersion() override;
+
+  bool OpenTable(const std::string &table, const std::string &index) override;
+  bool MoveFirst(Record *out) override;
+  bool Skip(int32_t count, Record *out) override;
+  bool GetRecord(Record *out) override;
+  bool MoveLast(Record *out) override;
+  bool CloseTable() override;
+  bool CloseAllTables() override;
+  bool RecordCount(int32_t *count) override;
+  std::string CurrentIndex() override { return current_ ? current_->indexName : std::string(); }
+  std::string CurrentTable() override { return current_ ? current_->table.name : std::string(); }
+  bool SeekValue(const Value &key, Record *out) override;
+  bool SeekPoint2(double x, double y, Record *out) override;
+  bool SeekPoint3(double x, double y, double z, Record *out) override;
+  bool SeekValues(const std::array<Value, 10> &keys, Record *out) override;
+
+  bool AppendRecord(const Record &record, bool keepCounter, Record *stored) override;
+  bool DeleteRecord() override;
+  bool ReplaceRecord(const Record &record, Record *stored) override;
+
+  bool ExecuteSql(const std::string &sql, ValueArray *result) override;
+  bool RunQuery(const std::string &name, const ValueArray &params, ValueArray *result) override;
+  bool CreateQuery(const std::string &name, const std::string &sql) override;
+  bool ExecuteCommand(const std::string &sql, int32_t *affected) override;
+
+  // --- shared by the engine's files ---
+  sqlite3 *db() const { return db_; }
+  void clearError() { error_ = {}; }
+  // Records the error and answers false, so callers can `return fail(...)`.
+  bool fail(long number, std::string description);
+  // Maps an SQLite failure to an Access-style error; `sql` picks the syntax
+  // error number by statement kind. Marks the connection dead on I/O or damage.
+  bool failSqlite(int rc, const std::string &sql = std::string());
+  bool needDatabase();  // false with errc::kNoDatabase when none is open
+  bool needWritable();  // also refuses a read-only database
+  bool needCursor();    // also refuses when no table is current
+  // Prepares `sql`; on failure records the error and answers an empty Stmt.
+  Stmt prepare(const std::string &sql);
+  // Runs a statement that returns no rows, in autocommit.
+  bool exec(const std::string &sql);
+  uint32_t dataVersion();
+  // Called after every write this engine commits: snapshots that `keep` does
+  // not vouch for are dropped, and the data version is taken as seen.
+  void afterWrite(Cursor *keep);
+  bool loadTable(const std::string &name, TableInfo *out);
+
+ private:
+  bool openCursorOrder(Cursor *c, const std::string &index);
+  bool readRow(Cursor *c, int64_t rowid, Record *out);
+  void takeRow(Cursor *c, sqlite3_stmt *st, Record *out);  // columns: rowid, then every field
+  bool locate(Cursor *c, size_t *index, bool *gap);
+  bool firstInOrder(Cursor *c, bool last, Record *out);
+  bool buildSnapshot(Cursor *c);
+  bool seekKeys(const std::vector<Value> &keys, Record *out);
+  bool runStatement(const std::string &sql, const std::vector<RawValue> &params, ValueArray *result,
+                    int32_t *affected, bool refuseSelect);
+  bool checkFileDamage();
+  std::array<int64_t, 4> fileStamp();  // size and mtime of the file and its WAL
+  // Reads snapshot row i (made current, into *out) and up to 63 more ahead in
+  // the direction of `step`, in one read transaction. 1 done, 0 the snapshot
+  // is stale (dropped; try again), -1 failed with the error recorded.
+  int readBlock(Cursor *c, long i, long step, bool fresh, Record *out);
+
+  sqlite3 *db_ = nullptr;
+  std::string name_;  // path as given to Open
+  std::string path_;  // path with "/" separators
+  bool readOnly_ = false;
+  bool dead_ = false;
+  dev_t dev_ = 0;
+  ino_t ino_ = 0;
+  uint32_t seenVersion_ = 0;
+  LastError error_;
+  std::map<std::string, std::unique_ptr<Cursor>> cursors_;  // by lower-case table name
+  Cursor *current_ = nullptr;
+  std::map<std::string, int64_t> nextCounter_;  // per table without AUTOINCREMENT
+};
+
+// Access dialect (access_sql.cpp): the statement rewritten for SQLite; a
+// statement that uses nothing of the dialect comes back unchanged. Names
+// (bare or bracketed) equal to params[i] become the bound parameter ?(i+1).
+std::string rewriteAccessSql(const std::string &sql, const std::vector<std::string> &params = {});
+// Splits "PARAMETERS a Text, [b c] Long; body" into names, types and body.
+// Text without the clause gives no names and the whole text as body; false
+// when the clause is malformed.
+bool splitParameters(const std::string &sql, std::vector<std::string> *names, std::vector<std::string> *types,
+                     std::string *body);
+// Access wildcard pattern (* ? # [list] [!list]) to an anchored regular expression.
+std::string accessPatternToRegex(const std::string &pattern);
+// Access's Format(value, format): `value` as text, and as a number when
+// `numeric`. Date formats (yyyy mm dd hh nn ss, "Short Date" ...) apply to
+// text that reads as a date; number pictures (0 # , . %, "Fixed" ...) to numbers.
+std::string formatValue(const std::string &value, bool numeric, double number, const std::string &format);
+// Registers the dialect's functions (IIf, Nz, UCase, ...) on a connection.
+void registerAccessFunctions(sqlite3 *db);
+
+inline std::string noCurrentRecordText() {
+  return "No current record.";
+}
+
+// Paths: "\" separators read as "/".
+std::string normalizePath(std::string path);
+
+}  // namespace vantry::engine::sqlite

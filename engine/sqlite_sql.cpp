@@ -1,0 +1,203 @@
+// SQL statements and stored queries.
+//
+// Stored queries live in the database file, in the table _vantry_queries
+// (name, sql), created by the first CreateQuery. A query's text is kept as
+// given; at each run its PARAMETERS clause is read, the names it declares
+// become bound parameters ?1, ?2 ... in declaration order, and the values
+// passed to RunQuery bind to them in order: they are never pasted into the
+// text. A query without the clause binds its own ?, ?NNN or :name
+// parameters in order.
+#include <cstring>
+
+#include "engine/sqlite_internal.h"
+
+namespace vantry::engine::sqlite {
+
+namespace {
+
+constexpr const char *kQueryTable = "_vantry_queries";
+
+bool onlySpaceOrSemicolons(const char *p) {
+  for (; *p; ++p)
+    if (!std::isspace(static_cast<unsigned char>(*p)) && *p != ';') return false;
+  return true;
+}
+
+// A parameter value converted by its declared type, as Access would.
+bool convertParameter(const Value &v, const std::string &type, Value *out) {
+  std::string t = asciiLower(type);
+  *out = v;
+  if (v.isEmptyOrNull()) return true;
+  if (t.find("date") != std::string::npos || t.find("time") != std::string::npos) {
+    std::string iso;
+    if (v.type() != ValueType::kText && v.type() != ValueType::kDate) return false;
+    if (!normalizeDate(v.asText(), &iso)) return false;
+    *out = Value::date(iso);
+  } else if (t == "yesno" || t == "bit" || t == "logical" || t == "boolean") {
+    if (v.type() == ValueType::kInteger) *out = Value::boolean(v.asInteger() != 0);
+    if (v.type() == ValueType::kReal) *out = Value::boolean(v.asReal() != 0);
+  }
+  return true;
+}
+
+}  // namespace
+
+bool SqliteEngine::runStatement(const std::string &sql, const std::vector<RawValue> &params,
+                                ValueArray *result, int32_t *affected, bool refuseSelect) {
+  if (!needDatabase()) return false;
+  std::string text = rewriteAccessSql(sql);
+  sqlite3_stmt *raw = nullptr;
+  const char *tail = nullptr;
+  int rc = sqlite3_prepare_v2(db_, text.c_str(), static_cast<int>(text.size()), &raw, &tail);
+  Stmt st(raw);
+  if (rc != SQLITE_OK) return failSqlite(rc, text);
+  if (!st)
+    return fail(errc::kInvalidStatement,
+                "Invalid SQL statement; expected 'DELETE', 'INSERT', "
+                "'PROCEDURE', 'SELECT', or 'UPDATE'.");
+  if (tail && !onlySpaceOrSemicolons(tail))
+    return fail(errc::kCharsAfterEnd, "Characters found after end of SQL statement.");
+  int columns = sqlite3_column_count(st.get());
+  if (refuseSelect && columns > 0) return fail(errc::kCannotExecuteSelect, "Cannot execute a select query.");
+  int wanted = sqlite3_bind_parameter_count(st.get());
+  if (static_cast<int>(params.size()) < wanted)
+    return fail(errc::kTooFewParameters, "Too few parameters. Expected " +
+                                             std::to_string(wanted - static_cast<int>(params.size())) + ".");
+  for (int i = 0; i < wanted; ++i) st.bind(i + 1, params[i]);
+  bool reads = sqlite3_stmt_readonly(st.get()) != 0;
+  int64_t totalBefore = sqlite3_total_changes64(db_);
+  std::vector<std::string> names(columns);
+  std::vector<FieldKind> kinds(columns);
+  for (int i = 0; i < columns; ++i) {
+    names[i] = sqlite3_column_name(st.get(), i);
+    const char *decl = sqlite3_column_decltype(st.get(), i);
+    kinds[i] = decl ? fieldKindOf(decl) : FieldKind::kPlain;
+  }
+  while ((rc = sqlite3_step(st.get())) == SQLITE_ROW) {
+    if (!result) continue;
+    result->push_back(Value::text(kNewRecordMarker));
+    for (int i = 0; i < columns; ++i) {
+      result->push_back(Value::text(names[i]));
+      result->push_back(fromRaw(RawValue::column(st.get(), i), kinds[i]));
+    }
+  }
+  if (!reads) afterWrite(nullptr);
+  if (rc != SQLITE_DONE) {
+    if (result) result->clear();
+    return failSqlite(rc, text);
+  }
+  // sqlite3_changes() keeps the last INSERT/UPDATE/DELETE's count across other statements.
+  int changes = reads || sqlite3_total_changes64(db_) == totalBefore ? 0 : sqlite3_changes(db_);
+  if (affected) *affected = changes;
+  if (result && columns == 0 && !reads && changes > 0) result->push_back(Value::integer(changes));
+  size_t w = text.find_first_not_of(" \t\r\n");
+  std::string verb = asciiLower(text.substr(w == std::string::npos ? 0 : w, 6));
+  if (!reads && (verb.rfind("create", 0) == 0 || verb.rfind("drop", 0) == 0 || verb.rfind("alter", 0) == 0)) {
+    // A schema change leaves the open cursors' field lists behind: reload them.
+    for (auto &[key, c] : cursors_) {
+      TableInfo fresh;
+      if (loadTable(c->table.name, &fresh)) c->table.columns = std::move(fresh.columns);
+    }
+    clearError();
+  }
+  return true;
+}
+
+bool SqliteEngine::ExecuteSql(const std::string &sql, ValueArray *result) {
+  clearError();
+  result->clear();
+  return runStatement(sql, {}, result, nullptr, false);
+}
+
+bool SqliteEngine::ExecuteCommand(const std::string &sql, int32_t *affected) {
+  clearError();
+  *affected = 0;
+  return runStatement(sql, {}, nullptr, affected, true);
+}
+
+bool SqliteEngine::CreateQuery(const std::string &name, const std::string &sql) {
+  clearError();
+  if (!needWritable()) return false;
+  if (name.empty()) return fail(errc::kNotSupported, "A query needs a name.");
+  std::vector<std::string> params, types;
+  std::string body;
+  if (!splitParameters(sql, &params, &types, &body))
+    return fail(errc::kSyntaxExpression, "Syntax error in PARAMETERS clause.");
+  Stmt check = prepare(rewriteAccessSql(body, params));  // the body must compile now
+  if (!check) return false;
+  Stmt taken =
+      prepare("SELECT 1 FROM sqlite_master WHERE name = ?1 COLLATE NOCASE AND type IN ('table', 'view')");
+  if (!taken) return false;
+  sqlite3_bind_text(taken.get(), 1, name.c_str(), -1, SQLITE_TRANSIENT);
+  bool exists = sqlite3_step(taken.get()) == SQLITE_ROW;
+  if (!exists) {
+    Stmt q = prepare(std::string("SELECT 1 FROM sqlite_master WHERE name = '") + kQueryTable + "'");
+    if (q && sqlite3_step(q.get()) == SQLITE_ROW) {
+      Stmt stored = prepare(std::string("SELECT 1 FROM ") + kQueryTable + " WHERE name = ?1");
+      if (!stored) return false;
+      sqlite3_bind_text(stored.get(), 1, name.c_str(), -1, SQLITE_TRANSIENT);
+      exists = sqlite3_step(stored.get()) == SQLITE_ROW;
+    }
+  }
+  if (exists) return fail(errc::kObjectExists, "Object '" + name + "' already exists.");
+  if (!exec(std::string("CREATE TABLE IF NOT EXISTS ") + kQueryTable +
+            " (name TEXT PRIMARY KEY COLLATE NOCASE, sql TEXT NOT NULL)"))
+    return false;
+  Stmt ins = prepare(std::string("INSERT INTO ") + kQueryTable + " (name, sql) VALUES (?1, ?2)");
+  if (!ins) return false;
+  sqlite3_bind_text(ins.get(), 1, name.c_str(), -1, SQLITE_TRANSIENT);
+  sqlite3_bind_text(ins.get(), 2, sql.c_str(), -1, SQLITE_TRANSIENT);
+  int rc = sqlite3_step(ins.get());
+  if (rc != SQLITE_DONE) return failSqlite(rc);
+  afterWrite(nullptr);
+  return true;
+}
+
+bool SqliteEngine::RunQuery(const std::string &name, const ValueArray &params, ValueArray *result) {
+  clearError();
+  result->clear();
+  if (!needDatabase()) return false;
+  std::string sql;
+  Stmt table = prepare(std::string("SELECT type FROM sqlite_master WHERE name = ?1 COLLATE NOCASE"));
+  if (!table) return false;
+  for (const char *candidate : {kQueryTable, name.c_str()}) {
+    sqlite3_reset(table.get());
+    sqlite3_bind_text(table.get(), 1, candidate, -1, SQLITE_TRANSIENT);
+    bool found = sqlite3_step(table.get()) == SQLITE_ROW;
+    std::string type = found ? reinterpret_cast<const char *>(sqlite3_column_text(table.get(), 0)) : "";
+    if (candidate == kQueryTable && found) {
+      Stmt q = prepare(std::string("SELECT sql FROM ") + kQueryTable + " WHERE name = ?1");
+      if (!q) return false;
+      sqlite3_bind_text(q.get(), 1, name.c_str(), -1, SQLITE_TRANSIENT);
+      if (sqlite3_step(q.get()) == SQLITE_ROW) {
+        sql = reinterpret_cast<const char *>(sqlite3_column_text(q.get(), 0));
+        break;
+      }
+    } else if (candidate != kQueryTable && type == "view") {
+      sql = "SELECT * FROM " + quoteIdent(name);
+    }
+  }
+  if (sql.empty())
+    return fail(errc::kNoSuchTable, "The database engine cannot find the input table or query '" + name +
+                                        "'. Make sure it exists and that its name is spelled correctly.");
+  std::vector<std::string> names, types;
+  std::string body;
+  if (!splitParameters(sql, &names, &types, &body))
+    return fail(errc::kSyntaxExpression, "Syntax error in PARAMETERS clause of query '" + name + "'.");
+  std::vector<RawValue> raw;
+  for (const Value &v : params) {
+    if (v.isListMarker()) continue;  // list structure from the caller; the values bind in order
+    Value typed = v;
+    if (raw.size() < types.size() && !convertParameter(v, types[raw.size()], &typed))
+      return fail(errc::kConversion, "Data type conversion error: parameter '" + names[raw.size()] + "'.");
+    raw.push_back(toRawPlain(typed));
+  }
+  if (raw.size() < names.size())
+    return fail(errc::kTooFewParameters,
+                "Too few parameters. Expected " + std::to_string(names.size() - raw.size()) + ".");
+  // The body is rewritten with parameter names first; runStatement's own
+  // rewrite then finds nothing of them left.
+  return runStatement(rewriteAccessSql(body, names), raw, result, nullptr, false);
+}
+
+}  // namespace vantry::engine::sqlite

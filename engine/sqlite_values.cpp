@@ -1,0 +1,233 @@
+// Values between the engine's interface and SQLite's storage classes.
+//
+// Field kinds come from the declared type: BIT, YESNO, BOOLEAN, LOGICAL (or a
+// type containing BOOL) are yes/no fields, stored as 1 and 0 and read as
+// booleans (any non-zero number is true); a type containing DATE or TIME is a
+// date/time field, stored as text "YYYY-MM-DD HH:MM:SS" so that it sorts and
+// compares as text. Integers leave the engine as 32-bit integers when they
+// fit and as reals otherwise. Blobs have no engine value and read as null.
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+
+#include "engine/sqlite_internal.h"
+
+namespace vantry::engine::sqlite {
+
+RawValue RawValue::column(sqlite3_stmt *st, int col) {
+  RawValue v;
+  v.type = sqlite3_column_type(st, col);
+  switch (v.type) {
+    case SQLITE_INTEGER:
+      v.i = sqlite3_column_int64(st, col);
+      break;
+    case SQLITE_FLOAT:
+      v.d = sqlite3_column_double(st, col);
+      break;
+    case SQLITE_TEXT:
+    case SQLITE_BLOB: {
+      const void *p = v.type == SQLITE_TEXT ? static_cast<const void *>(sqlite3_column_text(st, col))
+                                            : sqlite3_column_blob(st, col);
+      int n = sqlite3_column_bytes(st, col);
+      if (p) v.s.assign(static_cast<const char *>(p), static_cast<size_t>(n));
+      break;
+    }
+    default:
+      break;
+  }
+  return v;
+}
+
+Stmt &Stmt::operator=(Stmt &&o) noexcept {
+  if (this != &o) {
+    sqlite3_finalize(st_);
+    st_ = o.st_;
+    o.st_ = nullptr;
+  }
+  return *this;
+}
+
+void Stmt::bind(int pos, const RawValue &v) {
+  switch (v.type) {
+    case SQLITE_INTEGER:
+      sqlite3_bind_int64(st_, pos, v.i);
+      break;
+    case SQLITE_FLOAT:
+      sqlite3_bind_double(st_, pos, v.d);
+      break;
+    case SQLITE_TEXT:
+      sqlite3_bind_text(st_, pos, v.s.data(), static_cast<int>(v.s.size()), SQLITE_TRANSIENT);
+      break;
+    case SQLITE_BLOB:
+      sqlite3_bind_blob(st_, pos, v.s.data(), static_cast<int>(v.s.size()), SQLITE_TRANSIENT);
+      break;
+    default:
+      sqlite3_bind_null(st_, pos);
+  }
+}
+
+std::string asciiLower(std::string s) {
+  for (char &c : s)
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  return s;
+}
+
+namespace {
+bool contains(const std::string &hay, const char *needle) {
+  return hay.find(needle) != std::string::npos;
+}
+
+std::string asciiUpper(std::string s) {
+  for (char &c : s)
+    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+  return s;
+}
+
+// A text that SQLite's numeric affinity would turn into a number.
+bool looksNumeric(const std::string &s) {
+  const char *b = s.c_str();
+  while (*b == ' ') ++b;
+  if (!*b) return false;
+  char *end = nullptr;
+  std::strtod(b, &end);
+  while (*end == ' ') ++end;
+  return end != b && *end == '\0';
+}
+
+bool parseYesNoText(const std::string &text, bool *out) {
+  std::string u = asciiUpper(text);
+  if (u == "TRUE" || u == "YES" || u == "ON") return *out = true, true;
+  if (u == "FALSE" || u == "NO" || u == "OFF") return *out = false, true;
+  if (looksNumeric(text)) return *out = std::strtod(text.c_str(), nullptr) != 0, true;
+  return false;
+}
+}  // namespace
+
+FieldKind fieldKindOf(const std::string &declType) {
+  std::string u = asciiUpper(declType);
+  if (u == "BIT" || u == "YESNO" || u == "LOGICAL" || contains(u, "BOOL")) return FieldKind::kYesNo;
+  if (contains(u, "DATE") || contains(u, "TIME")) return FieldKind::kDate;
+  return FieldKind::kPlain;
+}
+
+Affinity affinityOf(const std::string &declType) {
+  std::string u = asciiUpper(declType);
+  if (contains(u, "INT")) return Affinity::kInteger;
+  if (contains(u, "CHAR") || contains(u, "CLOB") || contains(u, "TEXT")) return Affinity::kText;
+  if (u.empty() || contains(u, "BLOB")) return Affinity::kBlob;
+  if (contains(u, "REAL") || contains(u, "FLOA") || contains(u, "DOUB")) return Affinity::kReal;
+  return Affinity::kNumeric;
+}
+
+Value fromRaw(const RawValue &raw, FieldKind kind) {
+  if (kind == FieldKind::kYesNo) {
+    bool b = false;
+    switch (raw.type) {
+      case SQLITE_INTEGER:
+        return Value::boolean(raw.i != 0);
+      case SQLITE_FLOAT:
+        return Value::boolean(raw.d != 0);
+      case SQLITE_TEXT:
+        if (parseYesNoText(raw.s, &b)) return Value::boolean(b);
+        return Value::text(raw.s);
+      default:
+        return Value::null();
+    }
+  }
+  std::string iso;
+  switch (raw.type) {
+    case SQLITE_INTEGER:
+      if (raw.i >= INT32_MIN && raw.i <= INT32_MAX) return Value::integer(static_cast<int32_t>(raw.i));
+      return Value::real(static_cast<double>(raw.i));
+    case SQLITE_FLOAT:
+      return Value::real(raw.d);
+    case SQLITE_TEXT:
+      if (kind == FieldKind::kDate && normalizeDate(raw.s, &iso)) return Value::date(iso);
+      return Value::text(raw.s);
+    default:
+      return Value::null();
+  }
+}
+
+RawValue toRawPlain(const Value &v) {
+  RawValue r;
+  switch (v.type()) {
+    case ValueType::kInteger:
+      r.type = SQLITE_INTEGER;
+      r.i = v.asInteger();
+      break;
+    case ValueType::kBoolean:
+      r.type = SQLITE_INTEGER;
+      r.i = v.asBoolean() ? 1 : 0;
+      break;
+    case ValueType::kReal:
+      r.type = SQLITE_FLOAT;
+      r.d = v.asReal();
+      break;
+    case ValueType::kText:
+    case ValueType::kDate:
+      r.type = SQLITE_TEXT;
+      r.s = v.asText();
+      break;
+    default:
+      break;
+  }
+  return r;
+}
+
+bool toRaw(const Value &v, const ColumnInfo &col, RawValue *out, std::string *error) {
+  *out = toRawPlain(v);
+  auto refuse = [&] {
+    *error = "Data type conversion error: " + v.debugString() + " does not fit field '" + col.name + "'.";
+    return false;
+  };
+  switch (col.kind) {
+    case FieldKind::kYesNo:
+      if (v.type() == ValueType::kText) {
+        bool b = false;
+        if (!parseYesNoText(v.asText(), &b)) return refuse();
+        *out = RawValue{SQLITE_INTEGER, b ? 1 : 0, 0, {}};
+      } else if (v.type() == ValueType::kInteger || v.type() == ValueType::kReal) {
+        bool b = v.type() == ValueType::kInteger ? v.asInteger() != 0 : v.asReal() != 0;
+        *out = RawValue{SQLITE_INTEGER, b ? 1 : 0, 0, {}};
+      } else if (v.type() == ValueType::kDate) {
+        return refuse();
+      }
+      return true;
+    case FieldKind::kDate:
+      if (v.type() == ValueType::kText || v.type() == ValueType::kDate) {
+        if (!normalizeDate(v.asText(), &out->s)) return refuse();
+      } else if (!v.isEmptyOrNull()) {
+        return refuse();
+      }
+      return true;
+    case FieldKind::kPlain:
+      break;
+  }
+  bool numeric = col.affinity == Affinity::kInteger || col.affinity == Affinity::kReal ||
+                 col.affinity == Affinity::kNumeric;
+  if (numeric && out->type == SQLITE_TEXT && !looksNumeric(out->s)) return refuse();
+  if (col.affinity == Affinity::kInteger && out->type == SQLITE_FLOAT && std::isfinite(out->d) &&
+      out->d == std::floor(out->d) && std::fabs(out->d) < 9.2e18) {
+    out->type = SQLITE_INTEGER;  // a whole real into an integer field stays exact
+    out->i = static_cast<int64_t>(out->d);
+  }
+  return true;
+}
+
+std::string quoteIdent(const std::string &name) {
+  std::string q = "\"";
+  for (char c : name) {
+    if (c == '"') q += '"';
+    q += c;
+  }
+  return q + "\"";
+}
+
+std::string normalizePath(std::string path) {
+  for (char &c : path)
+    if (c == '\\') c = '/';
+  return path;
+}
+
+}  // namespace vantry::engine::sqlite

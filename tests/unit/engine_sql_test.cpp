@@ -1,0 +1,201 @@
+// SQL through the engine: the Access dialect by the rows it must give, error
+// numbers, action statements, and stored queries with bound parameters.
+#include "engine/engine.h"
+#include "engine/sqlite_internal.h"
+#include "engine_testing.h"
+
+namespace vantry::engine {
+namespace {
+
+using testing::rawScalar;
+using testing::rawSql;
+using testing::show;
+using testing::TempDir;
+
+class EngineSqlTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    db = dir / "site.db";
+    rawSql(db,
+           "CREATE TABLE d(id INTEGER PRIMARY KEY AUTOINCREMENT, tag TEXT, width INTEGER, flow REAL,"
+           "  lined BIT, made DATETIME, note TEXT, \"duct size\" TEXT);"
+           "INSERT INTO d(tag, width, flow, lined, made, note, \"duct size\") VALUES"
+           " ('S-1', 400, 1.5, 1, '2024-01-31 10:00:00', '100% fresh', '400x200'),"
+           " ('S-2', 300, NULL, 0, '2023-12-01 00:00:00', 'recirc', '300x250'),"
+           " ('R-7', 250, 2.5, 1, '2024-02-15 08:30:00', NULL, '250x250'),"
+           " ('SX', 500, 0.25, 0, NULL, 'spare_part', '500x300');"
+           "CREATE VIEW wide AS SELECT tag FROM d WHERE width >= 400;");
+    e = createEngine();
+    ASSERT_EQ(e->Open(db, 0, false), "OK");
+  }
+  std::string rows(const std::string &sql) {
+    ValueArray out;
+    if (!e->ExecuteSql(sql, &out)) return "error " + std::to_string(e->GetLastError().number);
+    return show(out);
+  }
+
+  TempDir dir;
+  std::string db;
+  EngineConnection e;
+};
+
+TEST_F(EngineSqlTest, AccessDialectGivesTheRowsAccessWould) {
+  struct Case {
+    const char *sql, *rows;
+  } cases[] = {
+      {"SELECT tag FROM d WHERE width > 300 ORDER BY tag", "tag=\"S-1\" | tag=\"SX\""},
+      {"SELECT [tag], [duct size] FROM [d] WHERE [id] = 2", "tag=\"S-2\" duct size=\"300x250\""},
+      {"SELECT TOP 2 tag FROM d ORDER BY width DESC", "tag=\"SX\" | tag=\"S-1\""},
+      {"SELECT DISTINCT TOP 1 lined FROM d ORDER BY lined", "lined=<false>"},
+      {"SELECT tag FROM d WHERE id IN (SELECT TOP 1 id FROM d ORDER BY flow DESC) ORDER BY tag",
+       "tag=\"R-7\""},
+      {"SELECT tag FROM d WHERE tag LIKE 'S*' ORDER BY tag", "tag=\"S-1\" | tag=\"S-2\" | tag=\"SX\""},
+      {"SELECT tag FROM d WHERE tag LIKE \"s-?\" ORDER BY tag", "tag=\"S-1\" | tag=\"S-2\""},
+      {"SELECT tag FROM d WHERE tag LIKE '?-#'", "tag=\"S-1\" | tag=\"S-2\" | tag=\"R-7\""},
+      {"SELECT tag FROM d WHERE tag LIKE '[!S]*'", "tag=\"R-7\""},
+      {"SELECT tag FROM d WHERE tag NOT LIKE '[q-s]-[12]'", "tag=\"R-7\" | tag=\"SX\""},
+      {"SELECT tag FROM d WHERE note LIKE '100%*'", "tag=\"S-1\""},
+      {"SELECT tag FROM d WHERE note LIKE '*_*'", "tag=\"SX\""},
+      {"SELECT tag FROM d WHERE note LIKE '%e%' ORDER BY id", "tag=\"S-1\" | tag=\"S-2\" | tag=\"SX\""},
+      {"SELECT tag FROM d WHERE made >= #1/15/2024# ORDER BY made", "tag=\"S-1\" | tag=\"R-7\""},
+      {"SELECT tag FROM d WHERE made < #2024-01-31 10:00:01# AND made > #2024-01-31#", "tag=\"S-1\""},
+      {"SELECT tag FROM d WHERE lined = True AND flow > 2", "tag=\"R-7\""},
+      {"SELECT count(*) AS n FROM d WHERE lined = False", "n=2"},
+      {"SELECT tag & '/' & width AS label FROM d WHERE id = 1", "label=\"S-1/400\""},
+      {"SELECT IIf(width > 300, 'big', 'small') AS s FROM d WHERE id = 2", "s=\"small\""},
+      {"SELECT Nz(flow, 0) AS f, Nz(note) AS n FROM d WHERE id IN (2, 3) ORDER BY id",
+       "f=0 n=\"recirc\" | f=2.5r n=\"\""},
+      {"SELECT UCase('abc') AS u, LCase('ABC') AS l, Len('h\xc3\xa9llo') AS n, Mid('abcdef', 2, 3) AS m",
+       "u=\"ABC\" l=\"abc\" n=5 m=\"bcd\""},
+      {"SELECT Left('abcdef', 2) AS a, Right('abcdef', 2) AS b, Mid('abcdef', 5) AS c",
+       "a=\"ab\" b=\"ef\" c=\"ef\""},
+      {"SELECT InStr('abcabc', 'c') AS a, InStr(4, 'abcabc', 'c') AS b, InStr(1, 'abc', 'z') AS c",
+       "a=3 b=6 c=0"},
+      {"SELECT Trim('  x  ') AS t, Val('  12.5 kg') AS v, Val('1 2 3') AS w, Val('kg') AS z",
+       "t=\"x\" v=12.5r w=123r z=0r"},
+      {"SELECT Format(made, 'yyyy-mm-dd') AS a, Format(made, 'Short Date') AS b FROM d WHERE id = 1",
+       "a=\"2024-01-31\" b=\"1/31/2024\""},
+      {"SELECT Format(made, 'mmm d, yyyy hh:nn') AS a, Format(made, 'dddd') AS b FROM d WHERE id = 3",
+       "a=\"Feb 15, 2024 08:30\" b=\"Thursday\""},
+      {"SELECT Format(1234.5, '#,##0.00') AS a, Format(0.256, 'Percent') AS b, Format(-3, '0.0') AS c,"
+       " Format(7, '000') AS d, Format(0.5, '#.##') AS e",
+       "a=\"1,234.50\" b=\"25.60%\" c=\"-3.0\" d=\"007\" e=\".5\""},
+      {"SELECT format('%d items', 3) AS s", "s=\"3 items\""},  // SQLite's own format()
+      {"SELECT 7 Mod 3 AS r", "r=1"},
+      {"SELECT DISTINCTROW lined FROM d ORDER BY lined", "lined=<false> | lined=<true>"},
+      {"SELECT made FROM d WHERE id = 2", "made=#2023-12-01 00:00:00#"},
+      {"SELECT width * 10000000 AS big FROM d WHERE id = 4", "big=5000000000r"},
+      {"SELECT tag FROM d WHERE 0", ""},
+  };
+  for (const Case &c : cases) EXPECT_EQ(rows(c.sql), c.rows) << c.sql;
+}
+
+TEST_F(EngineSqlTest, PlainSqliteStatementsPassUnchanged) {
+  for (const char *sql : {
+           "SELECT \"duct size\", tag FROM d WHERE tag LIKE 'S%' ORDER BY 1 LIMIT 2",
+           "SELECT 5 | 3, 'a' || 'b', x'41', ?1, :name FROM d -- [comment] & TOP 3",
+           "UPDATE d SET note = 'it''s #1/2/2024#' WHERE tag GLOB 'S*'",
+           "SELECT format('%s-%d', tag, width) FROM d /* Left(x) */",
+       })
+    EXPECT_EQ(sqlite::rewriteAccessSql(sql), sql);
+}
+
+TEST_F(EngineSqlTest, FailuresHaveAccessNumbers) {
+  struct Case {
+    const char *sql;
+    long error;
+  } cases[] = {
+      {"SELEC tag FROM d", errc::kInvalidStatement},
+      {"SELECT FROM d WHERE", errc::kSyntaxExpression},
+      {"INSERT INTO d VALUES (", errc::kSyntaxInsert},
+      {"UPDATE d SET", errc::kSyntaxUpdate},
+      {"SELECT * FROM nowhere", errc::kNoSuchTable},
+      {"SELECT colour FROM d", errc::kTooFewParameters},
+      {"SELECT 1; SELECT 2", errc::kCharsAfterEnd},
+      {"SELECT Bogus(1)", errc::kUndefinedFunction},
+      {"INSERT INTO d(id, tag) VALUES (1, 'again')", errc::kDuplicateKey},
+      {"CREATE TABLE d(x)", errc::kObjectExists},
+      {"", errc::kInvalidStatement},
+  };
+  for (const Case &c : cases) EXPECT_EQ(rows(c.sql), "error " + std::to_string(c.error)) << c.sql;
+  int32_t n = -1;
+  EXPECT_FALSE(e->ExecuteCommand("SELECT * FROM d", &n));
+  EXPECT_EQ(e->GetLastError().number, errc::kCannotExecuteSelect);
+  EXPECT_EQ(rawScalar(db, "SELECT count(*) FROM d"), "4");
+}
+
+TEST_F(EngineSqlTest, ActionStatementsAnswerTheRecordsAffected) {
+  EXPECT_EQ(rows("INSERT INTO d(tag, width) VALUES ('N-1', 100)"), "1");
+  int32_t n = -1;
+  ASSERT_TRUE(e->ExecuteCommand("UPDATE d SET flow = 9 WHERE width < 350", &n));
+  EXPECT_EQ(n, 3);
+  ASSERT_TRUE(e->ExecuteCommand("DELETE * FROM d WHERE tag LIKE 'N*'", &n));
+  EXPECT_EQ(n, 1);
+  ASSERT_TRUE(e->ExecuteCommand("DELETE d.* FROM d WHERE id = 4", &n));
+  EXPECT_EQ(n, 1);
+  EXPECT_EQ(rows("CREATE TABLE extra(a)"), "");
+  EXPECT_EQ(rawScalar(db, "SELECT group_concat(flow) FROM d"), "1.5,9.0,9.0");
+}
+
+TEST_F(EngineSqlTest, StoredQueriesBindTheirParametersInOrder) {
+  ASSERT_TRUE(e->CreateQuery("since",
+                             "PARAMETERS [min width] Long, since DateTime;\n"
+                             "SELECT tag FROM d WHERE width >= [min width] AND made >= since ORDER BY tag"))
+      << e->GetLastError().description;
+  ASSERT_TRUE(e->CreateQuery("by_tag", "SELECT width FROM d WHERE tag = ?"));
+  struct Case {
+    const char *name;
+    ValueArray params;
+    const char *rows;
+  } cases[] = {
+      {"since", {Value::integer(300), Value::text("1/1/2024")}, "tag=\"S-1\""},
+      {"SINCE",
+       {Value::text(kMarkerListBegin), Value::integer(200), Value::text("2024-01-01"),
+        Value::text(kMarkerListEnd)},
+       "tag=\"R-7\" | tag=\"S-1\""},
+      {"since", {Value::integer(300)}, "error 3061"},
+      {"since", {Value::integer(300), Value::text("someday")}, "error 3421"},
+      {"by_tag", {Value::text("SX")}, "width=500"},
+      {"by_tag", {Value::text("x' OR '1'='1")}, ""},  // a value, never SQL text
+      {"wide", {}, "tag=\"S-1\" | tag=\"SX\""},       // a view runs by name
+      {"nothing", {}, "error 3078"},
+  };
+  for (const Case &c : cases) {
+    ValueArray out;
+    std::string got =
+        e->RunQuery(c.name, c.params, &out) ? show(out) : "error " + std::to_string(e->GetLastError().number);
+    EXPECT_EQ(got, c.rows) << c.name;
+  }
+  EXPECT_FALSE(e->CreateQuery("since", "SELECT 1"));
+  EXPECT_EQ(e->GetLastError().number, errc::kObjectExists);
+  EXPECT_FALSE(e->CreateQuery("d", "SELECT 1"));
+  EXPECT_EQ(e->GetLastError().number, errc::kObjectExists);
+  EXPECT_FALSE(e->CreateQuery("broken", "SELECT FROM WHERE"));
+  EXPECT_EQ(e->GetLastError().number, errc::kSyntaxExpression);
+  // Kept in the file: another connection runs it.
+  EngineConnection other = createEngine();
+  ASSERT_EQ(other->Open(db, 0, true), "OK");
+  ValueArray out;
+  ASSERT_TRUE(other->RunQuery("by_tag", {Value::text("R-7")}, &out));
+  EXPECT_EQ(show(out), "width=250");
+  EXPECT_FALSE(other->RunQuery("broken", {}, &out));
+  EXPECT_FALSE(other->CreateQuery("ro", "SELECT 1"));
+  EXPECT_EQ(other->GetLastError().number, errc::kReadOnly);
+}
+
+TEST(EngineAccessPatterns, WildcardsBecomeAnchoredExpressions) {
+  struct Case {
+    const char *pattern, *regex;
+  } cases[] = {
+      {"a*b", "^a.*b$"},
+      {"?#", "^.[0-9]$"},
+      {"[a-c]x", "^[a-c]x$"},
+      {"[!0-9]*", "^[^0-9].*$"},
+      {"1.5+(x)", "^1\\.5\\+\\(x\\)$"},
+      {"[*]", "^[*]$"},
+  };
+  for (const Case &c : cases) EXPECT_EQ(sqlite::accessPatternToRegex(c.pattern), c.regex) << c.pattern;
+}
+
+}  // namespace
+}  // namespace vantry::engine
