@@ -1,0 +1,207 @@
+// The LISP functions that open, name, compact and close a database and
+// report the engine's errors: vt_connect, vt_mdb, vt_close_db, vt_compact,
+// vt_getVersion, vt_lastError, vt_resetLastError.
+#include "database/context.h"
+#include "frame/implementations.h"
+#include "frame/text.h"
+#include "frame/value_list.h"
+
+namespace vantry::lispfn {
+namespace {
+
+using database::context;
+using database::DatabaseContext;
+using frame::ArgList;
+
+const char kRepair[] = "*REPAIR*";
+
+// Finds a database file: the name as given, else each ACADPREFIX directory
+// joined with "\" and the name exactly as they stand. Empty when not found.
+std::wstring resolveDatabasePath(const std::wstring &path) {
+  if (frame::fileExists(path)) return path;
+  resbuf rb{};
+  if (acedGetVar(L"ACADPREFIX", &rb) != RTNORM || rb.restype != RTSTR || !rb.resval.rstring) return L"";
+  std::wstring dirs = rb.resval.rstring;
+  acutDelString(rb.resval.rstring);
+  size_t start = 0;
+  while (start < dirs.size()) {
+    size_t end = dirs.find(L';', start);
+    if (end == std::wstring::npos) end = dirs.size();
+    std::wstring candidate = dirs.substr(start, end - start) + L"\\" + path;
+    if (end > start && frame::fileExists(candidate)) return candidate;
+    start = end + 1;
+  }
+  return L"";
+}
+
+// Asks the product's LISP to repair a damaged file: (compactDatabase path nil "Repair").
+bool repairThroughLisp(const std::wstring &path) {
+  resbuf *args = acutBuildList(RTSTR, L"compactDatabase", RTSTR, path.c_str(), RTNIL, RTSTR, L"Repair", 0);
+  resbuf *result = nullptr;
+  int rc = acedInvoke(args, &result);
+  acutRelRb(args);
+  bool ok = rc == RTNORM && result && result->restype != RTNIL;
+  acutRelRb(result);
+  return ok;
+}
+
+bool isGarbage(const database::DocumentDatabaseEntry &e) { return e.documentKey.empty() && !e.connection; }
+
+}  // namespace
+
+int vt_connect() {
+  acedRetNil();
+  DatabaseContext &c = context();
+  // 1. Entries with neither a document nor a connection are garbage.
+  for (bool removed = true; removed;) {
+    removed = false;
+    for (auto it = c.entries.begin(); it != c.entries.end(); ++it) {
+      if (isGarbage(*it)) {
+        c.entries.erase(it);
+        removed = true;
+        break;
+      }
+    }
+  }
+
+  // 2. Arguments: path, then an optional mode and, with a mode, an optional flag.
+  ArgList args;
+  std::wstring path, mode = L"w";
+  bool flag = false;
+  if (!frame::readString(args.cursor(), path)) return 2;
+  if (args.cursor()) {
+    if (!frame::readString(args.cursor(), mode)) return 2;
+    if (args.cursor() && !frame::readBoolean(args.cursor(), flag)) return 2;
+  }
+  int16_t readOnly = mode == L"w" ? 0 : -1;
+
+  // 3. The current database: kept when it is the one asked for in the mode
+  // asked for, otherwise closed.
+  if (c.connection && c.connection->IsConnected()) {
+    if (!c.connection->IsAlive()) {
+      database::releaseCurrent();
+    } else {
+      bool samePath = frame::samePath(path, c.path);
+      if (!samePath) {
+        std::wstring resolved = resolveDatabasePath(path);
+        samePath = !resolved.empty() && frame::samePath(resolved, c.path);
+      }
+      if (samePath && c.connection->IsUpdatable() != readOnly) {
+        acedRetT();
+        return 0;
+      }
+      c.connection->Close();
+      if (!c.entries.empty()) {
+        c.entries.front().connection.reset();
+        c.entries.front().path.clear();
+      }
+      database::releaseCurrent();
+    }
+  }
+
+  std::wstring resolved = path;
+  if (!c.connection) {
+    // 5. A new engine object for the new database.
+    database::EngineConnection conn = database::newConnection();
+    if (!conn) return 0;
+    // 6. Find the file.
+    resolved = resolveDatabasePath(path);
+    if (resolved.empty()) return 0;
+    // 7. Open it, repairing once through the product's LISP when it asks for that.
+    std::string native = frame::nativePath(resolved);
+    std::string status = conn->Open(native, 0, readOnly != 0);
+    if (status == kRepair) {
+      conn->Close();
+      if (repairThroughLisp(resolved)) {
+        status = conn->Open(native, 0, readOnly != 0);
+        if (status == kRepair) status.clear();
+      } else {
+        status.clear();
+      }
+    }
+    if (status.empty() && database::reportEngineError(conn)) return flag ? 4 : 0;
+    // 8.
+    database::makeCurrent(conn, resolved, readOnly);
+  }
+
+  // 9. The document's entry goes to the head of the list.
+  database::DocumentDatabaseEntry e;
+  e.documentKey = database::currentDocumentKey();
+  e.connection = c.connection;
+  e.path = resolved;
+  e.readOnly = readOnly == -1 ? 1 : 0;
+  c.entries.insert(c.entries.begin(), std::move(e));
+  acedRetT();
+  return 0;
+}
+
+int vt_mdb() {
+  acedRetNil();
+  database::EngineConnection conn = database::currentConnection();
+  if (!conn) return 0;
+  std::wstring name = frame::fromUtf8(conn->GetName());
+  if (name.empty()) {
+    database::reportEngineError();
+    return 0;
+  }
+  acedRetStr(name.c_str());
+  return 0;
+}
+
+int vt_close_db() {
+  acedRetNil();
+  if (database::closeCurrentDatabase()) acedRetT();
+  return 0;
+}
+
+int vt_compact() {
+  acedRetNil();
+  ArgList args;
+  std::wstring source, destination;
+  if (!frame::readString(args.cursor(), source) || !frame::readString(args.cursor(), destination)) return 0;
+  bool showBox = true;
+  if (args.cursor()) frame::readBoolean(args.cursor(), showBox);
+
+  database::EngineConnection conn = database::newConnection();
+  if (!conn) return 0;
+  if (conn->CompactDatabase(frame::nativePath(source), frame::nativePath(destination))) {
+    acedRetStr(L"OK");
+    return 0;
+  }
+  engine::LastError e = conn->GetLastError();
+  std::wstring text = frame::fromUtf8(e.description);
+  if (conn->HasError()) {
+    database::setLastError(e.number, text);
+    database::printEngineError(e.number, text);
+  }
+  wchar_t computer[16];
+  DWORD size = 16;
+  if (showBox && GetComputerNameW(computer, &size)) {
+    text += L"\n(Your computer name is ";
+    text += computer;
+    text += L")";
+    MessageBoxW(nullptr, text.c_str(), L"Database Error", MB_OK | MB_ICONERROR);
+  }
+  frame::returnInteger(int32_t(e.number));
+  return 0;
+}
+
+int vt_getVersion() {
+  acedRetNil();
+  database::EngineConnection conn = database::newConnection();
+  acedRetInt(conn ? conn->GetVersion() : 0);
+  return 0;
+}
+
+int vt_lastError() {
+  acedRetStr(context().lastError.c_str());
+  return 0;
+}
+
+int vt_resetLastError() {
+  context().lastError.clear();
+  acedRetStr(L"");
+  return 0;
+}
+
+}  // namespace vantry::lispfn

@@ -1,0 +1,47 @@
+// Values between LISP and the engine.
+//
+// LISP to engine: real -> real; short and long integers -> 32-bit integer;
+// string -> text; T -> boolean true; nil -> no value (empty); anything else
+// cannot be converted.
+// Engine to LISP: empty and null -> nil; integer -> integer (RTSHORT when it
+// fits 16 bits, RTLONG otherwise); real -> real; text -> string; boolean ->
+// T or nil; date -> its text "YYYY-MM-DD HH:MM:SS".
+//
+// A record goes to LISP as ((name . value) ...) in the engine's field order.
+// A statement's answer goes to LISP as its plain values, then one record
+// list per "*NewRecord*" marker.
+#pragma once
+
+#include <string>
+
+#include "engine/engine.h"
+#include "host/arx.h"
+
+namespace vantry::database {
+
+// Converts the node under the cursor; false when its type cannot travel.
+bool toEngineValue(const resbuf *rb, engine::Value &out);
+// Appends the LISP form of an engine value after *tail (one or more nodes).
+void appendLispValue(resbuf *&tail, const engine::Value &v);
+
+// A record as a LISP list of dotted pairs, returned to the host.
+void returnRecord(const engine::Record &record);
+// A statement's answer as a LISP list, returned to the host (nil when empty).
+void returnValueArray(const engine::ValueArray &values);
+
+// Reads a record from the cursor to the end of the arguments: names and
+// values, in pairs, flat or as (name . value) / (name value) lists; list
+// marks are skipped; a name followed directly by a list end gets null.
+// False for a name that is not a string, a missing or unconvertible value,
+// or no field at all.
+bool readRecord(resbuf *cur, engine::Record &out);
+
+// The whole argument list from the cursor on, flattened: list marks become
+// the texts "*RTLB*", "*RTLE*", "*RTDOTE*", every other node one value.
+// False (and nothing produced) when any node cannot be converted.
+bool flattenArguments(const resbuf *cur, engine::ValueArray &out);
+
+// An integer result: 16-bit when it fits, a real otherwise.
+void returnCount(int32_t n);
+
+}  // namespace vantry::database

@@ -1,0 +1,65 @@
+// The module's number functions: arc sine and cosine, power, the leading
+// number of a text, and the C run-time's random numbers (seeded once at
+// start-up).
+#include <cmath>
+#include <cstdlib>
+#include <cwchar>
+
+#include "frame/implementations.h"
+#include "frame/value_list.h"
+
+namespace vantry::lispfn {
+namespace {
+
+using frame::ArgList;
+
+// One real in, one real out.
+int realFunction(double (*f)(double)) {
+  acedRetNil();
+  ArgList args;
+  double x;
+  if (!frame::readReal(args.cursor(), x)) return 2;
+  acedRetReal(f(x));
+  return 0;
+}
+
+}  // namespace
+
+int asin() { return realFunction(::asin); }
+int acos() { return realFunction(::acos); }
+
+int ol_pow() {
+  acedRetNil();
+  ArgList args;
+  double base, exponent;
+  if (!frame::readReal(args.cursor(), base)) return 2;
+  if (!frame::readReal(args.cursor(), exponent)) return 2;
+  acedRetReal(std::pow(base, exponent));
+  return 0;
+}
+
+int ol_atof() {
+  acedRetNil();
+  ArgList args;
+  std::wstring text;
+  if (!frame::readString(args.cursor(), text)) return 2;
+  // The leading number of the text, 0.0 when there is none.
+  acedRetReal(std::wcstod(text.c_str(), nullptr));
+  return 0;
+}
+
+// Without an argument (or with -1): rand(). With n: rand() modulo n, the C
+// remainder. n = 0 would divide by zero; it is refused as bad data.
+int ol_ol_rand() {
+  acedRetNil();
+  ArgList args;
+  int n = -1;
+  resbuf *&cur = args.cursor();
+  if (cur && (cur->restype == RTSHORT || cur->restype == RTLONG)) frame::readInteger(cur, n);
+  if (n == 0) return 3;
+  int r = std::rand();
+  frame::returnInteger(n == -1 ? r : r % n);
+  return 0;
+}
+
+}  // namespace vantry::lispfn

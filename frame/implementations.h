@@ -1,0 +1,60 @@
+// The implementations behind the function tables, one family per file.
+// Each reads its arguments from the host, sets its result, and returns its
+// status for the call frame (see frame/function_table.h).
+#pragma once
+
+namespace vantry::lispfn {
+
+// Connection, context and last error (database/connection.cpp).
+int vt_connect();
+int vt_mdb();
+int vt_close_db();
+int vt_compact();
+int vt_getVersion();
+int vt_lastError();
+int vt_resetLastError();
+
+// Table cursors (database/cursors.cpp).
+int vt_table();
+int vt_current_table();
+int vt_current_index();
+int vt_top();
+int vt_bottom();
+int vt_skip();
+int vt_getrec();
+int vt_seek();
+int vt_count();
+int vt_close_table();
+int vt_closeall_tables();
+
+// Record editing (database/records.cpp).
+int vt_append();
+int vt_append_withindex();
+int vt_replace();
+int vt_delete();
+
+// SQL and stored queries (database/sql.cpp).
+int vt_sql();
+int vt_sql_nil();
+int vt_sql_error();
+int vt_command();
+int vt_query();
+int vt_create_query();
+
+// File checks, random numbers, beeps, message boxes (database/utility.cpp).
+int vt_create_db();
+int vt_exist();
+int vt_readonly();
+int vt_random();
+int vt_beep();
+int vt_message_beep();
+int vt_message_box();
+
+// Numbers (drawing/numbers.cpp).
+int asin();
+int acos();
+int ol_pow();
+int ol_atof();
+int ol_ol_rand();
+
+}  // namespace vantry::lispfn

@@ -1,0 +1,76 @@
+// LISP value lists as the module reads and writes them.
+//
+// Every LISP function of the module receives its arguments as one result-
+// buffer chain (acedGetArgs) and walks it with the readers below, in the
+// order of its documented arguments. A reader looks at the node under the
+// cursor; on success it fills its output, advances the cursor past what it
+// consumed and returns true; on failure it returns false and moves nothing.
+// Readers never print: the caller turns a failure into a status for the call
+// frame, which prints the message.
+//
+// Ownership: the chain belongs to the implementation, which releases it with
+// acutRelRb on every exit path (ArgList does that). Result lists built here
+// are handed to acedRetList and released at once: the host keeps a copy.
+#pragma once
+
+#include <string>
+
+#include "host/arx.h"
+
+namespace vantry::frame {
+
+using LispValueList = resbuf;
+
+// The argument chain of the call in progress, released on every exit.
+class ArgList {
+ public:
+  ArgList() : head_(acedGetArgs()), cursor_(head_) {}
+  ~ArgList() { acutRelRb(head_); }
+  ArgList(const ArgList &) = delete;
+  ArgList &operator=(const ArgList &) = delete;
+  resbuf *head() const { return head_; }
+  // The reading position; readers advance it.
+  resbuf *&cursor() { return cursor_; }
+
+ private:
+  resbuf *head_;
+  resbuf *cursor_;
+};
+
+// RTREAL; otherwise whatever readInteger accepts, widened.
+bool readReal(resbuf *&cur, double &out);
+// RTREAL only.
+bool readRealStrict(resbuf *&cur, double &out);
+// RTSHORT, RTLONG, RTREAL (truncated toward zero), or a group-code node
+// (code below 1000), which yields the code itself without advancing.
+bool readInteger(resbuf *&cur, int &out);
+// Anything but RTLB: RTNIL is false and advances; RTLE is false and stays
+// (a missing trailing flag inside a list); any other node is true and
+// advances.
+bool readBoolean(resbuf *&cur, bool &out);
+// One RTPOINT (z = 0), RT3DPOINT or point group code (10 to 17); or two or
+// three numbers in a row (z = 0 when only two).
+bool readPoint(resbuf *&cur, ads_point out);
+// RTSTR, copied.
+bool readString(resbuf *&cur, std::wstring &out);
+// RTSTR reduced to the low 8 bits of each character.
+bool readNarrowString(resbuf *&cur, std::string &out);
+// RTENAME.
+bool readEntityName(resbuf *&cur, ads_name out);
+bool readListBegin(resbuf *&cur);
+bool readListEnd(resbuf *&cur);
+// Advances one node when there is one; never fails.
+void skipArgument(resbuf *&cur);
+
+// Result helpers. A result list is begun with its RTLB, grown at its tail,
+// and returned with its RTLE appended.
+void startResultList(resbuf *&head, resbuf *&tail);
+void appendDottedPair(resbuf *&tail, const ACHAR *key, int32_t number);
+void appendDottedPair(resbuf *&tail, const ACHAR *key, double number);
+// Appends RTLE, returns the list to the host, releases it; head and tail
+// become null.
+void returnResultList(resbuf *&head, resbuf *&tail);
+// A 16-bit integer when it fits, else a real.
+void returnInteger(int32_t value);
+
+}  // namespace vantry::frame
