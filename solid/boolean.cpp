@@ -1,0 +1,163 @@
+// Booleans between bodies and the checks on what they give back.
+//
+// Fittings are fused from pieces that mostly only touch face to face (an elbow's arc and its legs,
+// the two mitred legs of a square elbow, two fittings joined at a port). For those the glue option is
+// far faster, but it is only right when the pieces do not overlap: it is used when the caller knows
+// the pieces only touch, or when their oriented boxes show they cannot overlap; its result is then
+// checked (valid, and volume equal to the sum of the pieces) and the fuse is redone in full when the
+// check fails. A fuzzy value joins faces that
+// agree only to the drawing's precision, and same-domain faces are merged after every boolean so
+// that a flat side stays one face.
+#include <BRepAlgoAPI_Common.hxx>
+#include <BRepAlgoAPI_Cut.hxx>
+#include <BRepAlgoAPI_Fuse.hxx>
+#include <BRepBndLib.hxx>
+#include <BRepCheck_Analyzer.hxx>
+#include <BRepGProp.hxx>
+#include <Bnd_OBB.hxx>
+#include <GProp_GProps.hxx>
+#include <ShapeUpgrade_UnifySameDomain.hxx>
+#include <Standard_Failure.hxx>
+#include <TopExp_Explorer.hxx>
+#include <TopTools_ListOfShape.hxx>
+#include <TopoDS.hxx>
+#include <cmath>
+
+#include "solid/solid_internal.h"
+
+namespace vantry::solid {
+
+double shapeVolume(const TopoDS_Shape &s) {
+  if (s.IsNull()) return 0;
+  GProp_GProps props;
+  BRepGProp::VolumeProperties(s, props);
+  return props.Mass();
+}
+
+bool hasVolume(const TopoDS_Shape &s) {
+  if (s.IsNull()) return false;
+  TopExp_Explorer ex(s, TopAbs_SOLID);
+  return ex.More() && shapeVolume(s) > 0;
+}
+
+bool validSolid(const TopoDS_Shape &s) {
+  return hasVolume(s) && BRepCheck_Analyzer(s).IsValid();
+}
+
+// The single solid of a boolean's result, or the result itself when it holds several.
+static TopoDS_Shape simplify(const TopoDS_Shape &s) {
+  int solids = 0;
+  TopoDS_Shape only;
+  for (TopExp_Explorer ex(s, TopAbs_SOLID); ex.More(); ex.Next()) {
+    ++solids;
+    only = ex.Current();
+  }
+  return solids == 1 ? only : s;
+}
+
+static TopoDS_Shape unify(const TopoDS_Shape &s) {
+  ShapeUpgrade_UnifySameDomain unify(s, Standard_True, Standard_True, Standard_False);
+  unify.Build();
+  return simplify(unify.Shape());
+}
+
+static TopoDS_Shape runFuse(const std::vector<TopoDS_Shape> &shapes, bool glue) {
+  TopTools_ListOfShape args, tools;
+  args.Append(shapes[0]);
+  for (size_t i = 1; i < shapes.size(); ++i) tools.Append(shapes[i]);
+  BRepAlgoAPI_Fuse fuse;
+  fuse.SetArguments(args);
+  fuse.SetTools(tools);
+  fuse.SetFuzzyValue(kFuzzy);
+  fuse.SetRunParallel(Standard_False);
+  if (glue) fuse.SetGlue(BOPAlgo_GlueShift);
+  fuse.Build();
+  if (!fuse.IsDone() || fuse.HasErrors()) return {};
+  return unify(fuse.Shape());
+}
+
+// True when no two shapes can overlap by more than the fuzzy value: their oriented boxes, pulled in
+// by a little more than that, are apart. (Boxes that only meet on a shared face, as a fitting meets
+// the next at its port, pass; a box that merely encloses another's corner does not.)
+static bool onlyTouching(const std::vector<TopoDS_Shape> &shapes) {
+  std::vector<Bnd_OBB> boxes;
+  for (const TopoDS_Shape &s : shapes) {
+    Bnd_OBB obb;
+    BRepBndLib::AddOBB(s, obb, Standard_False, Standard_False, Standard_False);
+    if (obb.IsVoid()) return false;
+    double pull = 10 * kFuzzy;
+    if (obb.XHSize() <= pull || obb.YHSize() <= pull || obb.ZHSize() <= pull) return false;
+    boxes.emplace_back(gp_Pnt(obb.Center()), gp_Dir(obb.XDirection()), gp_Dir(obb.YDirection()),
+                       gp_Dir(obb.ZDirection()), obb.XHSize() - pull, obb.YHSize() - pull,
+                       obb.ZHSize() - pull);
+  }
+  for (size_t i = 0; i < boxes.size(); ++i)
+    for (size_t j = i + 1; j < boxes.size(); ++j)
+      if (!boxes[i].IsOut(boxes[j])) return false;
+  return true;
+}
+
+TopoDS_Shape fuseAll(const std::vector<TopoDS_Shape> &shapes, Contact contact, std::string &why,
+                     double pieceVolume) {
+  if (shapes.empty()) {
+    why = "nothing to fuse";
+    return {};
+  }
+  if (shapes.size() == 1) return shapes[0];
+  try {
+    if (contact == Contact::kTouching || (contact == Contact::kUnknown && onlyTouching(shapes))) {
+      double sum = pieceVolume;
+      if (!(sum > 0)) {
+        sum = 0;
+        for (const TopoDS_Shape &s : shapes) sum += shapeVolume(s);
+      }
+      // Glued pieces that only touch keep every bit of their volume; a wrong glue loses or doubles some.
+      TopoDS_Shape glued = runFuse(shapes, true);
+      TopExp_Explorer solid(glued, TopAbs_SOLID);
+      if (!glued.IsNull() && solid.More() && std::abs(shapeVolume(glued) - sum) <= 1e-6 * sum) return glued;
+    }
+    TopoDS_Shape fused = runFuse(shapes, false);
+    if (!hasVolume(fused)) {
+      why = "the union of the pieces is not a valid solid";
+      return {};
+    }
+    return fused;
+  } catch (const Standard_Failure &e) {
+    why = std::string("the union failed: ") + e.GetMessageString();
+    return {};
+  }
+}
+
+template <class Op>
+static TopoDS_Shape runBinary(const TopoDS_Shape &a, const TopoDS_Shape &b, const char *name,
+                              std::string &why) {
+  try {
+    Op cut;
+    TopTools_ListOfShape args, tools;
+    args.Append(a);
+    tools.Append(b);
+    cut.SetArguments(args);
+    cut.SetTools(tools);
+    cut.SetFuzzyValue(kFuzzy);
+    cut.SetRunParallel(Standard_False);
+    cut.Build();
+    if (!cut.IsDone() || cut.HasErrors()) {
+      why = std::string("the ") + name + " failed";
+      return {};
+    }
+    return unify(cut.Shape());
+  } catch (const Standard_Failure &e) {
+    why = std::string("the ") + name + " failed: " + e.GetMessageString();
+    return {};
+  }
+}
+
+TopoDS_Shape cutShape(const TopoDS_Shape &a, const TopoDS_Shape &b, std::string &why) {
+  return runBinary<BRepAlgoAPI_Cut>(a, b, "cut", why);
+}
+
+TopoDS_Shape commonShape(const TopoDS_Shape &a, const TopoDS_Shape &b, std::string &why) {
+  return runBinary<BRepAlgoAPI_Common>(a, b, "slice", why);
+}
+
+}  // namespace vantry::solid

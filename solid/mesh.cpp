@@ -1,0 +1,180 @@
+// Faces for drawing and explosion: the triangle mesh of all bodies, and the explode rule (a flat face
+// with at most four corners and straight edges stays one piece, any other face gives its
+// triangles).
+//
+// Loft sides come back as degree-one B-spline surfaces even when flat, so flatness and straightness
+// are judged by sampling the geometry, not by the surface's type.
+#include <BRepAdaptor_Curve.hxx>
+#include <BRepAdaptor_Surface.hxx>
+#include <BRepBndLib.hxx>
+#include <BRepLProp_SLProps.hxx>
+#include <BRepMesh_IncrementalMesh.hxx>
+#include <BRepTools.hxx>
+#include <BRepTools_WireExplorer.hxx>
+#include <BRep_Tool.hxx>
+#include <Bnd_Box.hxx>
+#include <GeomLib_IsPlanarSurface.hxx>
+#include <Poly_Triangulation.hxx>
+#include <Standard_Failure.hxx>
+#include <TopExp.hxx>
+#include <TopExp_Explorer.hxx>
+#include <TopoDS.hxx>
+#include <algorithm>
+#include <cmath>
+
+#include "solid/solid_internal.h"
+
+namespace vantry::solid {
+
+namespace {
+
+constexpr double kFlat = 1e-6;  // relative to the face's size
+
+double boxDiagonal(const TopoDS_Shape &s) {
+  Bnd_Box box;
+  BRepBndLib::Add(s, box);
+  return box.IsVoid() ? 0 : std::sqrt(box.SquareExtent());
+}
+
+// Default fineness: chords within 1/500 of the body's size and turning at most 20 degrees, which
+// draws a duct smoothly without burying a drawing in faces.
+void ensureMesh(const TopoDS_Shape &s, double deflection) {
+  if (!(deflection > 0)) deflection = std::max(boxDiagonal(s) * 2e-3, 1e-6);
+  BRepMesh_IncrementalMesh(s, deflection, Standard_False, 0.35, Standard_False);
+}
+
+// Appends the triangles of one meshed face, turned to face outwards.
+template <class Emit>
+void faceTriangles(const TopoDS_Face &face, Emit emit) {
+  TopLoc_Location loc;
+  const Handle(Poly_Triangulation) &tri = BRep_Tool::Triangulation(face, loc);
+  if (tri.IsNull()) return;
+  const gp_Trsf &t = loc.Transformation();
+  bool reversed = face.Orientation() == TopAbs_REVERSED;
+  for (int i = 1; i <= tri->NbTriangles(); ++i) {
+    int a, b, c;
+    tri->Triangle(i).Get(a, b, c);
+    if (reversed) std::swap(b, c);
+    emit(tri->Node(a).Transformed(t), tri->Node(b).Transformed(t), tri->Node(c).Transformed(t));
+  }
+}
+
+bool straightEdge(const TopoDS_Edge &e) {
+  BRepAdaptor_Curve c(e);
+  if (c.GetType() == GeomAbs_Line) return true;
+  double u0 = c.FirstParameter(), u1 = c.LastParameter();
+  gp_Pnt p0 = c.Value(u0), p1 = c.Value(u1);
+  double len = p0.Distance(p1);
+  if (len < kTiny) return false;
+  gp_Lin chord(p0, gp_Dir(gp_Vec(p0, p1)));
+  for (double f : {0.25, 0.5, 0.75})
+    if (chord.Distance(c.Value(u0 + f * (u1 - u0))) > kFlat * len) return false;
+  return true;
+}
+
+// The corners of a flat face with at most four corners and straight edges, in order round its
+// outward normal; empty when the face is not one.
+std::vector<gp_Pnt> flatCorners(const TopoDS_Face &face) {
+  int wires = 0;
+  for (TopExp_Explorer ex(face, TopAbs_WIRE); ex.More(); ex.Next()) ++wires;
+  if (wires != 1) return {};
+  std::vector<gp_Pnt> pts;
+  for (BRepTools_WireExplorer we(BRepTools::OuterWire(face), face); we.More(); we.Next()) {
+    if (!straightEdge(we.Current())) return {};
+    pts.push_back(BRep_Tool::Pnt(we.CurrentVertex()));
+    if (pts.size() > 8) return {};
+  }
+  // Drop corners that only split a straight side (left by a boolean that was not unified).
+  for (size_t i = 0; pts.size() > 3 && i < pts.size();) {
+    const gp_Pnt &a = pts[(i + pts.size() - 1) % pts.size()], &b = pts[i], &c = pts[(i + 1) % pts.size()];
+    gp_Vec ab(a, b), bc(b, c);
+    if (ab.Crossed(bc).Magnitude() <= kFlat * ab.Magnitude() * bc.Magnitude())
+      pts.erase(pts.begin() + i);
+    else
+      ++i;
+  }
+  if (pts.size() < 3 || pts.size() > 4) return {};
+  // Flat: every corner on the plane of the first three.
+  gp_Vec n = gp_Vec(pts[0], pts[1]).Crossed(gp_Vec(pts[0], pts[2]));
+  double size = pts[0].Distance(pts[1]) + pts[1].Distance(pts[2]);
+  if (n.Magnitude() < kTiny) return {};
+  n.Normalize();
+  for (const gp_Pnt &p : pts)
+    if (std::abs(gp_Vec(pts[0], p).Dot(n)) > kFlat * size) return {};
+  BRepAdaptor_Surface surf(face);
+  if (surf.GetType() != GeomAbs_Plane) {
+    GeomLib_IsPlanarSurface planar(BRep_Tool::Surface(face), kFlat * size);
+    if (!planar.IsPlanar()) return {};
+  }
+  // Order the corners round the outward normal.
+  double u = 0.5 * (surf.FirstUParameter() + surf.LastUParameter());
+  double v = 0.5 * (surf.FirstVParameter() + surf.LastVParameter());
+  BRepLProp_SLProps props(surf, u, v, 1, 1e-9);
+  if (props.IsNormalDefined()) {
+    gp_Dir out = props.Normal();
+    if (face.Orientation() == TopAbs_REVERSED) out.Reverse();
+    if (n.Dot(gp_Vec(out)) < 0) std::reverse(pts.begin(), pts.end());
+  }
+  return pts;
+}
+
+}  // namespace
+
+Mesh SolidBodies::mesh(double deflection) const {
+  Mesh out;
+  try {
+    for (const Body &b : impl_->bodies) {
+      ensureMesh(b.shape, deflection);
+      for (TopExp_Explorer ex(b.shape, TopAbs_FACE); ex.More(); ex.Next()) {
+        faceTriangles(TopoDS::Face(ex.Current()), [&](const gp_Pnt &p, const gp_Pnt &q, const gp_Pnt &r) {
+          for (const gp_Pnt *v : {&p, &q, &r}) {
+            out.triangles.push_back(static_cast<int>(out.vertices.size()));
+            out.vertices.push_back(impl_->world(*v));
+          }
+        });
+      }
+    }
+  } catch (const Standard_Failure &) {
+    return {};
+  }
+  return out;
+}
+
+std::vector<FacePiece> SolidBodies::explode() const {
+  std::vector<FacePiece> out;
+  try {
+    for (const Body &b : impl_->bodies) {
+      bool meshed = false;
+      for (TopExp_Explorer ex(b.shape, TopAbs_FACE); ex.More(); ex.Next()) {
+        const TopoDS_Face &face = TopoDS::Face(ex.Current());
+        std::vector<gp_Pnt> corners = flatCorners(face);
+        if (!corners.empty()) {
+          FacePiece piece;
+          piece.kind = b.kind;
+          piece.count = static_cast<int>(corners.size());
+          for (size_t i = 0; i < corners.size(); ++i) piece.corners[i] = impl_->world(corners[i]);
+          out.push_back(piece);
+          continue;
+        }
+        if (!meshed) {
+          ensureMesh(b.shape, 0);
+          meshed = true;
+        }
+        faceTriangles(face, [&](const gp_Pnt &p, const gp_Pnt &q, const gp_Pnt &r) {
+          FacePiece piece;
+          piece.kind = b.kind;
+          piece.count = 3;
+          piece.corners[0] = impl_->world(p);
+          piece.corners[1] = impl_->world(q);
+          piece.corners[2] = impl_->world(r);
+          out.push_back(piece);
+        });
+      }
+    }
+  } catch (const Standard_Failure &) {
+    return {};
+  }
+  return out;
+}
+
+}  // namespace vantry::solid
