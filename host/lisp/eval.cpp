@@ -259,9 +259,7 @@ Value Interp::applyList(const Value &fn, const Value &argList) {
 
 Value Interp::evalText(std::wstring_view text, const SourcePos &where) {
   try {
-    Value result;
-    for (const Value &form : readAll(text, where)) result = eval(form);
-    return result;
+    return evalForms(text, where);
   } catch (LispError &e) {
     reportError(e.message);
     throw ErrorHandled{std::move(e.message)};
@@ -273,10 +271,7 @@ Value Interp::loadFile(const std::wstring &path) {
   if (!f) error(L"LOAD failed: " + toString(makeString(path), true));
   std::ostringstream buf;
   buf << f.rdbuf();
-  std::wstring text = fromUtf8(buf.str());
-  Value result;
-  for (const Value &form : readAll(text, SourcePos{path, 1})) result = eval(form);
-  return result;
+  return evalForms(fromUtf8(buf.str()), SourcePos{path, 1});
 }
 
 // --- Argument helpers for built-ins ---------------------------------------------------

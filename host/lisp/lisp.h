@@ -67,6 +67,8 @@ class Interp {
   // ErrorHandled so the caller knows the text did not finish. Returns the
   // value of the last form.
   Value evalText(std::wstring_view text, const SourcePos &where);
+  // Reads and evaluates the forms of a text one by one; errors propagate.
+  Value evalForms(std::wstring_view text, const SourcePos &where);
   // Loads a file as the load built-in does; the path is used as given.
   Value loadFile(const std::wstring &path);
 

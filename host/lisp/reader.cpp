@@ -213,6 +213,15 @@ class Reader {
 
 }  // namespace
 
+// Reads and evaluates one form at a time, as a loaded file runs: the forms
+// before a malformed one have run when its error is raised.
+Value Interp::evalForms(std::wstring_view text, const SourcePos &where) {
+  Reader r(*this, text, where);
+  Value form, result;
+  while (r.next(&form)) result = eval(form);
+  return result;
+}
+
 std::vector<Value> Interp::readAll(std::wstring_view text, const SourcePos &where) {
   Reader r(*this, text, where);
   std::vector<Value> forms;

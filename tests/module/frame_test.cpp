@@ -243,3 +243,37 @@ TEST(Lifecycle, EntryPointReportsExceptions) {
 
 }  // namespace
 }  // namespace vantry::frame
+
+namespace vantry::frame {
+namespace {
+
+// The editor reactor closes a drawing's database when that drawing is saved
+// under a new name, and only then.
+TEST_F(ModuleTest, SavingUnderANewNameClosesTheDatabase) {
+  Session &s = Session::get();
+  std::string dir = ::testing::TempDir();
+  std::wstring db(dir.begin(), dir.end());
+  db += L"vantry_save_test.db";
+  std::remove(std::string(db.begin(), db.end()).c_str());
+  ASSERT_EQ(lisp(L"(vt_create_db \"" + db + L"\")"), L"T");
+  ASSERT_EQ(lisp(L"(vt_connect \"" + db + L"\")"), L"T");
+  host::Document *first = s.current();
+
+  // A save of another document's drawing changes nothing.
+  s.newDocument(L"");
+  acrxEntryPoint(AcRx::kLoadDwgMsg, this);
+  host::Document *second = s.current();
+  s.activate(first);
+  EXPECT_TRUE(s.save(second, first->fileName() + std::wstring(L".other.dwg")));
+  EXPECT_TRUE(database::currentConnection() != nullptr);
+
+  // A plain save keeps it; a save under a new name closes it.
+  EXPECT_TRUE(s.save(first, L""));
+  EXPECT_EQ(lisp(L"(vt_mdb)"), L"\"" + db + L"\"");
+  EXPECT_TRUE(s.save(first, std::wstring(dir.begin(), dir.end()) + L"renamed.dwg"));
+  EXPECT_EQ(database::currentConnection(), nullptr);
+  EXPECT_EQ(lisp(L"(vt_mdb)"), L"nil");
+}
+
+}  // namespace
+}  // namespace vantry::frame
