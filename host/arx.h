@@ -368,7 +368,7 @@ AcRxDictionary *acrxSysRegistry();
 // --- Applications -----------------------------------------------------------------------
 
 namespace AcRx {
-enum AppMsgCode {
+enum AppMsgCode : int {
   kNullMsg = 0,
   kInitAppMsg = 1,
   kUnloadAppMsg = 2,

@@ -55,10 +55,14 @@ class Value {
   explicit Value(Object *o) : type_(o->type), o_(o) { ++o->refs; }
   ~Value() { release(); }
   Value &operator=(const Value &v) {
+    // v may live inside the object this value releases (v = car(v)): take
+    // what is needed from it first.
+    Type t = v.type_;
+    uint64_t b = v.bits_;
     if (v.isObject()) ++v.o_->refs;
     release();
-    type_ = v.type_;
-    bits_ = v.bits_;
+    type_ = t;
+    bits_ = b;
     return *this;
   }
   Value &operator=(Value &&v) noexcept {
