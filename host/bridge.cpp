@@ -313,6 +313,7 @@ void installHostLisp(Interp &in) {
   in.supportPath = supportDirectories;
   installEditorInput(in);
   installHostFunctions(in);
+  installEntityLisp(in);
 }
 
 }  // namespace vantry::host
@@ -391,10 +392,9 @@ int acedRetName(const ads_name aname, int type) {
 int acedRetVal(const struct resbuf *rbuf) {
   vantry::lisp::Interp *in = callInterp();
   if (!in || !rbuf) return RTERROR;
-  Value v = vantry::host::chainToValue(*in, rbuf);
-  // A single non-list node is returned as itself, not as a one-element list.
-  if (!rbuf->rbnext && rbuf->restype != RTLB) v = vantry::lisp::car(v);
-  return ret(std::move(v));
+  // One value: the first node, or the whole list it opens.
+  const resbuf *p = rbuf;
+  return ret(vantry::host::readValue(*in, p, false));
 }
 int acedRetList(const struct resbuf *rbuf) {
   vantry::lisp::Interp *in = callInterp();

@@ -190,5 +190,8 @@ void installHostLisp(lisp::Interp &in);
 // host: functions for scripts and tests; getvar, setvar and alert.
 void installEditorInput(lisp::Interp &in);
 void installHostFunctions(lisp::Interp &in);
+// The drawing database's built-ins: entget, entmake ..., tblsearch,
+// dictsearch, regapp ... (host/db_lisp_entities.cpp).
+void installEntityLisp(lisp::Interp &in);
 
 }  // namespace vantry::host

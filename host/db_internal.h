@@ -1,0 +1,167 @@
+// The drawing database's insides, shared by the host/db_*.cpp files and the
+// stand-in's LISP entity functions. Module code never includes this.
+//
+// Store: a database keeps one AcDbStub per object it ever held, in a deque
+// (stable addresses), in the order the objects joined. An object's handle is
+// its stub's index + 1, so a handle or entity name converts to an id in
+// constant time, and handles are never reused. An erased object keeps its
+// stub and its object until the database goes.
+#pragma once
+
+#include <deque>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/acdb.h"
+
+namespace vantry::lisp {
+class Interp;
+}
+
+struct AcDbStub {
+  AcDbDatabase *db = nullptr;
+  AcDbObject *obj = nullptr;
+  uint64_t handle = 0;
+};
+
+struct AcDbDatabase::Impl {
+  int64_t serial = 0;
+  std::deque<AcDbStub> stubs;
+  AcDbObjectId blockTable, layerTable, styleTable, regAppTable, linetypeTable;
+  AcDbObjectId nod, groupDict;
+  AcDbObjectId modelSpace, paperSpace;
+  AcDbObjectId byLayer, byBlock, continuous;
+  AcDbObjectId clayer, textstyle, celtype;
+  AcCmColor cecolor;
+  double textsize = 2.5;
+  Adesk::Int16 splinesegs = 8, splinetype = 6;
+  std::unique_ptr<AcTransactionManager> transactions;
+};
+
+namespace vantry::host {
+
+// Reaches the private parts of database classes for the store and the
+// host's own operations.
+struct DbAccess {
+  static AcDbStub *stub(const AcDbObject *o) { return o->stub_; }
+  // Gives a new object a stub in db, owned by owner; it joins open for write
+  // when openForWrite, else closed.
+  static AcDbObjectId addToDatabase(AcDbDatabase *db, AcDbObject *obj, AcDbObjectId owner, bool openForWrite);
+  // Counts one more open of o in mode; the caller has checked the conflicts.
+  static Acad::ErrorStatus open(AcDbObject *o, AcDb::OpenMode mode, int maxReaders) {
+    if (mode == AcDb::kForWrite)
+      o->writer_ = true;
+    else if (mode == AcDb::kForNotify)
+      ++o->notifiers_;
+    else if (o->readers_ >= maxReaders)
+      return Acad::eAtMaxReaders;
+    else
+      ++o->readers_;
+    return Acad::eOk;
+  }
+  static void setOwner(AcDbObject *o, AcDbObjectId owner) { o->owner_ = owner; }
+  static void setErased(AcDbObject *o, bool erased) { o->erased_ = erased; }
+  static void addTableRecord(AcDbSymbolTable *t, const std::wstring &key, AcDbObjectId id);
+  static void setTableKey(AcDbSymbolTable *t, const std::wstring &key, AcDbObjectId id);
+  static void removeTableKey(AcDbSymbolTable *t, const std::wstring &key);
+  static std::vector<AcDbObjectId> &blockEntities(AcDbBlockTableRecord *b) { return b->entities_; }
+  static void setVertexType(AcDb2dVertex *v, AcDb::Vertex2dType t) { v->type_ = t; }
+  static std::vector<AcDb2dVertex *> &vertices2d(AcDb2dPolyline *p) { return p->verts_; }
+  static void setPolyType(AcDb2dPolyline *p, AcDb::Poly2dType t) { p->type_ = t; }
+  static AcDbSequenceEnd *seqend2d(const AcDb2dPolyline *p) { return p->seqend_; }
+  static AcDbSequenceEnd *seqend3d(const AcDb3dPolyline *p) { return p->seqend_; }
+  static bool openForWriteOrNew(const AcDbObject *o) { return !o->stub_ || o->writer_; }
+};
+
+// The database of a serial, or null when it is gone.
+AcDbDatabase *databaseBySerial(int64_t serial);
+// The object of an id, open or not, erased or not; null for a null id.
+inline AcDbObject *objectOf(AcDbObjectId id) {
+  return id.isNull() ? nullptr : id.stub()->obj;
+}
+// Case-insensitive key of symbol tables and dictionaries.
+std::wstring upperKey(std::wstring_view s);
+// Whether a symbol table record name is acceptable.
+bool validSymbolName(std::wstring_view name);
+// The name of a symbol table record (empty for a null id or another object).
+std::wstring recordName(AcDbObjectId id);
+// The id of a record of a table by name, or null.
+AcDbObjectId recordId(AcDbObjectId table, std::wstring_view name);
+// Adds a record with that name to a table when there is none; answers its id.
+AcDbObjectId ensureRecord(AcDbObjectId table, AcRxClass *recordClass, std::wstring_view name);
+// The working database: the current document's, or null.
+AcDbDatabase *workingDatabase();
+// Registers the annotative protocol extension and every database class.
+void registerDatabaseClasses();
+
+// Copies a result-buffer chain, strings and binary chunks included.
+resbuf *copyChain(const resbuf *rb);
+
+// --- Curve geometry --------------------------------------------------------------------------
+
+// A curve as a run of line and circular-arc segments, each mapping t in
+// [0, 1] linearly onto its parameter range [par0, par1]. Arc segment:
+// point(t) = c + r (cos(a0 + t sweep) u + sin(a0 + t sweep) v), u and v
+// orthonormal, sweep signed.
+class CurvePath {
+ public:
+  struct Seg {
+    bool arc = false;
+    AcGePoint3d p0, p1;
+    AcGePoint3d c;
+    AcGeVector3d u, v;
+    double r = 0, a0 = 0, sweep = 0;
+    double par0 = 0, par1 = 0;
+    double len = 0;
+  };
+  explicit CurvePath(const AcDbCurve &curve);
+  CurvePath() = default;
+  void addLine(const AcGePoint3d &p0, const AcGePoint3d &p1, double par0, double par1);
+  void addArc(const AcGePoint3d &c, const AcGeVector3d &u, const AcGeVector3d &v, double r, double a0,
+              double sweep, double par0, double par1);
+  // A segment of a bulged polyline in the plane of normal (points in world).
+  void addBulge(const AcGePoint3d &p0, const AcGePoint3d &p1, double bulge, const AcGeVector3d &normal,
+                double par0, double par1);
+  // An empty path answers its parameters as these (an empty polyline).
+  void setEmptyParams(double start, double end) { emptyStart_ = start, emptyEnd_ = end; }
+  void setClosed(bool c) { closed_ = c; }
+
+  const std::vector<Seg> &segments() const { return segs_; }
+  bool empty() const { return segs_.empty(); }
+  double startParam() const { return segs_.empty() ? emptyStart_ : segs_.front().par0; }
+  double endParam() const { return segs_.empty() ? emptyEnd_ : segs_.back().par1; }
+  double length() const;
+
+  Acad::ErrorStatus pointAtParam(double param, AcGePoint3d &p) const;
+  Acad::ErrorStatus derivAtParam(double param, AcGeVector3d &d) const;
+  Acad::ErrorStatus distAtParam(double param, double &dist) const;
+  Acad::ErrorStatus paramAtDist(double dist, double &param) const;
+  Acad::ErrorStatus paramAtPoint(const AcGePoint3d &p, double &param) const;
+  Acad::ErrorStatus closestPoint(const AcGePoint3d &q, const AcGeVector3d *direction, bool extend,
+                                 AcGePoint3d &out) const;
+  Acad::ErrorStatus area(double &a) const;
+  void addExtents(AcDbExtents &ext) const;
+
+  static AcGePoint3d segPoint(const Seg &s, double t);
+  static AcGeVector3d segDeriv(const Seg &s, double t);  // d point / d t
+
+ private:
+  // The segment and local t of a parameter; false when outside the curve.
+  bool locate(double param, size_t &seg, double &t) const;
+  // The nearest (segment, t) to q, optionally along a direction.
+  void nearest(const AcGePoint3d &q, const AcGeVector3d *dir, bool extend, size_t &seg, double &t) const;
+  double tolerance() const;
+  std::vector<Seg> segs_;
+  std::vector<double> cum_;  // length before each segment
+  bool closed_ = false;
+  double emptyStart_ = 0, emptyEnd_ = 0;
+};
+
+// Installs entget, entmake, entmakex, entmod, entdel, entlast, entnext,
+// handent, entupd (db_lisp_entities.cpp) and tblsearch, tblnext, tblobjname,
+// namedobjdict, dictsearch, dictnext, regapp (db_lisp_tables.cpp).
+void installEntityLisp(lisp::Interp &in);
+void installTableLisp(lisp::Interp &in);
+
+}  // namespace vantry::host
