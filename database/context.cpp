@@ -115,7 +115,9 @@ using database::makeCurrent;
 // alive) costs one lookup of the document and two calls into the engine.
 void checkDatabaseBeforeCall() {
   DatabaseContext &c = context();
-  std::wstring doc = database::currentDocumentKey();
+  // The document's name is compared in place: this runs before every call.
+  AcApDocument *current = acDocManager->curDocument();
+  const ACHAR *doc = current && current->fileName() ? current->fileName() : L"";
   if (c.entries.empty()) {
     makeCurrent(nullptr, L"", 0);
     return;

@@ -1,5 +1,7 @@
 #include "database/values.h"
 
+#include <cstdlib>
+
 #include "frame/text.h"
 #include "frame/value_list.h"
 
@@ -20,50 +22,118 @@ bool toEngineValue(const resbuf *rb, engine::Value &out) {
 
 namespace {
 
-resbuf *lispNode(const engine::Value &v) {
-  switch (v.type()) {
-    case engine::ValueType::kEmpty:
-    case engine::ValueType::kNull: return acutBuildList(RTNIL, 0);
-    case engine::ValueType::kInteger: {
-      int32_t i = v.asInteger();
-      return i >= -32768 && i <= 32767 ? acutBuildList(RTSHORT, int(i), 0) : acutBuildList(RTLONG, i, 0);
+// A result list grown at its tail one node at a time. Records reach LISP
+// through here by the hundred thousand, so nodes are made directly rather
+// than through the variadic builder, and text is decoded straight into the
+// string the node owns (acutRelRb frees both).
+class Chain {
+ public:
+  ~Chain() { acutRelRb(head_); }
+  bool ok() const { return ok_; }
+  resbuf *release() {
+    resbuf *h = head_;
+    head_ = tail_ = nullptr;
+    return h;
+  }
+
+  resbuf *add(int type) {
+    resbuf *rb = ok_ ? acutNewRb(type) : nullptr;
+    if (!rb) {
+      ok_ = false;
+      return nullptr;
     }
-    case engine::ValueType::kReal: return acutBuildList(RTREAL, v.asReal(), 0);
-    case engine::ValueType::kText:
-    case engine::ValueType::kDate: return acutBuildList(RTSTR, frame::fromUtf8(v.asText()).c_str(), 0);
-    case engine::ValueType::kBoolean: return acutBuildList(v.asBoolean() ? RTT : RTNIL, 0);
+    (tail_ ? tail_->rbnext : head_) = rb;
+    tail_ = rb;
+    return rb;
   }
-  return acutBuildList(RTNIL, 0);
-}
-
-void append(resbuf *&tail, resbuf *chain) {
-  tail->rbnext = chain;
-  while (tail->rbnext) tail = tail->rbnext;
-}
-
-void appendRecordList(resbuf *&tail, const engine::Record &record) {
-  append(tail, acutBuildList(RTLB, 0));
-  for (const engine::Field &f : record) {
-    append(tail, acutBuildList(RTLB, RTSTR, frame::fromUtf8(f.name).c_str(), RTDOTE, 0));
-    appendLispValue(tail, f.value);
-    append(tail, acutBuildList(RTLE, 0));
+  void addText(const std::string &utf8) {
+    if (resbuf *rb = add(RTSTR)) {
+      rb->resval.rstring = newWideString(utf8);
+      if (!rb->resval.rstring) ok_ = false;
+    }
   }
-  append(tail, acutBuildList(RTLE, 0));
+  void addValue(const engine::Value &v) {
+    switch (v.type()) {
+      case engine::ValueType::kEmpty:
+      case engine::ValueType::kNull: add(RTNIL); return;
+      case engine::ValueType::kInteger: {
+        int32_t i = v.asInteger();
+        if (i >= -32768 && i <= 32767) {
+          if (resbuf *rb = add(RTSHORT)) rb->resval.rint = static_cast<short>(i);
+        } else if (resbuf *rb = add(RTLONG)) {
+          rb->resval.rlong = i;
+        }
+        return;
+      }
+      case engine::ValueType::kReal:
+        if (resbuf *rb = add(RTREAL)) rb->resval.rreal = v.asReal();
+        return;
+      case engine::ValueType::kText:
+      case engine::ValueType::kDate: addText(v.asText()); return;
+      case engine::ValueType::kBoolean: add(v.asBoolean() ? RTT : RTNIL); return;
+    }
+    add(RTNIL);
+  }
+  // ("name" . value)
+  void addField(const std::string &name, const engine::Value &value) {
+    add(RTLB);
+    addText(name);
+    add(RTDOTE);
+    addValue(value);
+    add(RTLE);
+  }
+  // Hands the list to the host (which keeps its own copy) and releases it.
+  void returnToHost() {
+    if (ok_)
+      acedRetList(head_);
+    else
+      acedRetNil();
+  }
+
+ private:
+  // ASCII is copied as it stands; anything else goes through the module's
+  // UTF-8 reading, so the result is the same either way.
+  static ACHAR *newWideString(const std::string &s) {
+    bool ascii = true;
+    for (char ch : s) ascii &= static_cast<unsigned char>(ch) < 0x80;
+    std::wstring wide;
+    if (!ascii) wide = frame::fromUtf8(s);
+    size_t n = ascii ? s.size() : wide.size();
+    auto *w = static_cast<ACHAR *>(std::malloc((n + 1) * sizeof(ACHAR)));
+    if (!w) return nullptr;
+    for (size_t i = 0; i < n; ++i) w[i] = ascii ? static_cast<ACHAR>(s[i]) : wide[i];
+    w[n] = 0;
+    return w;
+  }
+
+  resbuf *head_ = nullptr, *tail_ = nullptr;
+  bool ok_ = true;
+};
+
+bool isRecordMarker(const engine::Value &v) {
+  return v.type() == engine::ValueType::kText && v.asText() == engine::kNewRecordMarker;
 }
 
 }  // namespace
 
-void appendLispValue(resbuf *&tail, const engine::Value &v) { append(tail, lispNode(v)); }
+void appendLispValue(resbuf *&tail, const engine::Value &v) {
+  Chain c;
+  c.addValue(v);
+  if (!c.ok()) return;
+  tail->rbnext = c.release();  // the nodes now belong to the caller's list
+  while (tail->rbnext) tail = tail->rbnext;
+}
 
 void returnRecord(const engine::Record &record) {
   if (record.empty()) {
     acedRetNil();
     return;
   }
-  resbuf *head = acutBuildList(RTNIL, 0), *tail = head;  // a placeholder head, dropped below
-  appendRecordList(tail, record);
-  acedRetList(head->rbnext);
-  acutRelRb(head);
+  Chain c;
+  c.add(RTLB);
+  for (const engine::Field &f : record) c.addField(f.name, f.value);
+  c.add(RTLE);
+  c.returnToHost();
 }
 
 void returnValueArray(const engine::ValueArray &values) {
@@ -71,28 +141,29 @@ void returnValueArray(const engine::ValueArray &values) {
     acedRetNil();
     return;
   }
-  resbuf *head, *tail;
-  frame::startResultList(head, tail);
+  // Plain values first; then each "*NewRecord*" begins a record of name,
+  // value pairs (a name without its value reads as null).
+  Chain c;
+  c.add(RTLB);
   size_t i = 0;
-  auto isMarker = [&](size_t k) {
-    return values[k].type() == engine::ValueType::kText && values[k].asText() == engine::kNewRecordMarker;
-  };
-  for (; i < values.size() && !isMarker(i); ++i) appendLispValue(tail, values[i]);
+  for (; i < values.size() && !isRecordMarker(values[i]); ++i) c.addValue(values[i]);
+  const engine::Value missing;
   while (i < values.size()) {
-    engine::Record record;
-    for (++i; i < values.size() && !isMarker(i); i += 2) {
-      engine::Field f;
-      f.name = values[i].type() == engine::ValueType::kText ? values[i].asText() : std::string();
-      if (i + 1 < values.size() && !isMarker(i + 1)) f.value = values[i + 1];
-      record.push_back(std::move(f));
-      if (i + 1 >= values.size() || isMarker(i + 1)) {
+    c.add(RTLB);
+    for (++i; i < values.size() && !isRecordMarker(values[i]); i += 2) {
+      const engine::Value &name = values[i];
+      bool hasValue = i + 1 < values.size() && !isRecordMarker(values[i + 1]);
+      c.addField(name.type() == engine::ValueType::kText ? name.asText() : std::string(),
+                 hasValue ? values[i + 1] : missing);
+      if (!hasValue) {
         ++i;
         break;
       }
     }
-    appendRecordList(tail, record);
+    c.add(RTLE);
   }
-  frame::returnResultList(head, tail);
+  c.add(RTLE);
+  c.returnToHost();
 }
 
 bool readRecord(resbuf *cur, engine::Record &out) {

@@ -113,9 +113,14 @@ bool normalizeDate(const std::string &in, std::string *out) {
   } else if (*p) {
     return false;
   }
-  char buf[32];
-  std::snprintf(buf, sizeof buf, "%04d-%02d-%02d %02d:%02d:%02d", y, m, d, h, mi, s);
-  *out = buf;
+  // "YYYY-MM-DD HH:MM:SS" by hand: dates are read with every record of a walk.
+  char buf[19];
+  auto put = [&](int at, int value, int digits) {
+    for (int k = at + digits - 1; k >= at; --k, value /= 10) buf[k] = static_cast<char>('0' + value % 10);
+  };
+  put(0, y, 4), put(5, m, 2), put(8, d, 2), put(11, h, 2), put(14, mi, 2), put(17, s, 2);
+  buf[4] = buf[7] = '-', buf[10] = ' ', buf[13] = buf[16] = ':';
+  out->assign(buf, sizeof buf);
   return true;
 }
 

@@ -152,6 +152,7 @@ struct LastError {
 
 // Turns "YYYY-MM-DD[ HH:MM[:SS]]", "YYYY-MM-DDTHH:MM:SS" and "M/D/YYYY[ H:MM[:SS][ AM|PM]]"
 // into "YYYY-MM-DD HH:MM:SS"; false for anything else or an impossible date.
+// `out` may be `&in`: the input is read whole before anything is written.
 bool normalizeDate(const std::string &in, std::string *out);
 
 // One open database. Operations that take no database answer "no database"

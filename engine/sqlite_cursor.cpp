@@ -250,13 +250,16 @@ bool SqliteEngine::Skip(int32_t count, Record *out) {
       return fail(errc::kNoCurrentRecord, noCurrentRecordText());
     }
     size_t at = static_cast<size_t>(i);
+    ChangeStamp stamp;
     if (!c->block.empty() && at >= c->blockStart && at - c->blockStart < c->block.size() &&
-        c->blockRowids[at - c->blockStart] == c->rows[at] && fileStamp() == c->blockStamp) {
+        c->blockRowids[at - c->blockStart] == c->rows[at] && changeStamp(&stamp) && stamp == c->blockStamp) {
+      size_t k = at - c->blockStart;
       c->where = Cursor::Where::kOn;
       c->gapIndex.reset();
       c->rowid = c->rows[at];
-      c->key = c->blockKeys[at - c->blockStart];
-      if (out) *out = c->block[at - c->blockStart];
+      c->key = std::move(c->blockKeys[k]);
+      c->blockRowids[k] = INT64_MIN;  // served: moved out below
+      if (out) *out = std::move(c->block[k]);
       return true;
     }
     int got = readBlock(c, i, step, fresh, out);
@@ -267,13 +270,16 @@ bool SqliteEngine::Skip(int32_t count, Record *out) {
 
 int SqliteEngine::readBlock(Cursor *c, long i, long step, bool fresh, Record *out) {
   constexpr long kAhead = 64;
-  std::array<int64_t, 4> stamp = fileStamp();  // before reading: a later change shows as a new stamp
+  ChangeStamp stamp{};
+  bool keep = changeStamp(&stamp);  // before reading: a later change shows as a new stamp
   c->block.clear();
   c->blockKeys.clear();
   c->blockRowids.clear();
-  if (!exec("BEGIN")) return -1;
+  if (!txn(Txn::kBegin)) return -1;
   auto end = [&](int result) {
-    sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr);
+    LastError kept = error_;
+    txn(Txn::kCommit);  // a read: nothing to lose if it fails
+    error_ = kept;
     return result;
   };
   Record rec;
@@ -292,26 +298,15 @@ int SqliteEngine::readBlock(Cursor *c, long i, long step, bool fresh, Record *ou
   const std::vector<RawValue> key = c->key;
   long n = static_cast<long>(c->rows.size());
   long lo = step > 0 ? i : std::max(0L, i - kAhead + 1), hi = step > 0 ? std::min(n, i + kAhead) : i + 1;
-  bool whole = true;
-  for (long k = lo; k < hi && whole; ++k) {
-    Record r;
-    if (k == i) {
-      r = rec;
-    } else if (c->gone[k]) {
-      c->rowid = INT64_MIN;  // never served: the walk passes over tombstones
-    } else if (!readRow(c, c->rows[k], &r)) {
-      whole = false;
-      clearError();
-      break;
-    }
-    c->block.push_back(std::move(r));
-    c->blockKeys.push_back(k == i ? key : c->key);
-    c->blockRowids.push_back(k == i ? rowid : (c->gone[k] ? INT64_MIN : c->rowid));
-  }
+  bool whole = keep && (c->order.empty() ? readRange(c, lo, hi) : readRows(c, lo, hi, i));
   if (!whole) {
     c->block.clear();
     c->blockKeys.clear();
     c->blockRowids.clear();
+  } else {
+    // The record made current now is served from `rec`, not from the block.
+    c->blockRowids[i - lo] = INT64_MIN;
+    c->block[i - lo].clear();
   }
   c->blockStart = static_cast<size_t>(lo);
   c->blockStamp = stamp;
@@ -321,6 +316,68 @@ int SqliteEngine::readBlock(Cursor *c, long i, long step, bool fresh, Record *ou
   c->key = key;
   if (out) *out = std::move(rec);
   return end(1);
+}
+
+// Block rows [lo, hi) one by one (orders by an index). Tombstones take a place
+// that is never served.
+bool SqliteEngine::readRows(Cursor *c, long lo, long hi, long current) {
+  for (long k = lo; k < hi; ++k) {
+    Record r;
+    if (c->gone[k] || k == current) {
+      c->rowid = INT64_MIN;
+    } else if (!readRow(c, c->rows[k], &r)) {
+      clearError();
+      return false;
+    }
+    c->block.push_back(std::move(r));
+    c->blockKeys.push_back(c->key);
+    c->blockRowids.push_back(c->rowid);
+  }
+  return true;
+}
+
+// Block rows [lo, hi) in rowid order with one range query. The snapshot is
+// current (checked in this transaction), so the table's rows in the range are
+// the snapshot's, less its tombstones; anything else gives up the block.
+bool SqliteEngine::readRange(Cursor *c, long lo, long hi) {
+  if (!c->range) {
+    std::string id = quoteIdent(c->table.rowid);
+    c->range = prepare("SELECT " + id + ", * FROM " + quoteIdent(c->table.name) + " WHERE " + id +
+                       " BETWEEN ?1 AND ?2 ORDER BY " + id);
+    if (!c->range) {
+      clearError();
+      return false;
+    }
+  }
+  sqlite3_stmt *st = c->range.get();
+  sqlite3_bind_int64(st, 1, c->rows[lo]);
+  sqlite3_bind_int64(st, 2, c->rows[hi - 1]);
+  long k = lo;
+  bool ok = true;
+  auto tombstone = [&] {
+    c->block.emplace_back();
+    c->blockKeys.emplace_back();
+    c->blockRowids.push_back(INT64_MIN);
+    ++k;
+  };
+  int rc = SQLITE_DONE;
+  while ((rc = sqlite3_step(st)) == SQLITE_ROW) {
+    int64_t id = sqlite3_column_int64(st, 0);
+    while (k < hi && c->rows[k] != id && c->gone[k]) tombstone();
+    if (k >= hi || c->rows[k] != id) {
+      ok = false;
+      break;
+    }
+    c->block.emplace_back();
+    takeRow(c, st, &c->block.back());
+    c->blockKeys.emplace_back();
+    c->blockRowids.push_back(id);
+    ++k;
+  }
+  sqlite3_reset(st);
+  if (rc != SQLITE_ROW && rc != SQLITE_DONE) ok = false;
+  while (ok && k < hi && c->gone[k]) tombstone();
+  return ok && k == hi;
 }
 
 bool SqliteEngine::CloseTable() {
@@ -361,35 +418,41 @@ bool SqliteEngine::seekKeys(const std::vector<Value> &keys, Record *out) {
   if (n > terms)
     return fail(errc::kNotSupported,
                 "Too many key values (" + std::to_string(n) + ") for index '" + c->indexName + "'.");
-  std::string sql =
-      "SELECT " + quoteIdent(c->table.rowid) + ", * FROM " + quoteIdent(c->table.name) + " WHERE ";
+  // The statement depends only on which of the n keys are null; it is kept
+  // under that shape ("?seek:" cannot begin an SQL text) and made once.
   std::vector<RawValue> binds;
+  std::string shape = "?seek:";
   for (size_t i = 0; i < n; ++i) {
-    if (i) sql += " AND ";
     RawValue raw;
     if (c->order.empty()) {  // the rowid order: the key is the rowid
       raw = toRawPlain(keys[i]);
-      sql += quoteIdent(c->table.rowid);
     } else {
-      const ColumnInfo &col = c->table.columns[c->order[i].column];
       std::string why;
+      const ColumnInfo &col = c->table.columns[c->order[i].column];
       if (!toRaw(keys[i], col, &raw, &why)) return fail(errc::kConversion, why);
-      sql += quoteIdent(col.name);
     }
-    if (raw.type == SQLITE_NULL) {
-      sql += " IS NULL";
-    } else {
-      sql += " = ?" + std::to_string(binds.size() + 1);
-      if (!c->order.empty()) sql += " COLLATE " + c->order[i].collation;
-      binds.push_back(std::move(raw));
-    }
+    shape += raw.type == SQLITE_NULL ? 'n' : 'v';
+    if (raw.type != SQLITE_NULL) binds.push_back(std::move(raw));
   }
-  sql += " ORDER BY " + c->orderBy + " LIMIT 1";
-  auto it = c->seekStmts.find(sql);
+  auto it = c->seekStmts.find(shape);
   if (it == c->seekStmts.end()) {
+    std::string sql =
+        "SELECT " + quoteIdent(c->table.rowid) + ", * FROM " + quoteIdent(c->table.name) + " WHERE ";
+    int bound = 0;
+    for (size_t i = 0; i < n; ++i) {
+      if (i) sql += " AND ";
+      sql += quoteIdent(c->order.empty() ? c->table.rowid : c->table.columns[c->order[i].column].name);
+      if (shape[6 + i] == 'n') {
+        sql += " IS NULL";
+      } else {
+        sql += " = ?" + std::to_string(++bound);
+        if (!c->order.empty()) sql += " COLLATE " + c->order[i].collation;
+      }
+    }
+    sql += " ORDER BY " + c->orderBy + " LIMIT 1";
     Stmt st = prepare(sql);
     if (!st) return false;
-    it = c->seekStmts.emplace(sql, std::move(st)).first;
+    it = c->seekStmts.emplace(shape, std::move(st)).first;
   }
   Stmt &st = it->second;
   for (size_t i = 0; i < binds.size(); ++i) st.bind(static_cast<int>(i + 1), binds[i]);

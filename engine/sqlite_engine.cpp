@@ -184,20 +184,23 @@ bool SqliteEngine::exec(const std::string &sql) {
   return rc == SQLITE_OK || failSqlite(rc, sql);
 }
 
+bool SqliteEngine::txn(Txn what) {
+  static const char *const kSql[] = {"BEGIN", "BEGIN IMMEDIATE", "COMMIT", "ROLLBACK"};
+  Stmt &st = txnStmts_[static_cast<size_t>(what)];
+  if (!st) {
+    st = prepare(kSql[static_cast<size_t>(what)]);
+    if (!st) return false;
+  }
+  int rc = sqlite3_step(st.get());
+  bool ok = rc == SQLITE_DONE || failSqlite(rc, kSql[static_cast<size_t>(what)]);
+  sqlite3_reset(st.get());
+  return ok;
+}
+
 uint32_t SqliteEngine::dataVersion() {
   unsigned int v = 0;
   if (db_) sqlite3_file_control(db_, "main", SQLITE_FCNTL_DATA_VERSION, &v);
   return v;
-}
-
-std::array<int64_t, 4> SqliteEngine::fileStamp() {
-  std::array<int64_t, 4> out{};
-  struct stat st {};
-  if (::stat(path_.c_str(), &st) == 0)
-    out[0] = st.st_size, out[1] = st.st_mtim.tv_sec * 1000000000 + st.st_mtim.tv_nsec;
-  if (::stat((path_ + "-wal").c_str(), &st) == 0)
-    out[2] = st.st_size, out[3] = st.st_mtim.tv_sec * 1000000000 + st.st_mtim.tv_nsec;
-  return out;
 }
 
 void SqliteEngine::afterWrite(Cursor *keep) {
@@ -277,7 +280,9 @@ std::string SqliteEngine::Open(const std::string &path, int32_t options, bool re
   };
   if (remembered || checkFileDamage()) return needsRepair();
 
-  int flags = (readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE);
+  // One thread per engine object (engine.h): SQLite need not lock the
+  // connection around every call.
+  int flags = (readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE) | SQLITE_OPEN_NOMUTEX;
   int rc = sqlite3_open_v2(path_.c_str(), &db_, flags, nullptr);
   if (rc != SQLITE_OK) {
     if ((rc & 0xff) == SQLITE_NOTADB || (rc & 0xff) == SQLITE_CORRUPT) return needsRepair();
@@ -317,16 +322,15 @@ std::string SqliteEngine::Open(const std::string &path, int32_t options, bool re
   dead_ = false;
   dev_ = st.st_dev;
   ino_ = st.st_ino;
+  watchFile();
+  noteJournalMode();
   return "OK";
 }
 
-bool SqliteEngine::IsAlive() {
-  if (!db_ || dead_) return false;
-  struct stat st {};
-  return ::stat(path_.c_str(), &st) == 0 && st.st_dev == dev_ && st.st_ino == ino_;
-}
-
 void SqliteEngine::Close() {
+  unwatchFile();
+  wal_ = false;
+  for (Stmt &st : txnStmts_) st = Stmt();  // finalized before the connection closes
   cursors_.clear();
   current_ = nullptr;
   nextCounter_.clear();

@@ -4,6 +4,7 @@
 
 #include <sqlite3.h>
 #include <sys/types.h>
+#include <time.h>
 
 #include <array>
 #include <map>
@@ -62,8 +63,8 @@ struct ColumnInfo {
 
 FieldKind fieldKindOf(const std::string &declType);
 Affinity affinityOf(const std::string &declType);
-// Engine value from a stored value of a field of `kind`.
-Value fromRaw(const RawValue &raw, FieldKind kind);
+// Engine value from a stored value of a field of `kind` (its text moves into the value).
+Value fromRaw(RawValue raw, FieldKind kind);
 // Stored value for a field; false with *error (an errc description) when the
 // value does not fit the field (errc::kConversion).
 bool toRaw(const Value &v, const ColumnInfo &col, RawValue *out, std::string *error);
@@ -83,6 +84,11 @@ struct TableInfo {
   bool hasPrimaryKey = false;
   std::string rowid = "rowid";  // a name for the rowid that no column hides
 };
+
+// What changes whenever anyone commits to the database: in WAL mode the
+// WAL-index header (shared memory), otherwise the file's identity, size and
+// modification time. Compared whole.
+using ChangeStamp = std::array<uint64_t, 6>;
 
 // One ordering term of a cursor: a column of its index.
 struct OrderTerm {
@@ -117,15 +123,18 @@ struct Cursor {
   std::optional<size_t> gapIndex;
 
   // Records read ahead for Skip: snapshot indexes [blockStart, blockStart +
-  // block.size()), valid while the files' stamp is the one taken before they
-  // were read and the engine wrote nothing since.
+  // block.size()), valid while the database's change stamp is the one taken
+  // before they were read and the engine wrote nothing since. A record is
+  // moved out when served; its rowid becomes INT64_MIN, so a second visit
+  // reads it again.
   std::vector<Record> block;
   std::vector<std::vector<RawValue>> blockKeys;
   std::vector<int64_t> blockRowids;
   size_t blockStart = 0;
-  std::array<int64_t, 4> blockStamp{};
+  ChangeStamp blockStamp{};
 
-  Stmt fetch;                             // SELECT rowid, * FROM t WHERE rowid = ?1
+  Stmt fetch;  // SELECT rowid, * FROM t WHERE rowid = ?1
+  Stmt range;  // SELECT rowid, * FROM t WHERE rowid BETWEEN ?1 AND ?2 ORDER BY rowid (rowid order only)
   std::map<std::string, Stmt> seekStmts;  // by their SQL text
 };
 
@@ -184,6 +193,10 @@ class SqliteEngine final : public Engine {
   Stmt prepare(const std::string &sql);
   // Runs a statement that returns no rows, in autocommit.
   bool exec(const std::string &sql);
+  // Transaction control on statements prepared once per connection (they
+  // run on every append and every read-ahead block).
+  enum class Txn : uint8_t { kBegin, kBeginImmediate, kCommit, kRollback };
+  bool txn(Txn what);
   uint32_t dataVersion();
   // Called after every write this engine commits: snapshots that `keep` does
   // not vouch for are dropped, and the data version is taken as seen.
@@ -201,11 +214,21 @@ class SqliteEngine final : public Engine {
   bool runStatement(const std::string &sql, const std::vector<RawValue> &params, ValueArray *result,
                     int32_t *affected, bool refuseSelect);
   bool checkFileDamage();
-  std::array<int64_t, 4> fileStamp();  // size and mtime of the file and its WAL
+  // The stamp of the database as it is now; false when no stamp can vouch
+  // for an unchanged database (then nothing read may be kept). No system
+  // call in WAL mode, one fstat otherwise. (sqlite_liveness.cpp)
+  bool changeStamp(ChangeStamp *out);
+  // After Open and after a statement that may switch the journal mode.
+  void noteJournalMode();
+  // Opens the descriptor that IsAlive watches; closed by Close.
+  void watchFile();
+  void unwatchFile();
   // Reads snapshot row i (made current, into *out) and up to 63 more ahead in
   // the direction of `step`, in one read transaction. 1 done, 0 the snapshot
   // is stale (dropped; try again), -1 failed with the error recorded.
   int readBlock(Cursor *c, long i, long step, bool fresh, Record *out);
+  bool readRows(Cursor *c, long lo, long hi, long current);
+  bool readRange(Cursor *c, long lo, long hi);
 
   sqlite3 *db_ = nullptr;
   std::string name_;  // path as given to Open
@@ -214,6 +237,13 @@ class SqliteEngine final : public Engine {
   bool dead_ = false;
   dev_t dev_ = 0;
   ino_t ino_ = 0;
+  // IsAlive's state (sqlite_liveness.cpp): an O_PATH descriptor of the file,
+  // and the change time that a full check of the path last vouched for.
+  std::array<Stmt, 4> txnStmts_;  // by Txn
+  int pathFd_ = -1;
+  bool ctimeTrusted_ = false;
+  timespec trustedCtime_{};
+  bool wal_ = false;  // the connection journals in WAL mode
   uint32_t seenVersion_ = 0;
   LastError error_;
   std::map<std::string, std::unique_ptr<Cursor>> cursors_;  // by lower-case table name

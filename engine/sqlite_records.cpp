@@ -72,17 +72,42 @@ bool SqliteEngine::AppendRecord(const Record &record, bool keepCounter, Record *
   bool numbered =
       t.counter >= 0 && !t.autoincrement &&
       std::none_of(fields.begin(), fields.end(), [&](const auto &p) { return p.first == t.counter; });
-  if (numbered && !exec("BEGIN IMMEDIATE")) return false;
+  // One write transaction holds the numbering, the insert and the read-back,
+  // so the record answered is the record committed, with no second locking.
+  if (!txn(Txn::kBeginImmediate)) return false;
+  // Records the failure (while SQLite's message is still the failing one),
+  // then rolls back, keeping that error.
   auto abandon = [&](int rc) {
-    if (numbered) sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
-    return rc == SQLITE_OK ? false : failSqlite(rc);
+    if (rc != SQLITE_OK) {
+      try {
+        failSqlite(rc);
+      } catch (...) {
+        txn(Txn::kRollback);
+        throw;
+      }
+    }
+    LastError kept = error_;
+    txn(Txn::kRollback);
+    error_ = kept;
+    return false;
+  };
+  auto cached = [&](const std::string &sql) -> Stmt * {
+    auto it = c->seekStmts.find(sql);
+    if (it == c->seekStmts.end()) {
+      Stmt st = prepare(sql);
+      if (!st) return nullptr;
+      it = c->seekStmts.emplace(sql, std::move(st)).first;
+    }
+    return &it->second;
   };
   if (numbered) {
-    Stmt top = prepare("SELECT max(" + quoteIdent(t.rowid) + ") FROM " + quoteIdent(t.name));
+    Stmt *top = cached("SELECT max(" + quoteIdent(t.rowid) + ") FROM " + quoteIdent(t.name));
     if (!top) return abandon(SQLITE_OK);
-    int rc = sqlite3_step(top.get());
+    int rc = sqlite3_step(top->get());
+    int64_t highest = rc == SQLITE_ROW ? sqlite3_column_int64(top->get(), 0) : 0;
+    top->reset();
     if (rc != SQLITE_ROW) return abandon(rc);
-    int64_t next = std::max<int64_t>(sqlite3_column_int64(top.get(), 0) + 1, 1);
+    int64_t next = std::max<int64_t>(highest + 1, 1);
     int64_t &given = nextCounter_[asciiLower(t.name)];
     next = std::max(next, given);
     given = next + 1;
@@ -93,22 +118,19 @@ bool SqliteEngine::AppendRecord(const Record &record, bool keepCounter, Record *
     names += (names.empty() ? "" : ", ") + quoteIdent(t.columns[col].name);
     marks += marks.empty() ? "?" : ", ?";
   }
-  std::string sql = "INSERT INTO " + quoteIdent(t.name) +
-                    (fields.empty() ? " DEFAULT VALUES" : " (" + names + ") VALUES (" + marks + ")");
-  auto it = c->seekStmts.find(sql);
-  if (it == c->seekStmts.end()) {
-    Stmt st = prepare(sql);
-    if (!st) return abandon(SQLITE_OK);
-    it = c->seekStmts.emplace(sql, std::move(st)).first;
-  }
-  Stmt &ins = it->second;
-  for (size_t i = 0; i < fields.size(); ++i) ins.bind(static_cast<int>(i + 1), fields[i].second);
-  int rc = sqlite3_step(ins.get());
-  ins.reset();
+  Stmt *ins = cached("INSERT INTO " + quoteIdent(t.name) +
+                     (fields.empty() ? " DEFAULT VALUES" : " (" + names + ") VALUES (" + marks + ")"));
+  if (!ins) return abandon(SQLITE_OK);
+  for (size_t i = 0; i < fields.size(); ++i) ins->bind(static_cast<int>(i + 1), fields[i].second);
+  int rc = sqlite3_step(ins->get());
+  ins->reset();
   if (rc != SQLITE_DONE) return abandon(rc);
-  if (numbered && !exec("COMMIT")) return abandon(SQLITE_OK);
+  Record row;
+  if (!readRow(c, sqlite3_last_insert_rowid(db_), &row)) return abandon(SQLITE_OK);
+  if (!txn(Txn::kCommit)) return abandon(SQLITE_OK);
   afterWrite(nullptr);
-  return readRow(c, sqlite3_last_insert_rowid(db_), stored);
+  if (stored) *stored = std::move(row);
+  return true;
 }
 
 bool SqliteEngine::DeleteRecord() {
@@ -126,8 +148,9 @@ bool SqliteEngine::DeleteRecord() {
     rc = sqlite3_step(del.get());
   }
   if (!del || rc != SQLITE_DONE) {
+    if (del) failSqlite(rc);  // before the rollback replaces SQLite's message
     sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
-    return del ? failSqlite(rc) : false;
+    return false;
   }
   bool deleted = sqlite3_changes(db_) > 0;
   if (!exec("COMMIT")) {
@@ -180,8 +203,9 @@ bool SqliteEngine::ReplaceRecord(const Record &record, Record *stored) {
     rc = sqlite3_step(up.get());
   }
   if (!up || rc != SQLITE_DONE) {
+    if (up) failSqlite(rc);  // before the rollback replaces SQLite's message
     sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
-    return up ? failSqlite(rc) : false;
+    return false;
   }
   bool changed = sqlite3_changes(db_) > 0;
   if (!exec("COMMIT")) {

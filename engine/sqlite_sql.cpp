@@ -90,6 +90,7 @@ bool SqliteEngine::runStatement(const std::string &sql, const std::vector<RawVal
   int changes = reads || sqlite3_total_changes64(db_) == totalBefore ? 0 : sqlite3_changes(db_);
   if (affected) *affected = changes;
   if (result && columns == 0 && !reads && changes > 0) result->push_back(Value::integer(changes));
+  if (asciiLower(text).find("journal_mode") != std::string::npos) noteJournalMode();
   size_t w = text.find_first_not_of(" \t\r\n");
   std::string verb = asciiLower(text.substr(w == std::string::npos ? 0 : w, 6));
   if (!reads && (verb.rfind("create", 0) == 0 || verb.rfind("drop", 0) == 0 || verb.rfind("alter", 0) == 0)) {

@@ -119,7 +119,7 @@ Affinity affinityOf(const std::string &declType) {
   return Affinity::kNumeric;
 }
 
-Value fromRaw(const RawValue &raw, FieldKind kind) {
+Value fromRaw(RawValue raw, FieldKind kind) {
   if (kind == FieldKind::kYesNo) {
     bool b = false;
     switch (raw.type) {
@@ -134,7 +134,6 @@ Value fromRaw(const RawValue &raw, FieldKind kind) {
         return Value::null();
     }
   }
-  std::string iso;
   switch (raw.type) {
     case SQLITE_INTEGER:
       if (raw.i >= INT32_MIN && raw.i <= INT32_MAX) return Value::integer(static_cast<int32_t>(raw.i));
@@ -142,8 +141,9 @@ Value fromRaw(const RawValue &raw, FieldKind kind) {
     case SQLITE_FLOAT:
       return Value::real(raw.d);
     case SQLITE_TEXT:
-      if (kind == FieldKind::kDate && normalizeDate(raw.s, &iso)) return Value::date(iso);
-      return Value::text(raw.s);
+      // normalizeDate reads all of its input before it writes, and writes nothing when it fails.
+      if (kind == FieldKind::kDate && normalizeDate(raw.s, &raw.s)) return Value::date(std::move(raw.s));
+      return Value::text(std::move(raw.s));
     default:
       return Value::null();
   }
