@@ -41,6 +41,12 @@ int vt_command();
 int vt_query();
 int vt_create_query();
 
+// Extended entity data (database/xdata.cpp).
+int vt_xdput_list();
+int vt_xdget();
+int vt_xdget_list();
+int vt_xdget_all();
+
 // File checks, random numbers, beeps, message boxes (database/utility.cpp).
 int vt_create_db();
 int vt_exist();
@@ -56,5 +62,17 @@ int acos();
 int ol_pow();
 int ol_atof();
 int ol_ol_rand();
+
+// Duct fittings and hangers (ducts/: one file per family).
+int ol_ol_drawTripleCenter();
+int ol_ol_drawTripleTransition();
+int ol_ol_drawTripleElbow();
+int ol_ol_drawTripleTakeoff();
+int ol_ol_drawTripleWye();
+int ol_ol_drawTripleSkin();
+int ol_ol_getTripleCoord();
+int ol_ol_drawHanger();
+int ol_ol_tripleUnion();
+int ol_ol_explodeSolid();
 
 }  // namespace vantry::lispfn

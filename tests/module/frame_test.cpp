@@ -126,7 +126,8 @@ TEST_F(ModuleTest, TablesHaveTheirCodes) {
   EXPECT_STREQ(functionName(173), L"ol_ol-setAcadWindowText");
   EXPECT_EQ(functionName(174), nullptr);
   auto &names = Session::get().current()->functions().names;
-  EXPECT_EQ(names.size(), 174u);
+  // The sibling solid module adds a function of its own beyond the module's codes.
+  EXPECT_EQ(std::count_if(names.begin(), names.end(), [](const auto &n) { return n.first < 174; }), 174);
   EXPECT_EQ(names[17], L"vt_connect");
   EXPECT_EQ(names[65], L"AcDbCurve::getLength");
   EXPECT_EQ(names[114], L"AcDbMtext::lastLineWidth");
@@ -177,7 +178,8 @@ TEST_F(ModuleTest, EveryDocumentGetsBannerAndFunctions) {
   s.newDocument(L"");  // not through loadModule: send the message as the host would
   acrxEntryPoint(AcRx::kLoadDwgMsg, this);
   EXPECT_EQ(s.transcript(), L"\nLoading Orlec Vantry (Jet64)");
-  EXPECT_EQ(s.current()->functions().handlers.size(), 174u);
+  auto &handlers = s.current()->functions().handlers;
+  EXPECT_EQ(std::count_if(handlers.begin(), handlers.end(), [](const auto &h) { return h.first < 174; }), 174);
   EXPECT_EQ(database::context().entries.size(), 2u);
   acrxEntryPoint(AcRx::kUnloadDwgMsg, this);
   EXPECT_EQ(database::context().entries.size(), 1u);

@@ -1,0 +1,207 @@
+// ol_ol-drawTripleElbow: an elbow where run a turns into run b.
+//
+// Run a comes in along frame A's x and run b leaves along frame B's x; their centre lines (through
+// a's justified start and b's justified end) meet at the corner. The elbow sits at the corner and
+// reaches back along each run by its tangent length T; the straight duct beyond is the caller's:
+// dHeadLength is T (to be cut from the end of run a), dTailLength is T, plus the length of the
+// size transition when one follows the elbow (to be cut from the start of run b).
+//
+//   radius elbow:   centre-line radius R = ratio x the section's size s in the bend plane,
+//                   T = R tan(angle / 2); the arc alone, tangent point to tangent point.
+//   square elbow:   mitred, with collars: T = s tan(angle / 2), so the throat wall runs s/2
+//                   tan(angle / 2) on each side of the mitre.
+//   cable tray:     a flat one is the mitred tray with its throat rounded by R - s/2 over the same
+//                   T as the radius elbow plus a collar of 0.05 s; one that climbs or falls
+//                   stays a radius elbow.
+//
+// The elbow has a's section throughout, except that a square elbow may end at b's own size when
+// the mitre allows it (the pairings below). When b's size (turned into the elbow's orientation) or
+// shape differs from the elbow's end, a second solid carries a 15 degree transition from the
+// elbow's end to b's size, named "en2".
+#include <algorithm>
+#include <cmath>
+
+#include "ducts/fitting.h"
+#include "ducts/frame.h"
+#include "frame/implementations.h"
+#include "frame/value_list.h"
+
+namespace vantry::lispfn {
+namespace {
+
+using namespace ducts;
+
+// A flat tray elbow's straight collar beyond its rounded throat, as a share of the tray's width.
+constexpr double kTrayCollar = 0.05;
+
+struct Size {
+  double width = 0, depth = 0;
+};
+
+bool sameSize(const Size &p, const Size &q, bool rect) {
+  auto eq = [](double u, double v) {
+    return std::abs(u - v) <= 1e-9 * std::max({1.0, std::abs(u), std::abs(v)});
+  };
+  return eq(p.width, q.width) && (!rect || eq(p.depth, q.depth));
+}
+
+// Where the line through p along u meets the line through q along v: false when they are
+// parallel or pass each other by more than a hair.
+bool corner(const AcGePoint3d &p, const AcGeVector3d &u, const AcGePoint3d &q, const AcGeVector3d &v,
+            AcGePoint3d &out) {
+  AcGeVector3d w = p - q;
+  double b = u.dotProduct(v), d = u.dotProduct(w), e = v.dotProduct(w);
+  double den = 1 - b * b;
+  if (den < 1e-12) return false;
+  double s = (b * e - d) / den, t = (e - b * d) / den;
+  AcGePoint3d c1 = p + s * u, c2 = q + t * v;
+  double scale = std::max(
+      {1.0, std::abs(p.x), std::abs(p.y), std::abs(p.z), std::abs(q.x), std::abs(q.y), std::abs(q.z)});
+  if (c1.distanceTo(c2) > 1e-6 * scale) return false;
+  out = c1 + 0.5 * (c2 - c1);
+  return true;
+}
+
+struct Elbow {
+  DuctRun a, b;
+  FittingFrame fa, fb;
+  bool square = false, cableTray = false, convert = false;
+  double ratio = 0;
+  int option = 0;
+};
+
+struct Built {
+  ol_hvacSolid *elbow = nullptr, *transition = nullptr;
+  double head = 0, tail = 0;
+};
+
+// The elbow step. On success out holds the new solids (not yet in the drawing).
+bool buildElbow(const Elbow &in, Built &out) {
+  const DuctRun &a = in.a, &b = in.b;
+  const FittingFrame &fa = in.fa, &fb = in.fb;
+  AcGePoint3d start = justifiedStart(a, &fa, in.convert), end = justifiedEnd(b, &fb, in.convert);
+  AcGePoint3d c;
+  if (!corner(start, fa.x(), end, fb.x(), c)) return false;
+  double angle = fa.x().angleTo(fb.x());
+  if (angle < 1e-6 || angle > M_PI - 1e-6) return false;
+  AcGeVector3d n = fa.x().crossProduct(fb.x()).normal();
+
+  bool rect = isRectangular(a);
+  Size own{std::abs(a.width), std::abs(a.depth)};
+  // The section's size in the bend plane, and a's section turned through the bend, in frame B.
+  bool widthInPlane = !rect || std::abs(n.dotProduct(fa.z())) >= std::abs(n.dotProduct(fa.y()));
+  double s = widthInPlane ? own.width : own.depth;
+  AcGeVector3d turnedY = fa.y();
+  turnedY.rotateBy(angle, n);
+  bool aligned = std::abs(turnedY.dotProduct(fb.y())) >= std::abs(turnedY.dotProduct(fb.z()));
+  Size ownAtEnd = aligned ? own : Size{own.depth, own.width};
+  const Size bSize{std::abs(b.width), std::abs(b.depth)};  // measured in frame B, as ownAtEnd
+  Size endSize = ownAtEnd;                                 // the elbow's end section, in frame B
+
+  double ratio = in.ratio;
+  if (ratio > 0 && ratio <= 0.5) ratio = 0.501;
+  double tanHalf = std::tan(angle / 2);
+  double reach;
+  ol_hvacSolid *solid = newSolid();
+  if (!solid) return false;
+  bool ok;
+  if (!in.square) {
+    if (ratio == 0) ratio = 1.5;
+    reach = ratio * s * tanHalf;
+    AcGePoint3d p0 = c - reach * fa.x(), p1 = c + reach * fb.x();
+    ok = solid->addRadiusElbow(p0, own.width, own.depth, a.extraThicknessA, a.extraThicknessB, p1,
+                               ownAtEnd.width, ownAtEnd.depth, fa.data(), fb.data(), shapeFamily(a) == L"RC",
+                               ratio, false, in.option, true);
+    bool flat =
+        a.startPoint.z == a.endPoint.z && a.endPoint.z == b.startPoint.z && b.startPoint.z == b.endPoint.z;
+    if (ok && in.cableTray && flat) {
+      // The tray keeps a short straight collar beyond the rounded throat, which the rounding needs.
+      solid->clearBodies();
+      reach += kTrayCollar * s;
+      ok = solid->addCableTraySquareRadiusElbow(c - reach * fa.x(), own.width, own.depth, c + reach * fb.x(),
+                                                fa.data(), fb.data(), ratio * s - s / 2, in.option);
+    }
+  } else {
+    reach = s * tanHalf;
+    AcGePoint3d p0 = c - reach * fa.x(), p1 = c + reach * fb.x();
+    // Pairings: b's own size at the end (a mitre can change the size in the bend plane), else
+    // a's size turned through the bend, which always fits and leaves the change to a transition.
+    const Size pairings[] = {bSize, ownAtEnd};
+    AModeler::Point3d heel, throat;
+    AcGePoint3d mitreCorner;
+    ok = false;
+    for (int i = rect == isRectangular(b) ? 0 : 1; i < 2 && !ok; ++i) {
+      if (!solid->addSquareElbowPrep(p0, own.width, own.depth, p1, pairings[i].width, pairings[i].depth,
+                                     fa.data(), fb.data(), rect, heel, throat, mitreCorner, false, 1e-6))
+        continue;
+      endSize = pairings[i];
+      ok = solid->addSquareElbow(p0, own.width, own.depth, p1, endSize.width, endSize.depth, fa.data(),
+                                 fb.data(), rect, heel, throat, mitreCorner, in.option);
+    }
+  }
+  if (!ok) {
+    delete solid;
+    return false;
+  }
+  out.elbow = solid;
+  out.head = out.tail = reach;
+
+  if (!sameSize(endSize, bSize, rect) || rect != isRectangular(b)) {
+    double length = transitionLength(endSize.width, endSize.depth, rect, std::abs(b.width), std::abs(b.depth),
+                                     isRectangular(b), 15.0);
+    AcGePoint3d t0 = c + reach * fb.x(), t1 = t0 + length * fb.x();
+    ol_hvacSolid *change = length > 0 ? newSolid() : nullptr;
+    if (change &&
+        change->addTransition(t0, rect, endSize.width, endSize.depth, t1, isRectangular(b), std::abs(b.width),
+                              std::abs(b.depth), fb.data(), fb.data(), in.option)) {
+      out.transition = change;
+      out.tail += length;
+    } else {
+      delete change;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+// (ol_ol-drawTripleElbow convert option [type] square radius a b)
+//   -> (("en1" . elbow) ["en2" . transition] ("dHeadLength" . T) ("dTailLength" . T + L)) or nil
+int ol_ol_drawTripleElbow() {
+  acedRetNil();
+  frame::ArgList args;
+  resbuf *&cur = args.cursor();
+  Elbow e;
+  if (!frame::readBoolean(cur, e.convert) || !frame::readInteger(cur, e.option)) return 2;
+  std::wstring type;
+  if (frame::readString(cur, type) && type == L"CABLETRAY") {
+    e.cableTray = true;
+  } else if (!frame::readBoolean(cur, e.square)) {
+    return 2;
+  }
+  double radius = 0;
+  if (!frame::readReal(cur, radius) || !readDuctRun(cur, e.a) || !readDuctRun(cur, e.b)) return 2;
+  e.ratio = radius / e.a.width;
+  e.fa = computeFrame(e.a, &e.b, e.convert);
+  e.fb = computeFrame(e.b, &e.a, e.convert);
+
+  Built built;
+  if (!buildElbow(e, built)) return 0;
+  ads_name elbowName, changeName;
+  bool haveChange = false;
+  if (!addToDrawing(built.elbow, elbowName)) {
+    delete built.transition;
+    return 0;
+  }
+  if (built.transition) haveChange = addToDrawing(built.transition, changeName);
+  resbuf *head, *tail;
+  frame::startResultList(head, tail);
+  appendNamePair(tail, L"en1", elbowName);
+  if (haveChange) appendNamePair(tail, L"en2", changeName);
+  frame::appendDottedPair(tail, L"dHeadLength", built.head);
+  frame::appendDottedPair(tail, L"dTailLength", built.tail);
+  frame::returnResultList(head, tail);
+  return 0;
+}
+
+}  // namespace vantry::lispfn

@@ -1,0 +1,44 @@
+// ol_ol-drawTripleCenter: a straight piece of duct along one run, cut back by the run's head and
+// tail lengths.
+#include "ducts/fitting.h"
+#include "ducts/frame.h"
+#include "frame/implementations.h"
+#include "frame/value_list.h"
+
+namespace vantry::lispfn {
+
+// (ol_ol-drawTripleCenter convert option run [partner]) -> entity name or nil
+int ol_ol_drawTripleCenter() {
+  using namespace ducts;
+  acedRetNil();
+  frame::ArgList args;
+  resbuf *&cur = args.cursor();
+  bool convert = false;
+  int option = 0;
+  DuctRun a, b;
+  if (!frame::readBoolean(cur, convert) || !frame::readInteger(cur, option) || !readDuctRun(cur, a)) return 2;
+  bool hasPartner = readDuctRun(cur, b);
+
+  FittingFrame f = computeFrame(a, hasPartner ? &b : nullptr, convert);
+  AcGePoint3d s = justifiedStart(a, &f, convert);
+  AcGePoint3d e = justifiedEnd(a, &f, convert);
+  if (s.distanceTo(e) < 0.01) return 0;
+  s = s + a.headLength * f.x();
+  e = e - a.tailLength * f.x();
+  // Cut back past each other (head + tail beyond the run's length) is as degenerate as too short.
+  if (s.distanceTo(e) < 0.01 || (e - s).dotProduct(f.x()) < 0) return 0;
+
+  ol_hvacSolid *solid = newSolid();
+  if (!solid) return 0;
+  bool rc = shapeFamily(a) == L"RC";
+  double w = std::abs(a.width), d = std::abs(a.depth);
+  if (!solid->addTransition(s, rc, w, d, e, rc, w, d, f.data(), f.data(), option)) {
+    delete solid;
+    return 0;
+  }
+  ads_name name;
+  if (addToDrawing(solid, name)) acedRetName(name, RTENAME);
+  return 0;
+}
+
+}  // namespace vantry::lispfn

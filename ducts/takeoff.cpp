@@ -1,0 +1,154 @@
+// ol_ol-drawTripleTakeoff: branches taken off the side of a main duct.
+//
+// Runs: a is the main duct up to the junction (its end), b the main duct on from there, c the
+// branch, d a second branch (a cross) or a run of no length for none. Each branch starts on the
+// main's centre line and leaves through the main's wall:
+//
+//         main a            main b
+//   ===========|=====J=====|===========      en1: the main through the junction, a's size to b's
+//              |  |shoe|   |                 en2: the collars, cut flush with the main's wall
+//                 |    |                          (sliceLast), each collarLength beyond the wall
+//                 | c  |
+//
+// A collar leaves through the wall its direction faces most (a side, the top or the bottom of a
+// rectangular main; for a round main, the plane where the collar's sides meet the round wall). With
+// `shoe` the collar widens towards the main by half its length on each side (a bellmouth), so at
+// the wall it is collarLength wider than the branch. A collarLength <= 0 means half the branch's
+// larger side. The main piece reaches past the collars' footprints by a quarter of the largest
+// branch's size. Lengths returned: dHeadLength the main piece's reach back along a, dTailLength1
+// its reach along b, dTailLength2 and dTailLength3 each collar's length from the main's centre line
+// (0 without a second branch).
+#include <algorithm>
+#include <cmath>
+
+#include "ducts/fitting.h"
+#include "ducts/frame.h"
+#include "frame/implementations.h"
+#include "frame/value_list.h"
+
+namespace vantry::lispfn {
+namespace {
+
+using namespace ducts;
+
+struct Main {
+  const DuctRun *run;
+  const FittingFrame *frame;
+  AcGePoint3d junction;
+};
+
+struct Footprint {
+  double back = 0, forward = 0;  // how far the collar reaches along the main on either side of J
+};
+
+// Adds one branch's collar to solid. reach receives its length from its start.
+bool addCollar(const Main &m, const DuctRun &br, const FittingFrame &fb, bool convert, bool shoe,
+               double collar, int option, ol_hvacSolid *solid, double &reach, Footprint &foot) {
+  const AcGeVector3d &x = fb.x(), &xm = m.frame->x();
+  AcGePoint3d s = justifiedStart(br, &fb, convert);
+  AcGeVector3d across = x - x.dotProduct(xm) * xm;
+  double sinAngle = across.length();
+  if (sinAngle < 1e-6) return false;  // runs along the main
+  across = across / sinAngle;
+  // The wall the collar leaves by: its normal and its distance from the main's centre line.
+  AcGeVector3d wall;
+  double h;
+  double w = std::abs(br.width), d = std::abs(br.depth);
+  if (isRectangular(*m.run)) {
+    double cy = across.dotProduct(m.frame->y()), cz = across.dotProduct(m.frame->z());
+    bool side = std::abs(cy) >= std::abs(cz);
+    wall = side ? (cy < 0 ? -1.0 : 1.0) * m.frame->y() : (cz < 0 ? -1.0 : 1.0) * m.frame->z();
+    h = (side ? std::abs(m.run->width) : std::abs(m.run->depth)) / 2;
+  } else {
+    double r = std::abs(m.run->width) / 2, half = std::min(w / 2, 0.999 * r);
+    wall = across;
+    h = std::sqrt(r * r - half * half);
+  }
+  double facing = x.dotProduct(wall);
+  if (facing < 1e-6) return false;  // leaves backwards into the main
+  AcGePoint3d onWall = m.junction + h * wall;
+  double t = (onWall - s).dotProduct(wall) / facing;
+  if (t < 0) return false;  // starts outside the main
+  if (collar <= 0) collar = std::max(w, d) / 2;
+  reach = t + collar;
+  AcGePoint3d e = s + reach * x;
+
+  // The collar's size along the main grows with the shoe.
+  bool widthAlongMain =
+      std::abs(fb.y().dotProduct(xm)) >= std::abs(fb.z().dotProduct(xm)) || !isRectangular(br);
+  double grow = shoe ? reach : 0;
+  double sw = widthAlongMain ? w + grow : w, sd = widthAlongMain ? d : d + grow;
+  bool rect = isRectangular(br);
+  if (!solid->addTransition(s, rect, sw, sd, e, rect, w, d, fb.data(), fb.data(), option)) return false;
+  AcGeVector3d inWall = wall.crossProduct(xm);
+  if (!solid->sliceLast(onWall, onWall + xm, onWall + inWall, e)) return false;
+
+  double alongAtWall = (widthAlongMain ? w : d) + (shoe ? collar : 0);
+  double centre = (s + t * x - m.junction).dotProduct(xm), half = alongAtWall / 2 / sinAngle;
+  foot.back = std::max(foot.back, half - centre);
+  foot.forward = std::max(foot.forward, half + centre);
+  return true;
+}
+
+}  // namespace
+
+// (ol_ol-drawTripleTakeoff convert option shoe collarLength a b c d)
+//   -> (("en1" . main) ("en2" . collars) ("dHeadLength" . r) ("dTailLength1" . r)
+//       ("dTailLength2" . r) ("dTailLength3" . r)) or nil
+int ol_ol_drawTripleTakeoff() {
+  acedRetNil();
+  frame::ArgList args;
+  resbuf *&cur = args.cursor();
+  bool convert = false, shoe = false;
+  int option = 0;
+  double collar = 0;
+  DuctRun a, b, c, d;
+  if (!frame::readBoolean(cur, convert) || !frame::readInteger(cur, option) ||
+      !frame::readBoolean(cur, shoe) || !frame::readReal(cur, collar) || !readDuctRun(cur, a) ||
+      !readDuctRun(cur, b) || !readDuctRun(cur, c) || !readDuctRun(cur, d))
+    return 2;
+  FittingFrame fa = computeFrame(a, &b, convert), fb = computeFrame(b, &a, convert);
+  FittingFrame fc = computeFrame(c, &a, convert), fd = computeFrame(d, &a, convert);
+  Main m{&a, &fa, justifiedEnd(a, &fa, convert)};
+  bool second = justifiedStart(d, nullptr, convert).distanceTo(justifiedEnd(d, nullptr, convert)) >= 0.01;
+
+  ol_hvacSolid *collars = newSolid();
+  if (!collars) return 0;
+  double reachC = 0, reachD = 0;
+  Footprint foot;
+  if (!addCollar(m, c, fc, convert, shoe, collar, option, collars, reachC, foot) ||
+      (second && !addCollar(m, d, fd, convert, shoe, collar, option, collars, reachD, foot))) {
+    delete collars;
+    return 0;
+  }
+  double margin = std::max({std::abs(c.width), std::abs(c.depth), second ? std::abs(d.width) : 0.0,
+                            second ? std::abs(d.depth) : 0.0}) /
+                  4;
+  double back = foot.back + margin, forward = foot.forward + margin;
+  ol_hvacSolid *main = newSolid();
+  if (!main || !main->addTransition(m.junction - back * fa.x(), isRectangular(a), std::abs(a.width),
+                                    std::abs(a.depth), m.junction + forward * fb.x(), isRectangular(b),
+                                    std::abs(b.width), std::abs(b.depth), fa.data(), fb.data(), option)) {
+    delete main;
+    delete collars;
+    return 0;
+  }
+  ads_name mainName, collarName;
+  if (!addToDrawing(main, mainName)) {
+    delete collars;
+    return 0;
+  }
+  if (!addToDrawing(collars, collarName)) return 0;
+  resbuf *head, *tail;
+  frame::startResultList(head, tail);
+  appendNamePair(tail, L"en1", mainName);
+  appendNamePair(tail, L"en2", collarName);
+  frame::appendDottedPair(tail, L"dHeadLength", back);
+  frame::appendDottedPair(tail, L"dTailLength1", forward);
+  frame::appendDottedPair(tail, L"dTailLength2", reachC);
+  frame::appendDottedPair(tail, L"dTailLength3", reachD);
+  frame::returnResultList(head, tail);
+  return 0;
+}
+
+}  // namespace vantry::lispfn

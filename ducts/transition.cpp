@@ -1,0 +1,53 @@
+// ol_ol-drawTripleTransition: a change of size or shape from the end of one run to the start of
+// the next, over a length for a 15 degree taper (or the length the run carries).
+#include <cwchar>
+
+#include "ducts/fitting.h"
+#include "ducts/frame.h"
+#include "frame/implementations.h"
+#include "frame/value_list.h"
+
+namespace vantry::lispfn {
+
+// (ol_ol-drawTripleTransition convert option a b)
+//   -> (("en1" . solid) ("dHeadLength" . 0.0) ("dTailLength" . length)) or nil
+int ol_ol_drawTripleTransition() {
+  using namespace ducts;
+  acedRetNil();
+  frame::ArgList args;
+  resbuf *&cur = args.cursor();
+  bool convert = false;
+  int option = 0;
+  DuctRun a, b;
+  if (!frame::readBoolean(cur, convert) || !frame::readInteger(cur, option) || !readDuctRun(cur, a) ||
+      !readDuctRun(cur, b))
+    return 2;
+
+  FittingFrame frameA = computeFrame(a, &b, convert);
+  FittingFrame frameB = computeFrame(b, &a, convert);
+  AcGePoint3d p1 = justifiedEnd(a, &frameA, convert);
+  AcGePoint3d p2 = justifiedStart(b, &frameB, convert);
+  double length = a.sizeText.empty() ? 0.0 : std::wcstod(a.sizeText.c_str(), nullptr);
+  if (length == 0.0)
+    length = transitionLength(std::abs(a.width), std::abs(a.depth), isRectangular(a), std::abs(b.width),
+                              std::abs(b.depth), isRectangular(b), 15.0);
+  if (length <= 0) return 0;
+
+  p2 = p2 + length * frameB.x();
+  ol_hvacSolid *solid = newSolid();
+  if (!solid) return 0;
+  // Added to the drawing whatever the modeller answered: the caller counts on the length.
+  solid->addTransition(p1, isRectangular(a), std::abs(a.width), std::abs(a.depth), p2, isRectangular(b),
+                       std::abs(b.width), std::abs(b.depth), frameA.data(), frameB.data(), option);
+  ads_name name;
+  if (!addToDrawing(solid, name)) return 0;
+  resbuf *head, *tail;
+  frame::startResultList(head, tail);
+  appendNamePair(tail, L"en1", name);
+  frame::appendDottedPair(tail, L"dHeadLength", 0.0);
+  frame::appendDottedPair(tail, L"dTailLength", length);
+  frame::returnResultList(head, tail);
+  return 0;
+}
+
+}  // namespace vantry::lispfn

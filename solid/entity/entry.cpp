@@ -1,0 +1,32 @@
+// The sibling module's entry point: registers ol_hvacSolid with the host's class system on start-up
+// and removes it on unload; defines its LISP function ol_solid-exportStep in every document.
+//
+// The library is linked with -z nodelete: solids of the class may outlive its registration (the
+// host deletes them with their drawing, possibly after the module's unload), so their code must
+// stay mapped.
+#include "solid/entity/export_step.h"
+#include "solid/hvac_solid.h"
+
+extern "C" __attribute__((visibility("default"))) AcRx::AppRetCode acrxEntryPoint(AcRx::AppMsgCode msg,
+                                                                                  void *appId) {
+  switch (msg) {
+    case AcRx::kInitAppMsg:
+      ol_hvacSolid::rxInit();
+      acrxBuildClassHierarchy();
+      acrxUnlockApplication(appId);
+      acrxRegisterAppMDIAware(appId);
+      break;
+    case AcRx::kLoadDwgMsg:
+      registerExportStep();
+      break;
+    case AcRx::kUnloadDwgMsg:
+      unregisterExportStep();
+      break;
+    case AcRx::kUnloadAppMsg:
+      if (AcRxClass *cls = ol_hvacSolid::desc()) deleteAcRxClass(cls);
+      break;
+    default:
+      break;
+  }
+  return AcRx::kRetOK;
+}

@@ -1,0 +1,146 @@
+// Takeoffs, wyes and skins from LISP: the solids they make, their ports and the lengths they
+// report.
+#include "ducts_testing.h"
+
+namespace vantry::ducts {
+namespace {
+
+using testing::DuctsTest;
+using testing::expectPoint;
+using testing::rel;
+using testing::RunList;
+
+// A main of 400 x 200 running east through the junction at (1000 0 0).
+const RunList kMainIn{.width = 400, .depth = 200};
+const RunList kMainOut{.x0 = 1000, .x1 = 2000, .width = 400, .depth = 200};
+const RunList kNone{.x0 = 1000, .x1 = 1000};
+
+struct TakeoffCase {
+  const char *name, *shoe;
+  RunList in, out, branch, second;
+  double collars;         // volume of the collars, hand-worked
+  double main;            // volume of the main piece
+  double back, forward;   // its reach along a and b
+  double reach1, reach2;  // the collars' lengths from the centre line
+};
+
+TEST_F(DuctsTest, TakeoffCollarsSitFlushOnTheMain) {
+  const RunList north{.x0 = 1000, .x1 = 1000, .y1 = 800};  // 200 x 100: its width lies along the main
+  const RunList south{.x0 = 1000, .x1 = 1000, .y1 = -800};
+  const RunList up{.x0 = 1000, .x1 = 1000, .z1 = 800, .width = 150, .shape = "RD"};
+  const TakeoffCase cases[] = {
+      // Straight collar 100 beyond the side wall (200 out): 100 x 200 x 100 outside. The main
+      // reaches the collar's half width plus a quarter of the branch's larger side.
+      {"square collar", "nil", kMainIn, kMainOut, north, kNone, 100 * 200 * 100.0, 300 * 400 * 200.0, 150,
+       150, 300, 0},
+      // The shoe is 100 wider at the wall, narrowing to the branch over the collar.
+      {"shoe", "T", kMainIn, kMainOut, north, kNone, 100 * 100 * (300 + 200) / 2.0, 400 * 400 * 200.0, 200,
+       200, 300, 0},
+      // A cross: both sides.
+      {"cross", "nil", kMainIn, kMainOut, north, south, 2 * 100 * 200 * 100.0, 300 * 400 * 200.0, 150, 150,
+       300, 300},
+      // From the top of the main, round: the wall is 100 up.
+      {"round from the top", "nil", kMainIn, kMainOut, up, kNone, M_PI * 75 * 75 * 100,
+       (2 * 112.5) * 400 * 200.0, 112.5, 112.5, 200, 0},
+  };
+  for (const TakeoffCase &c : cases) {
+    SCOPED_TRACE(c.name);
+    lisp(std::string("(setq r (ol_ol-drawTripleTakeoff nil 0 ") + c.shoe + " 100.0 " + c.in.lisp() + " " +
+         c.out.lisp() + " " + c.branch.lisp() + " " + c.second.lisp() + "))");
+    EXPECT_EQ(lisp("(mapcar 'car r)"),
+              "(\"en1\" \"en2\" \"dHeadLength\" \"dTailLength1\" \"dTailLength2\" \"dTailLength3\")");
+    EXPECT_LT(rel(volumeOf(idOf("(cdr (assoc \"en2\" r))")), c.collars), 1e-6);
+    EXPECT_LT(rel(volumeOf(idOf("(cdr (assoc \"en1\" r))")), c.main), 1e-6);
+    EXPECT_NEAR(std::stod(lisp("(cdr (assoc \"dHeadLength\" r))")), c.back, 1e-3);
+    EXPECT_NEAR(std::stod(lisp("(cdr (assoc \"dTailLength1\" r))")), c.forward, 1e-3);
+    EXPECT_NEAR(std::stod(lisp("(cdr (assoc \"dTailLength2\" r))")), c.reach1, 1e-3);
+    EXPECT_NEAR(std::stod(lisp("(cdr (assoc \"dTailLength3\" r))")), c.reach2, 1e-3);
+  }
+}
+
+TEST_F(DuctsTest, TakeoffCollarStartsAtTheWall) {
+  const RunList north{.x0 = 1000, .x1 = 1000, .y1 = 800};
+  AcDbExtents e =
+      extentsOf(idOf("(cdr (assoc \"en2\" (ol_ol-drawTripleTakeoff nil 0 nil 100.0 " + kMainIn.lisp() + " " +
+                     kMainOut.lisp() + " " + north.lisp() + " " + kNone.lisp() + ")))"));
+  expectPoint(e.minPoint(), 900, 200, -50, 1e-4);
+  expectPoint(e.maxPoint(), 1100, 300, 50, 1e-4);
+}
+
+TEST_F(DuctsTest, TakeoffAlongTheMainIsNil) {
+  const RunList along{.x0 = 1000, .x1 = 1800};
+  EXPECT_EQ(lisp("(ol_ol-drawTripleTakeoff nil 0 nil 100.0 " + kMainIn.lisp() + " " + kMainOut.lisp() + " " +
+                 along.lisp() + " " + kNone.lisp() + ")"),
+            "nil");
+  EXPECT_EQ(lisp("(ol_ol-drawTripleTakeoff nil 0 nil 100.0 " + kMainIn.lisp() + ")"),
+            "ERROR: ADS request error");
+}
+
+// --- Wyes ---------------------------------------------------------------------------------------
+
+TEST_F(DuctsTest, SymmetricWyeIsTheSameEitherWayRound) {
+  const RunList left{.x0 = 1000, .x1 = 2000, .y1 = 1000, .width = 300};
+  const RunList right{.x0 = 1000, .x1 = 2000, .y1 = -1000, .width = 300};
+  lisp("(setq r1 (ol_ol-drawTripleWye nil 0 nil 0.0 " + kMainIn.lisp() + " " + left.lisp() + " " +
+       right.lisp() + ") r2 (ol_ol-drawTripleWye nil 0 nil 0.0 " + kMainIn.lisp() + " " + right.lisp() + " " +
+       left.lisp() + "))");
+  EXPECT_EQ(lisp("(mapcar 'car r1)"), "(\"en1\" \"dHeadLength\" \"dTailLength1\" \"dTailLength2\")");
+  AcDbObjectId w1 = idOf("(cdr (assoc \"en1\" r1))"), w2 = idOf("(cdr (assoc \"en1\" r2))");
+  ASSERT_FALSE(w1.isNull());
+  EXPECT_LT(rel(volumeOf(w1), volumeOf(w2)), 1e-6);
+  // The trunk port lies h (the largest half-size, 200) back from the junction; both branches
+  // report the same length.
+  EXPECT_EQ(lisp("(cdr (assoc \"dHeadLength\" r1))"), "200.0");
+  EXPECT_EQ(lisp("(cdr (assoc \"dTailLength1\" r1))"), lisp("(cdr (assoc \"dTailLength2\" r1))"));
+  AcDbExtents e = extentsOf(w1);
+  EXPECT_NEAR(e.minPoint().x, 800, 1e-4);
+  // The solid holds at least its straight trunk and the two branch ports' sections swept to them.
+  EXPECT_GT(volumeOf(w1), 200.0 * 400 * 200);
+  double tail = std::stod(lisp("(cdr (assoc \"dTailLength1\" r1))"));
+  EXPECT_NEAR(e.maxPoint().x, 1000 + tail * std::sqrt(0.5) + 150 * std::sqrt(0.5), 1);
+}
+
+TEST_F(DuctsTest, WyeBranchOfTheOtherShapeGetsATransition) {
+  const RunList left{.x0 = 1000, .x1 = 2000, .y1 = 1000, .width = 300};
+  const RunList roundRight{.x0 = 1000, .x1 = 2000, .y1 = -1000, .width = 300, .shape = "RD"};
+  lisp("(setq r (ol_ol-drawTripleWye nil 0 nil 50.0 " + kMainIn.lisp() + " " + left.lisp() + " " +
+       roundRight.lisp() + "))");
+  EXPECT_EQ(lisp("(mapcar 'car r)"), "(\"en1\" \"en3\" \"dHeadLength\" \"dTailLength1\" \"dTailLength2\")");
+  EXPECT_EQ(lisp("(cdr (assoc \"dHeadLength\" r))"), "250.0");  // h + the extension
+  // The shape change is half the branch's larger side long: 150.
+  EXPECT_NEAR(std::stod(lisp("(cdr (assoc \"dTailLength2\" r))")) -
+                  std::stod(lisp("(cdr (assoc \"dTailLength1\" r))")),
+              150, 1e-6);
+  EXPECT_GT(volumeOf(idOf("(cdr (assoc \"en3\" r))")), 0);
+}
+
+TEST_F(DuctsTest, WyeWithAShortBranchNeedsShortLegs) {
+  const RunList stub{.x0 = 1000, .x1 = 1050, .y1 = 50, .width = 300};
+  const RunList right{.x0 = 1000, .x1 = 2000, .y1 = -1000, .width = 300};
+  std::string runs = kMainIn.lisp() + " " + stub.lisp() + " " + right.lisp() + ")";
+  EXPECT_EQ(lisp("(ol_ol-drawTripleWye nil 0 nil 0.0 " + runs), "nil");
+  lisp("(setq r (ol_ol-drawTripleWye nil 0 T 0.0 " + runs + ")");
+  EXPECT_NEAR(std::stod(lisp("(cdr (assoc \"dTailLength1\" r))")), 50 * std::sqrt(2.0), 1e-4);  // as printed
+  EXPECT_GT(volumeOf(idOf("(cdr (assoc \"en1\" r))")), 0);
+}
+
+// --- Skins --------------------------------------------------------------------------------------
+
+TEST_F(DuctsTest, SkinIsThePolygonThickened) {
+  lisp("(setq r (ol_ol-drawTripleSkin 2.0 '((0 0 0) (300 0 0) (300 200 0) (0 200 0))))");
+  EXPECT_EQ(lisp("(car (car r))"), "\"en\"");
+  AcDbObjectId id = idOf("(cdr (assoc \"en\" r))");
+  EXPECT_LT(rel(volumeOf(id), 300 * 200 * 2.0), 1e-9);
+  AcDbExtents e = extentsOf(id);
+  expectPoint(e.minPoint(), 0, 0, 0);
+  expectPoint(e.maxPoint(), 300, 200, 2);
+  // A triangle given as nine numbers in a row (read three at a time), thickness an integer.
+  lisp("(setq r (ol_ol-drawTripleSkin 3 (list 0 0 0 300 0 0 300 200 0)))");
+  EXPECT_LT(rel(volumeOf(idOf("(cdr (assoc \"en\" r))")), 300 * 100 * 3.0), 1e-9);
+  EXPECT_EQ(lisp("(ol_ol-drawTripleSkin 2.0 '((0 0 0) (1 0 0)))"), "nil");
+  EXPECT_EQ(lisp("(ol_ol-drawTripleSkin \"2\" '((0 0 0)))"), "ERROR: ADS request error");
+  EXPECT_EQ(lisp("(ol_ol-drawTripleSkin 2.0 1)"), "ERROR: ADS request error");
+}
+
+}  // namespace
+}  // namespace vantry::ducts

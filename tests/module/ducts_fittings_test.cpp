@@ -1,0 +1,329 @@
+// The duct fitting functions from LISP: the solids they make, measured against hand-worked volumes
+// and extents, and what they answer on degenerate or bad input.
+#include "ducts_testing.h"
+
+namespace vantry::ducts {
+namespace {
+
+using testing::DuctsTest;
+using testing::expectPoint;
+using testing::rel;
+using testing::RunList;
+
+const double kTan15 = std::tan(15 * 3.14159265 / 180);
+
+// Halfway section of a rectangle (w x d) ruled to a circle of radius r, each side to the arc
+// between the neighbouring corner angles, point for point in proportion: its area, for the
+// prismatoid formula V = L/6 (A0 + 4 Am + A1).
+double rectToRoundMidArea(double w, double d, double r) {
+  const double c = std::atan2(d, w);
+  const double corner[5][2] = {
+      {-w / 2, -d / 2}, {w / 2, -d / 2}, {w / 2, d / 2}, {-w / 2, d / 2}, {-w / 2, -d / 2}};
+  const double angle[5] = {-M_PI + c, -c, c, M_PI - c, M_PI + c};
+  const int n = 20000;
+  double area = 0, px = 0, py = 0;
+  bool first = true;
+  for (int k = 0; k < 4; ++k)
+    for (int i = 0; i <= n; ++i) {
+      double t = double(i) / n, a = angle[k] + t * (angle[k + 1] - angle[k]);
+      double x = (corner[k][0] + t * (corner[k + 1][0] - corner[k][0]) + r * std::cos(a)) / 2;
+      double y = (corner[k][1] + t * (corner[k + 1][1] - corner[k][1]) + r * std::sin(a)) / 2;
+      if (!first) area += px * y - x * py;
+      px = x, py = y, first = false;
+    }
+  return std::abs(area) / 2;
+}
+
+// --- Straight pieces ----------------------------------------------------------------------------
+
+TEST_F(DuctsTest, StraightPieceIsTheRunCutBackByHeadAndTail) {
+  RunList r{.head = 100, .tail = 50};
+  AcDbObjectId id = idOf("(ol_ol-drawTripleCenter nil 0 " + r.lisp() + ")");
+  ASSERT_FALSE(id.isNull());
+  EXPECT_LT(rel(volumeOf(id), 850.0 * 200 * 100), 1e-9);
+  AcDbExtents e = extentsOf(id);
+  expectPoint(e.minPoint(), 100, -100, -50);
+  expectPoint(e.maxPoint(), 950, 100, 50);
+}
+
+TEST_F(DuctsTest, StraightPieceShapesAndJustifications) {
+  struct Case {
+    RunList run;
+    double volume;
+    double minY, maxY, minZ, maxZ;
+  } cases[] = {
+      {RunList{.shape = "rd"}, M_PI * 100 * 100 * 1000, -100, 100, -100,
+       100},  // round: width is the diameter
+      // Justified by half the depth even when round: the depth still counts.
+      {RunList{.shape = "RD", .horizontal = "l", .vertical = "t"}, M_PI * 100 * 100 * 1000, 0, 200, -150, 50},
+      {RunList{.horizontal = "r", .vertical = "b"}, 1000.0 * 200 * 100, -200, 0, 0, 100},
+      {RunList{.vertical = "h", .useOffset = 1, .offset = 30}, 1000.0 * 200 * 100, -100, 100, 30, 130},
+      {RunList{.width = -200, .depth = -100, .extraA = 5, .extraB = 5}, 1000.0 * 180 * 80, -90, 90, -40, 40},
+      {RunList{.extraA = 5, .extraB = 2.5}, 1000.0 * 215 * 115, -107.5, 107.5, -57.5, 57.5},
+  };
+  for (const Case &c : cases) {
+    SCOPED_TRACE(c.run.lisp());
+    AcDbObjectId id = idOf("(ol_ol-drawTripleCenter nil 0 " + c.run.lisp() + ")");
+    ASSERT_FALSE(id.isNull());
+    EXPECT_LT(rel(volumeOf(id), c.volume), 1e-6);
+    AcDbExtents e = extentsOf(id);
+    expectPoint(e.minPoint(), 0, c.minY, c.minZ, 1e-4);
+    expectPoint(e.maxPoint(), 1000, c.maxY, c.maxZ, 1e-4);
+  }
+}
+
+TEST_F(DuctsTest, StraightPieceTooShortIsNil) {
+  const RunList cases[] = {
+      RunList{.head = 600, .tail = 400},      // cut back to nothing
+      RunList{.head = 700, .tail = 400},      // past each other
+      RunList{.x1 = 0.005},                   // shorter than 0.01 from the start
+      RunList{.head = 500, .tail = 499.995},  // shorter than 0.01 after trimming
+  };
+  for (const RunList &r : cases)
+    EXPECT_EQ(lisp("(ol_ol-drawTripleCenter nil 0 " + r.lisp() + ")"), "nil") << r.lisp();
+  EXPECT_EQ(transcript().find("passed"), std::string::npos);  // nil without a message
+  EXPECT_EQ(lisp("(ol_ol-drawTripleCenter nil 0 '(1 2))"), "ERROR: ADS request error");
+  EXPECT_EQ(lisp("(ol_ol-drawTripleCenter \"x\" 0.0)"), "ERROR: ADS request error");
+  EXPECT_NE(transcript().find("\nWrong type of arguments passed.\n"), std::string::npos);
+}
+
+TEST_F(DuctsTest, VerticalStraightPieceTurnsWithItsPartner) {
+  // A riser of 200 x 100: alone its width lies along world y; beside an eastward run, along x... no:
+  // along the partner's y, which is world y for an eastward run and world -x for a northward one.
+  RunList up{.x1 = 0, .z1 = 500};
+  RunList north{.x0 = 0, .y0 = 0, .z0 = 500, .x1 = 0, .y1 = 800, .z1 = 500};
+  AcDbExtents alone = extentsOf(idOf("(ol_ol-drawTripleCenter nil 0 " + up.lisp() + ")"));
+  expectPoint(alone.minPoint(), -50, -100, 0, 1e-4);
+  expectPoint(alone.maxPoint(), 50, 100, 500, 1e-4);
+  AcDbExtents turned =
+      extentsOf(idOf("(ol_ol-drawTripleCenter nil 0 " + up.lisp() + " " + north.lisp() + ")"));
+  expectPoint(turned.minPoint(), -100, -50, 0, 1e-4);
+  expectPoint(turned.maxPoint(), 100, 50, 500, 1e-4);
+}
+
+// --- Transitions --------------------------------------------------------------------------------
+
+TEST_F(DuctsTest, RectangleToRectangleTransition) {
+  RunList a, b{.x0 = 1000, .x1 = 2000, .width = 300};
+  std::string call = "(setq r (ol_ol-drawTripleTransition nil 0 " + a.lisp() + " " + b.lisp() + "))";
+  lisp(call);
+  const double length = 50 / kTan15;
+  EXPECT_EQ(lisp("(mapcar 'car r)"), "(\"en1\" \"dHeadLength\" \"dTailLength\")");
+  EXPECT_EQ(lisp("(cdr (assoc \"dHeadLength\" r))"), "0.0");
+  EXPECT_NEAR(std::stod(lisp("(cdr (assoc \"dTailLength\" r))")), length, 1e-3);
+  AcDbObjectId id = idOf("(cdr (assoc \"en1\" r))");
+  // Width changes linearly at constant depth: V = L d (w1 + w2) / 2.
+  EXPECT_LT(rel(volumeOf(id), length * 100 * 250), 1e-9);
+  AcDbExtents e = extentsOf(id);
+  expectPoint(e.minPoint(), 1000, -150, -50);
+  expectPoint(e.maxPoint(), 1000 + length, 150, 50);
+}
+
+TEST_F(DuctsTest, RectangleToRoundTransitionFollowsThePrismatoidFormula) {
+  // Same width and depth, one end round: the length is half the first run's larger side.
+  RunList a{.width = 300, .depth = 200}, b{.x0 = 1000, .x1 = 2000, .width = 300, .depth = 200, .shape = "RD"};
+  lisp("(setq r (ol_ol-drawTripleTransition nil 0 " + a.lisp() + " " + b.lisp() + "))");
+  EXPECT_EQ(lisp("(cdr (assoc \"dTailLength\" r))"), "150.0");
+  const double v = 150.0 / 6 * (300 * 200 + 4 * rectToRoundMidArea(300, 200, 150) + M_PI * 150 * 150);
+  EXPECT_LT(rel(volumeOf(idOf("(cdr (assoc \"en1\" r))")), v), 1e-5);
+}
+
+TEST_F(DuctsTest, TransitionBetweenEqualSizesIsNil) {
+  RunList a, b{.x0 = 1000, .x1 = 2000};
+  EXPECT_EQ(lisp("(ol_ol-drawTripleTransition nil 0 " + a.lisp() + " " + b.lisp() + ")"), "nil");
+  EXPECT_EQ(lisp("(ol_ol-drawTripleTransition nil 0 " + a.lisp() + ")"), "ERROR: ADS request error");
+}
+
+// --- Elbows -------------------------------------------------------------------------------------
+
+struct ElbowCase {
+  const char *name;
+  std::string head;  // the arguments before the radius
+  double radius;
+  RunList a, b;
+  double volume, reach;
+};
+
+TEST_F(DuctsTest, ElbowVolumesByPappusAndByMitre) {
+  const RunList east, north{.x0 = 1000, .x1 = 1000, .y1 = 1000};
+  const RunList eastRound{.width = 200, .shape = "rd"},
+      northRound{.x0 = 1000, .x1 = 1000, .y1 = 1000, .shape = "rd"};
+  const RunList riser{.x0 = 1000, .x1 = 1000, .z1 = 1000};
+  const double area = 200 * 100, quarter = M_PI / 2;
+  const ElbowCase cases[] = {
+      // Radius elbows: the section revolved through the bend about a radius R = ratio x size in plane.
+      {"plan bend, ratio 1", "nil", 200, east, north, area * 200 * quarter, 200},
+      {"round, ratio 1.5", "nil", 300, eastRound, northRound, M_PI * 100 * 100 * 300 * quarter, 300},
+      {"ratio 0.3 becomes 0.501", "nil", 60, east, north, area * 100.2 * quarter, 100.2},
+      {"ratio 0 becomes 1.5", "nil", 0, east, north, area * 300 * quarter, 300},
+      {"riser: depth is in the bend plane", "nil", 200, east, riser, area * 100 * quarter, 100},
+      {"type text other than CABLETRAY", "\"SHEET\" nil", 200, east, north, area * 200 * quarter, 200},
+      // Square elbow: each mitred leg's volume is the area times its centre line to the mitre.
+      {"square", "T", 200, east, north, area * 400, 200},
+      // A flat cable tray: the mitred tray with collars 10 longer, its throat rounded by 100.
+      {"flat cable tray", "\"CABLETRAY\"", 200, east, north, area * 420 + 100 * 100 * (1 - M_PI / 4) * 100,
+       210},
+      // A cable tray that climbs stays a radius elbow.
+      {"climbing cable tray", "\"CABLETRAY\"", 200, east, riser, area * 100 * quarter, 100},
+  };
+  for (const ElbowCase &c : cases) {
+    SCOPED_TRACE(c.name);
+    lisp("(setq r (ol_ol-drawTripleElbow nil 0 " + c.head + " " + std::to_string(c.radius) + " " +
+         c.a.lisp() + " " + c.b.lisp() + "))");
+    AcDbObjectId id = idOf("(cdr (assoc \"en1\" r))");
+    ASSERT_FALSE(id.isNull()) << lisp("r");
+    EXPECT_LT(rel(volumeOf(id), c.volume), 1e-6);
+    EXPECT_NEAR(std::stod(lisp("(cdr (assoc \"dHeadLength\" r))")), c.reach, 1e-3);
+    EXPECT_NEAR(std::stod(lisp("(cdr (assoc \"dTailLength\" r))")), c.reach, 1e-3);
+    EXPECT_EQ(lisp("(assoc \"en2\" r)"), "nil");
+  }
+}
+
+TEST_F(DuctsTest, RadiusElbowSitsInTheCorner) {
+  RunList east, north{.x0 = 1000, .x1 = 1000, .y1 = 1000};
+  AcDbObjectId id = idOf("(cdr (assoc \"en1\" (ol_ol-drawTripleElbow nil 0 nil 200 " + east.lisp() + " " +
+                         north.lisp() + ")))");
+  // Bend centre (800, 200); the heel is 300 out, the throat 100.
+  AcDbExtents e = extentsOf(id);
+  expectPoint(e.minPoint(), 800, -100, -50, 1e-4);
+  expectPoint(e.maxPoint(), 1100, 200, 50, 1e-4);
+}
+
+TEST_F(DuctsTest, ElbowIntoALargerRunGetsATransition) {
+  RunList east, north{.x0 = 1000, .x1 = 1000, .y1 = 1000, .width = 300};
+  for (const char *square : {"nil", "T"}) {
+    SCOPED_TRACE(square);
+    lisp(std::string("(setq r (ol_ol-drawTripleElbow nil 0 ") + square + " 200 " + east.lisp() + " " +
+         north.lisp() + "))");
+    AcDbObjectId change = idOf("(cdr (assoc \"en2\" r))");
+    const double length = 50 / kTan15;
+    if (std::string(square) == "T") {
+      // The mitre takes the wider end itself: no transition.
+      EXPECT_TRUE(change.isNull());
+      continue;
+    }
+    ASSERT_FALSE(change.isNull()) << lisp("r");
+    EXPECT_LT(rel(volumeOf(change), length * 100 * 250), 1e-9);
+    EXPECT_NEAR(std::stod(lisp("(cdr (assoc \"dTailLength\" r))")), 200 + length, 1e-3);
+    AcDbExtents e = extentsOf(change);
+    expectPoint(e.minPoint(), 850, 200, -50, 1e-4);
+    expectPoint(e.maxPoint(), 1150, 200 + length, 50, 1e-4);
+  }
+}
+
+TEST_F(DuctsTest, ElbowThatCannotTurnIsNil) {
+  RunList east, further{.x0 = 1000, .x1 = 2000};                                      // straight on
+  RunList offset{.x0 = 1000, .y0 = 0, .z0 = 300, .x1 = 1000, .y1 = 1000, .z1 = 300};  // lines miss each other
+  EXPECT_EQ(lisp("(ol_ol-drawTripleElbow nil 0 nil 200 " + east.lisp() + " " + further.lisp() + ")"), "nil");
+  EXPECT_EQ(lisp("(ol_ol-drawTripleElbow nil 0 nil 200 " + east.lisp() + " " + offset.lisp() + ")"), "nil");
+  EXPECT_EQ(lisp("(ol_ol-drawTripleElbow nil 0 nil \"r\" " + east.lisp() + ")"), "ERROR: ADS request error");
+}
+
+// --- Hangers ------------------------------------------------------------------------------------
+
+TEST_F(DuctsTest, HangerVolumesAreStrutPlusRodsOrBandMinusOpening) {
+  const double rod = M_PI * 5 * 5;  // a rod of 10
+  struct Case {
+    const char *name, *args;
+    double volume;
+    double minZ, maxZ;
+  } cases[] = {
+      // Trapeze under a 200 x 100 duct at (500 0 0): strut 240 x 40 x 20 centred at z -70, rods
+      // 110 off centre.
+      {"trapeze hung from above", "nil '(500 0 0) 0.0 200 100 nil 10 40 500.0 0",
+       240 * 40 * 20 + 2 * rod * 550, -90, 500},
+      // Rod 1 runs down from the strut's lower face, rod 2 still from its upper face.
+      {"trapeze standing on a structure below", "nil '(500 0 0) 0.0 200 100 nil 10 40 -500.0 0",
+       240 * 40 * 20 + rod * (410 + 450), -500, -50},
+      {"trapeze with its rod end at the top", "nil '(500 0 0) 0.0 200 100 nil 10 40 -50.0 0", 240 * 40 * 20,
+       -90, -50},
+      // Band 210 x 110 x 10 round the duct, its opening 201 x 101 (a tenth of the band's added
+      // thickness), the rod from the clear top (cut by the opening's extra half unit) to 500.
+      {"band hung from above", "T '(500 0 0) 0.0 200 100 T 10 5 500.0 0",
+       10.0 * 210 * 110 - 10.0 * 201 * 101 + rod * 449.5, -55, 500},
+      {"band with its rod end at the top", "T '(500 0 0) 0.0 200 100 T 10 5 50.0 0",
+       10.0 * 210 * 110 - 10.0 * 201 * 101, -55, 55},
+  };
+  for (const Case &c : cases) {
+    SCOPED_TRACE(c.name);
+    lisp(std::string("(setq r (ol_ol-drawHanger ") + c.args + "))");
+    EXPECT_EQ(lisp("(car (car r))"), "\"hanger\"");
+    AcDbObjectId id = idOf("(cdr (assoc \"hanger\" r))");
+    ASSERT_FALSE(id.isNull()) << lisp("r");
+    EXPECT_LT(rel(volumeOf(id), c.volume), 1e-6);
+    AcDbExtents e = extentsOf(id);
+    EXPECT_NEAR(e.minPoint().z, c.minZ, 1e-4);
+    EXPECT_NEAR(e.maxPoint().z, c.maxZ, 1e-4);
+  }
+}
+
+TEST_F(DuctsTest, HangerTurnsWithItsAngle) {
+  AcDbExtents e =
+      extentsOf(idOf("(cdr (assoc \"hanger\" (ol_ol-drawHanger nil '(0 0 0) (/ pi 2) 200 100 nil 10 40 "
+                     "500.0 0)))"));
+  // The strut runs across the duct, now along world x; 20 thick along y.
+  expectPoint(e.minPoint(), -120, -10, -90, 1e-4);
+  expectPoint(e.maxPoint(), 120, 10, 500, 1e-4);
+  EXPECT_EQ(lisp("(ol_ol-drawHanger nil '(0 0 0) 0.0 200 100 nil 10 40 500.0)"), "ERROR: ADS request error");
+}
+
+// --- Union and explode --------------------------------------------------------------------------
+
+TEST_F(DuctsTest, UnionJoinsTheSecondIntoTheFirstAndErasesIt) {
+  RunList a{.x1 = 500}, b{.x0 = 500, .x1 = 1000};
+  lisp("(setq s1 (ol_ol-drawTripleCenter nil 0 " + a.lisp() + ") s2 (ol_ol-drawTripleCenter nil 0 " +
+       b.lisp() + "))");
+  EXPECT_EQ(lisp("(ol_ol-tripleUnion s1 s2)"), "nil");
+  AcDbObjectId first = idOf("s1"), second = idOf("s2");
+  EXPECT_LT(rel(volumeOf(first), 1000.0 * 200 * 100), 1e-9);
+  EXPECT_TRUE(second.isErased());
+  {
+    AcDbObjectPointer<ol_hvacSolid> s(first, AcDb::kForRead);
+    ASSERT_EQ(s.openStatus(), Acad::eOk);
+    EXPECT_EQ(s->bodyCount(), 1);
+  }
+  // The second is gone: opening it fails, which is a wrong argument.
+  EXPECT_EQ(lisp("(ol_ol-tripleUnion s1 s2)"), "ERROR: ADS request error");
+  EXPECT_EQ(lisp("(ol_ol-tripleUnion s1 \"s2\")"), "ERROR: ADS request error");
+}
+
+TEST_F(DuctsTest, UnionThatFailsKeepsBoth) {
+  RunList a;
+  lisp("(setq s1 (ol_ol-drawTripleCenter nil 0 " + a.lisp() + "))");
+  // A solid joined with itself: the solid refuses, both stay, the answer is still nil.
+  EXPECT_EQ(lisp("(ol_ol-tripleUnion s1 s1)"), "ERROR: ADS request error");  // second write open fails
+  EXPECT_FALSE(idOf("s1").isErased());
+}
+
+TEST_F(DuctsTest, ExplodeMakesFacesAndKeepsTheSolid) {
+  RunList a;
+  lisp("(setq s (ol_ol-drawTripleCenter nil 0 " + a.lisp() + ") faces (ol_ol-explodeSolid s))");
+  EXPECT_EQ(lisp("(length faces)"), "6");
+  EXPECT_EQ(lisp("(vl-remove-if '(lambda (p) (= (car p) \"FACE\")) faces)"), "nil");
+  EXPECT_FALSE(idOf("s").isErased());
+  double area = 0;
+  for (int i = 0; i < 6; ++i) {
+    AcDbObjectPointer<AcDbFace> f(idOf("(cdr (nth " + std::to_string(i) + " faces))"), AcDb::kForRead);
+    ASSERT_EQ(f.openStatus(), Acad::eOk);
+    AcGePoint3d p[4];
+    for (int k = 0; k < 4; ++k) f->getVertexAt(k, p[k]);
+    area += 0.5 * ((p[2] - p[0]).crossProduct(p[3] - p[1])).length();
+  }
+  EXPECT_NEAR(area, 2 * (1000 * 200 + 1000 * 100 + 200 * 100), 1e-6);
+  // No argument: nothing, no message. A face is no solid: bad data.
+  EXPECT_EQ(lisp("(ol_ol-explodeSolid)"), "nil");
+  EXPECT_EQ(transcript().find("passed"), std::string::npos);
+  EXPECT_EQ(lisp("(ol_ol-explodeSolid (cdr (car faces)))"), "ERROR: ADS request error");
+  EXPECT_NE(transcript().find("\nBad data passed .\n"), std::string::npos);
+  EXPECT_EQ(lisp("(ol_ol-explodeSolid 1)"), "ERROR: ADS request error");
+}
+
+TEST_F(DuctsTest, WithoutTheSolidModuleNothingIsDrawn) {
+  ASSERT_TRUE(host::Session::get().unloadModule(L"ol_ol-solid2025x64.dbx"));
+  EXPECT_EQ(lisp("(ol_ol-drawTripleCenter nil 0 " + RunList{}.lisp() + ")"), "nil");
+  EXPECT_NE(transcript().find("solid module ol_ol-solid2025x64.dbx is not loaded"), std::string::npos);
+  EXPECT_EQ(lisp("(ol_ol-drawHanger nil '(0 0 0) 0.0 200 100 nil 10 40 500.0 0)"), "nil");
+}
+
+}  // namespace
+}  // namespace vantry::ducts
