@@ -257,6 +257,8 @@ TEST_F(ModuleTest, SavingUnderANewNameClosesTheDatabase) {
   std::wstring db(dir.begin(), dir.end());
   db += L"vantry_save_test.db";
   std::remove(std::string(db.begin(), db.end()).c_str());
+  // Name the drawing in the temporary directory first, so that saving writes there.
+  ASSERT_TRUE(s.save(s.current(), std::wstring(dir.begin(), dir.end()) + L"vantry_save_test.dwg"));
   ASSERT_EQ(lisp(L"(vt_create_db \"" + db + L"\")"), L"T");
   ASSERT_EQ(lisp(L"(vt_connect \"" + db + L"\")"), L"T");
   host::Document *first = s.current();
