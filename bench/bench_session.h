@@ -13,12 +13,15 @@ inline lisp::Interp &session() {
   static lisp::Interp *in = [] {
     host::Session &s = host::Session::get();
     s.newDocument(L"");
-    if (!s.loadModule(L"Vantry2025x64.arx", false) || !s.loadModule(L"vantry_testmod.arx", false)) std::abort();
+    if (!s.loadModule(L"Vantry2025x64.arx", false) || !s.loadModule(L"vantry_testmod.arx", false))
+      std::abort();
     return &s.current()->lisp();
   }();
   return *in;
 }
 
-inline lisp::Value compile(const std::wstring &text) { return session().readAll(text, {L"bench", 1}).at(0); }
+inline lisp::Value compile(const std::wstring &text) {
+  return session().readAll(text, {L"bench", 1}).at(0);
+}
 
 }  // namespace vantry::bench

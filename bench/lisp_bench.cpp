@@ -10,23 +10,32 @@ namespace {
 
 namespace lisp = vantry::lisp;
 using vantry::bench::compile;
-lisp::Interp &interp() { return vantry::bench::session(); }
+lisp::Interp &interp() {
+  return vantry::bench::session();
+}
 
 // A loop of calls of one function of one real, in LISP.
 void runCalls(benchmark::State &state, const wchar_t *fn) {
   lisp::Interp &in = interp();
-  in.evalText(std::wstring(L"(defun bench-loop (n / x) (setq x 0.5) (repeat n (") + fn + L" x)))", {L"bench", 1});
+  in.evalText(std::wstring(L"(defun bench-loop (n / x) (setq x 0.5) (repeat n (") + fn + L" x)))",
+              {L"bench", 1});
   lisp::Value call = compile(L"(bench-loop 1000)");
   for (auto _ : state) benchmark::DoNotOptimize(in.eval(call));
   state.SetItemsProcessed(state.iterations() * 1000);
 }
 
-void BM_BuiltinSin(benchmark::State &state) { runCalls(state, L"sin"); }
-void BM_ExternalSin(benchmark::State &state) { runCalls(state, L"tm-sin"); }
+void BM_BuiltinSin(benchmark::State &state) {
+  runCalls(state, L"sin");
+}
+void BM_ExternalSin(benchmark::State &state) {
+  runCalls(state, L"tm-sin");
+}
 BENCHMARK(BM_BuiltinSin);
 BENCHMARK(BM_ExternalSin);
 
-int nativeFib(int n) { return n < 2 ? n : nativeFib(n - 1) + nativeFib(n - 2); }
+int nativeFib(int n) {
+  return n < 2 ? n : nativeFib(n - 1) + nativeFib(n - 2);
+}
 
 void BM_NativeFib25(benchmark::State &state) {
   for (auto _ : state) {

@@ -44,7 +44,9 @@ void runLoop(benchmark::State &state, const std::wstring &call) {
 
 // Same shape: no arguments, a number back. vt_random runs the per-call check
 // with a database connected, current and alive; ol_ol-rand runs none.
-void BM_DrawingCall(benchmark::State &state) { runLoop(state, L"(ol_ol-rand)"); }
+void BM_DrawingCall(benchmark::State &state) {
+  runLoop(state, L"(ol_ol-rand)");
+}
 void BM_DatabaseCall(benchmark::State &state) {
   lisp::Interp &in = session();
   std::wstring path(bigDatabase().begin(), bigDatabase().end());

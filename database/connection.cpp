@@ -45,7 +45,9 @@ bool repairThroughLisp(const std::wstring &path) {
   return ok;
 }
 
-bool isGarbage(const database::DocumentDatabaseEntry &e) { return e.documentKey.empty() && !e.connection; }
+bool isGarbage(const database::DocumentDatabaseEntry &e) {
+  return e.documentKey.empty() && !e.connection;
+}
 
 }  // namespace
 

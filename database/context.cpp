@@ -15,8 +15,12 @@ DatabaseContext &context() {
   return ctx;
 }
 
-EngineConnection currentConnection() { return context().connection; }
-int16_t currentReadOnly() { return context().readOnly; }
+EngineConnection currentConnection() {
+  return context().connection;
+}
+int16_t currentReadOnly() {
+  return context().readOnly;
+}
 
 void makeCurrent(EngineConnection connection, std::wstring path, int16_t readOnly) {
   DatabaseContext &c = context();
@@ -29,7 +33,9 @@ void makeCurrent(EngineConnection connection, std::wstring path, int16_t readOnl
   }
 }
 
-void releaseCurrent() { makeCurrent(nullptr, L"", 0); }
+void releaseCurrent() {
+  makeCurrent(nullptr, L"", 0);
+}
 
 void setLastError(long number, const std::wstring &description) {
   wchar_t prefix[32];
@@ -41,9 +47,10 @@ void printEngineError(long number, const std::wstring &description) {
   if (number == engine::errc::kNoCurrentRecord) return;
   if (number == engine::errc::kDiskOrNetwork) {
     acutPrintf(L"%s", L"\nA disk or network error occurred while trying to access the database.");
-    acutPrintf(L"%s",
-               L"Try the command again. If it continues to not work, try restarting AutoCAD. If that does not "
-               L"fix the error, try restarting your computer.");
+    acutPrintf(
+        L"%s",
+        L"Try the command again. If it continues to not work, try restarting AutoCAD. If that does not "
+        L"fix the error, try restarting your computer.");
     return;
   }
   acutPrintf(L"\nVantry Error: %s", description.c_str());
@@ -59,7 +66,9 @@ bool reportEngineError(const EngineConnection &connection) {
   return true;
 }
 
-bool reportEngineError() { return reportEngineError(context().connection); }
+bool reportEngineError() {
+  return reportEngineError(context().connection);
+}
 
 bool closeCurrentDatabase() {
   DatabaseContext &c = context();
@@ -100,7 +109,9 @@ void clearContext() {
   c.lastError.clear();
 }
 
-EngineConnection newConnection() { return engine::createEngine(); }
+EngineConnection newConnection() {
+  return engine::createEngine();
+}
 
 }  // namespace vantry::database
 

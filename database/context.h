@@ -21,10 +21,10 @@ namespace vantry::database {
 using engine::EngineConnection;
 
 struct DocumentDatabaseEntry {
-  std::wstring documentKey;    // the document's file name
-  EngineConnection connection; // may be empty
-  std::wstring path;           // empty when no database is open
-  uint8_t readOnly = 0;        // 1 read-only, 0 writable
+  std::wstring documentKey;     // the document's file name
+  EngineConnection connection;  // may be empty
+  std::wstring path;            // empty when no database is open
+  uint8_t readOnly = 0;         // 1 read-only, 0 writable
 };
 
 struct DatabaseContext {

@@ -35,7 +35,6 @@ int positioning(Move move) {
   return answerRecord(c, found, record);
 }
 
-
 }  // namespace
 
 int vt_table() {

@@ -22,7 +22,8 @@ using database::EngineConnection;
 using frame::ArgList;
 
 const wchar_t kConnectionErrorText[] =
-    L"Database connection error.\nClose and reopen AutoCAD.\n\nIf you are getting this error frequently, press "
+    L"Database connection error.\nClose and reopen AutoCAD.\n\nIf you are getting this error frequently, "
+    L"press "
     L"\"Yes\" to send an error report to Orlec Support.";
 
 // Answers a connection failure as the mode asks. Returns the status.

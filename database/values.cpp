@@ -10,13 +10,26 @@ namespace vantry::database {
 bool toEngineValue(const resbuf *rb, engine::Value &out) {
   if (!rb) return false;
   switch (rb->restype) {
-    case RTREAL: out = engine::Value::real(rb->resval.rreal); return true;
-    case RTSHORT: out = engine::Value::integer(rb->resval.rint); return true;
-    case RTLONG: out = engine::Value::integer(rb->resval.rlong); return true;
-    case RTSTR: out = engine::Value::text(frame::toUtf8(rb->resval.rstring ? rb->resval.rstring : L"")); return true;
-    case RTT: out = engine::Value::boolean(true); return true;
-    case RTNIL: out = engine::Value(); return true;
-    default: return false;
+    case RTREAL:
+      out = engine::Value::real(rb->resval.rreal);
+      return true;
+    case RTSHORT:
+      out = engine::Value::integer(rb->resval.rint);
+      return true;
+    case RTLONG:
+      out = engine::Value::integer(rb->resval.rlong);
+      return true;
+    case RTSTR:
+      out = engine::Value::text(frame::toUtf8(rb->resval.rstring ? rb->resval.rstring : L""));
+      return true;
+    case RTT:
+      out = engine::Value::boolean(true);
+      return true;
+    case RTNIL:
+      out = engine::Value();
+      return true;
+    default:
+      return false;
   }
 }
 
@@ -55,7 +68,9 @@ class Chain {
   void addValue(const engine::Value &v) {
     switch (v.type()) {
       case engine::ValueType::kEmpty:
-      case engine::ValueType::kNull: add(RTNIL); return;
+      case engine::ValueType::kNull:
+        add(RTNIL);
+        return;
       case engine::ValueType::kInteger: {
         int32_t i = v.asInteger();
         if (i >= -32768 && i <= 32767) {
@@ -69,8 +84,12 @@ class Chain {
         if (resbuf *rb = add(RTREAL)) rb->resval.rreal = v.asReal();
         return;
       case engine::ValueType::kText:
-      case engine::ValueType::kDate: addText(v.asText()); return;
-      case engine::ValueType::kBoolean: add(v.asBoolean() ? RTT : RTNIL); return;
+      case engine::ValueType::kDate:
+        addText(v.asText());
+        return;
+      case engine::ValueType::kBoolean:
+        add(v.asBoolean() ? RTT : RTNIL);
+        return;
     }
     add(RTNIL);
   }
@@ -193,9 +212,15 @@ bool flattenArguments(const resbuf *cur, engine::ValueArray &out) {
   bool ok = true;
   for (; cur; cur = cur->rbnext) {
     switch (cur->restype) {
-      case RTLB: values.push_back(engine::Value::text(engine::kMarkerListBegin)); break;
-      case RTLE: values.push_back(engine::Value::text(engine::kMarkerListEnd)); break;
-      case RTDOTE: values.push_back(engine::Value::text(engine::kMarkerDot)); break;
+      case RTLB:
+        values.push_back(engine::Value::text(engine::kMarkerListBegin));
+        break;
+      case RTLE:
+        values.push_back(engine::Value::text(engine::kMarkerListEnd));
+        break;
+      case RTDOTE:
+        values.push_back(engine::Value::text(engine::kMarkerDot));
+        break;
       default: {
         engine::Value v;
         if (toEngineValue(cur, v))
@@ -210,6 +235,8 @@ bool flattenArguments(const resbuf *cur, engine::ValueArray &out) {
   return true;
 }
 
-void returnCount(int32_t n) { frame::returnInteger(n); }
+void returnCount(int32_t n) {
+  frame::returnInteger(n);
+}
 
 }  // namespace vantry::database

@@ -61,10 +61,18 @@ int toXData(resbuf *&cur, Chain &out, bool inList) {
         out.add(acutBuildList(1002, L"}", 0));
         continue;
       }
-      case RTSTR: out.add(acutBuildList(1000, cur->resval.rstring, 0)); break;
-      case RTREAL: out.add(acutBuildList(1040, cur->resval.rreal, 0)); break;
-      case RTSHORT: out.add(acutBuildList(1070, int(cur->resval.rint), 0)); break;
-      case RTLONG: out.add(acutBuildList(1071, cur->resval.rlong, 0)); break;
+      case RTSTR:
+        out.add(acutBuildList(1000, cur->resval.rstring, 0));
+        break;
+      case RTREAL:
+        out.add(acutBuildList(1040, cur->resval.rreal, 0));
+        break;
+      case RTSHORT:
+        out.add(acutBuildList(1070, int(cur->resval.rint), 0));
+        break;
+      case RTLONG:
+        out.add(acutBuildList(1071, cur->resval.rlong, 0));
+        break;
       case RTPOINT:
       case RT3DPOINT: {
         ads_point p = {cur->resval.rpoint[0], cur->resval.rpoint[1],
@@ -72,7 +80,8 @@ int toXData(resbuf *&cur, Chain &out, bool inList) {
         out.add(acutBuildList(1010, p, 0));
         break;
       }
-      default: return 3;
+      default:
+        return 3;
     }
     cur = cur->rbnext;
   }

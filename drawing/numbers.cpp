@@ -25,8 +25,12 @@ int realFunction(double (*f)(double)) {
 
 }  // namespace
 
-int asin() { return realFunction(::asin); }
-int acos() { return realFunction(::acos); }
+int asin() {
+  return realFunction(::asin);
+}
+int acos() {
+  return realFunction(::acos);
+}
 
 int ol_pow() {
   acedRetNil();

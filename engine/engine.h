@@ -28,40 +28,40 @@ namespace vantry::engine {
 // Access-style error numbers kept as the last error.
 namespace errc {
 inline constexpr long kNone = 0;
-inline constexpr long kSyntaxExpression = 3075;  // syntax error in query expression / SELECT
-inline constexpr long kGeneric = 3000;          // any other failure; the description says what
-inline constexpr long kObjectExists = 3012;      // a table, view or query of that name exists
-inline constexpr long kNoCurrentRecord = 3021;   // past either end, key not found, record deleted
-inline constexpr long kDuplicateKey = 3022;      // unique index or primary key violated
-inline constexpr long kCouldNotFindFile = 3024;  // database file does not exist
-inline constexpr long kReadOnly = 3027;          // write on a database opened read-only
-inline constexpr long kDiskOrNetwork = 3043;     // I/O failure, file vanished
-inline constexpr long kInvalidPath = 3044;       // directory part of a path does not exist
-inline constexpr long kCorrupt = 3049;           // database damaged (needs repair)
-inline constexpr long kCannotOpen = 3051;        // cannot open or write (permissions, locked, a directory)
-inline constexpr long kTooFewParameters = 3061;  // unknown name in SQL, or parameters missing
+inline constexpr long kSyntaxExpression = 3075;     // syntax error in query expression / SELECT
+inline constexpr long kGeneric = 3000;              // any other failure; the description says what
+inline constexpr long kObjectExists = 3012;         // a table, view or query of that name exists
+inline constexpr long kNoCurrentRecord = 3021;      // past either end, key not found, record deleted
+inline constexpr long kDuplicateKey = 3022;         // unique index or primary key violated
+inline constexpr long kCouldNotFindFile = 3024;     // database file does not exist
+inline constexpr long kReadOnly = 3027;             // write on a database opened read-only
+inline constexpr long kDiskOrNetwork = 3043;        // I/O failure, file vanished
+inline constexpr long kInvalidPath = 3044;          // directory part of a path does not exist
+inline constexpr long kCorrupt = 3049;              // database damaged (needs repair)
+inline constexpr long kCannotOpen = 3051;           // cannot open or write (permissions, locked, a directory)
+inline constexpr long kTooFewParameters = 3061;     // unknown name in SQL, or parameters missing
 inline constexpr long kCannotExecuteSelect = 3065;  // ExecuteCommand given a SELECT
-inline constexpr long kUndefinedFunction = 3085; // unknown function in an expression
-inline constexpr long kNoSuchTable = 3078;       // no such table or query
-inline constexpr long kInvalidStatement = 3129;  // text is not a statement the engine knows
-inline constexpr long kSyntaxInsert = 3134;      // syntax error in INSERT INTO
-inline constexpr long kCharsAfterEnd = 3142;     // more than one statement
-inline constexpr long kSyntaxUpdate = 3144;      // syntax error in UPDATE
-inline constexpr long kFieldNotUpdatable = 3164; // the counter of a record cannot be changed
-inline constexpr long kRelatedRecord = 3201;     // foreign key violated
-inline constexpr long kDatabaseExists = 3204;    // compact destination exists
-inline constexpr long kLocked = 3218;            // busy: locked by another user
-inline constexpr long kNotSupported = 3251;      // operation not supported for this object
-inline constexpr long kItemNotFound = 3265;      // unknown field name
-inline constexpr long kSyntaxCreate = 3290;      // syntax error in CREATE
-inline constexpr long kSyntaxDrop = 3295;        // syntax error in DROP
-inline constexpr long kSyntaxAlter = 3293;       // syntax error in ALTER
-inline constexpr long kRequired = 3314;          // NOT NULL field left null
-inline constexpr long kValidationRule = 3317;    // CHECK constraint failed
-inline constexpr long kUnrecognizedFormat = 3343;// not a database file
-inline constexpr long kNoDatabase = 3420;        // no database open in this engine object
-inline constexpr long kConversion = 3421;        // value does not fit the field's type
-inline constexpr long kNotAnIndex = 3800;        // unknown index name for this table
+inline constexpr long kUndefinedFunction = 3085;    // unknown function in an expression
+inline constexpr long kNoSuchTable = 3078;          // no such table or query
+inline constexpr long kInvalidStatement = 3129;     // text is not a statement the engine knows
+inline constexpr long kSyntaxInsert = 3134;         // syntax error in INSERT INTO
+inline constexpr long kCharsAfterEnd = 3142;        // more than one statement
+inline constexpr long kSyntaxUpdate = 3144;         // syntax error in UPDATE
+inline constexpr long kFieldNotUpdatable = 3164;    // the counter of a record cannot be changed
+inline constexpr long kRelatedRecord = 3201;        // foreign key violated
+inline constexpr long kDatabaseExists = 3204;       // compact destination exists
+inline constexpr long kLocked = 3218;               // busy: locked by another user
+inline constexpr long kNotSupported = 3251;         // operation not supported for this object
+inline constexpr long kItemNotFound = 3265;         // unknown field name
+inline constexpr long kSyntaxCreate = 3290;         // syntax error in CREATE
+inline constexpr long kSyntaxDrop = 3295;           // syntax error in DROP
+inline constexpr long kSyntaxAlter = 3293;          // syntax error in ALTER
+inline constexpr long kRequired = 3314;             // NOT NULL field left null
+inline constexpr long kValidationRule = 3317;       // CHECK constraint failed
+inline constexpr long kUnrecognizedFormat = 3343;   // not a database file
+inline constexpr long kNoDatabase = 3420;           // no database open in this engine object
+inline constexpr long kConversion = 3421;           // value does not fit the field's type
+inline constexpr long kNotAnIndex = 3800;           // unknown index name for this table
 }  // namespace errc
 
 // HRESULT-style codes carried by EngineError and reported by createEngine.
@@ -99,12 +99,32 @@ class Value {
  public:
   Value() = default;
   static Value null() { return Value(ValueType::kNull); }
-  static Value integer(int32_t i) { Value v(ValueType::kInteger); v.num_.i = i; return v; }
-  static Value real(double d) { Value v(ValueType::kReal); v.num_.d = d; return v; }
-  static Value text(std::string s) { Value v(ValueType::kText); v.text_ = std::move(s); return v; }
-  static Value boolean(bool b) { Value v(ValueType::kBoolean); v.num_.i = b ? 1 : 0; return v; }
+  static Value integer(int32_t i) {
+    Value v(ValueType::kInteger);
+    v.num_.i = i;
+    return v;
+  }
+  static Value real(double d) {
+    Value v(ValueType::kReal);
+    v.num_.d = d;
+    return v;
+  }
+  static Value text(std::string s) {
+    Value v(ValueType::kText);
+    v.text_ = std::move(s);
+    return v;
+  }
+  static Value boolean(bool b) {
+    Value v(ValueType::kBoolean);
+    v.num_.i = b ? 1 : 0;
+    return v;
+  }
   // `iso` should be "YYYY-MM-DD HH:MM:SS"; see normalizeDate() for accepted input.
-  static Value date(std::string iso) { Value v(ValueType::kDate); v.text_ = std::move(iso); return v; }
+  static Value date(std::string iso) {
+    Value v(ValueType::kDate);
+    v.text_ = std::move(iso);
+    return v;
+  }
 
   ValueType type() const { return type_; }
   bool isEmptyOrNull() const { return type_ == ValueType::kEmpty || type_ == ValueType::kNull; }
@@ -194,7 +214,7 @@ class Engine {
   virtual bool Skip(int32_t count, Record *out) = 0;  // count < 0 moves back; 0 re-reads
   virtual bool GetRecord(Record *out) = 0;
   virtual bool MoveLast(Record *out) = 0;
-  virtual bool CloseTable() = 0;      // the current table
+  virtual bool CloseTable() = 0;  // the current table
   virtual bool CloseAllTables() = 0;
   virtual bool RecordCount(int32_t *count) = 0;
   virtual std::string CurrentIndex() = 0;  // as given to OpenTable

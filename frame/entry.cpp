@@ -70,7 +70,9 @@ void loadDocument() {
   registerFunctions(kDrawingFunctions, kDrawingCount, kDrawingBase);
 }
 
-void unloadDocument() { database::removeDocumentRecord(database::currentDocumentKey()); }
+void unloadDocument() {
+  database::removeDocumentRecord(database::currentDocumentKey());
+}
 
 void shutDown() {
   if (leaderClass) {
@@ -101,11 +103,19 @@ void shutDown() {
 
 AcRx::AppRetCode dispatchMessage(AcRx::AppMsgCode msg, void *appId) {
   switch (msg) {
-    case AcRx::kInitAppMsg: return startUp(appId);
-    case AcRx::kUnloadAppMsg: shutDown(); break;
-    case AcRx::kLoadDwgMsg: loadDocument(); break;
-    case AcRx::kUnloadDwgMsg: unloadDocument(); break;
-    default: break;
+    case AcRx::kInitAppMsg:
+      return startUp(appId);
+    case AcRx::kUnloadAppMsg:
+      shutDown();
+      break;
+    case AcRx::kLoadDwgMsg:
+      loadDocument();
+      break;
+    case AcRx::kUnloadDwgMsg:
+      unloadDocument();
+      break;
+    default:
+      break;
   }
   return AcRx::kRetOK;
 }
@@ -130,11 +140,16 @@ AcRx::AppRetCode guardEntry(const std::function<AcRx::AppRetCode()> &body) {
   }
 }
 
-bool automationRunning() { return automation != nullptr; }
-bool editorReactorInstalled() { return editorReactor != nullptr; }
+bool automationRunning() {
+  return automation != nullptr;
+}
+bool editorReactorInstalled() {
+  return editorReactor != nullptr;
+}
 
 }  // namespace vantry::frame
 
-extern "C" __attribute__((visibility("default"))) AcRx::AppRetCode acrxEntryPoint(AcRx::AppMsgCode msg, void *appId) {
+extern "C" __attribute__((visibility("default"))) AcRx::AppRetCode acrxEntryPoint(AcRx::AppMsgCode msg,
+                                                                                  void *appId) {
   return vantry::frame::guardEntry([&] { return vantry::frame::dispatchMessage(msg, appId); });
 }

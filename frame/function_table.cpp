@@ -20,7 +20,8 @@ void unregisterFunctions(const FunctionRow *table, int count, int base) {
 const ACHAR *functionName(int code) {
   if (code >= kDatabaseBase && code < kDatabaseBase + kDatabaseCount)
     return kDatabaseFunctions[code - kDatabaseBase].name;
-  if (code >= kDrawingBase && code < kDrawingBase + kDrawingCount) return kDrawingFunctions[code - kDrawingBase].name;
+  if (code >= kDrawingBase && code < kDrawingBase + kDrawingCount)
+    return kDrawingFunctions[code - kDrawingBase].name;
   return nullptr;
 }
 

@@ -6,8 +6,12 @@
 namespace vantry::frame {
 namespace {
 
-bool isInteger(const resbuf *rb) { return rb->restype == RTSHORT || rb->restype == RTLONG; }
-bool isNumber(const resbuf *rb) { return rb->restype == RTREAL || isInteger(rb); }
+bool isInteger(const resbuf *rb) {
+  return rb->restype == RTSHORT || rb->restype == RTLONG;
+}
+bool isNumber(const resbuf *rb) {
+  return rb->restype == RTREAL || isInteger(rb);
+}
 double numberOf(const resbuf *rb) {
   if (rb->restype == RTREAL) return rb->resval.rreal;
   return rb->restype == RTSHORT ? rb->resval.rint : rb->resval.rlong;
@@ -38,8 +42,12 @@ bool readRealStrict(resbuf *&cur, double &out) {
 bool readInteger(resbuf *&cur, int &out) {
   if (!cur) return false;
   switch (cur->restype) {
-    case RTSHORT: out = cur->resval.rint; break;
-    case RTLONG: out = cur->resval.rlong; break;
+    case RTSHORT:
+      out = cur->resval.rint;
+      break;
+    case RTLONG:
+      out = cur->resval.rlong;
+      break;
     case RTREAL: {
       double t = std::trunc(cur->resval.rreal);
       // A real beyond the 32-bit range saturates rather than overflowing.
@@ -132,7 +140,9 @@ void skipArgument(resbuf *&cur) {
   if (cur) cur = cur->rbnext;
 }
 
-void startResultList(resbuf *&head, resbuf *&tail) { head = tail = acutBuildList(RTLB, 0); }
+void startResultList(resbuf *&head, resbuf *&tail) {
+  head = tail = acutBuildList(RTLB, 0);
+}
 
 namespace {
 void appendChain(resbuf *&tail, resbuf *chain) {

@@ -452,8 +452,7 @@ class AcApDocManager : public AcRxObject {
   virtual AcApDocument *document(const AcDbDatabase *db) const = 0;
   virtual Acad::ErrorStatus lockDocument(AcApDocument *doc, AcAp::DocLockMode mode = AcAp::kWrite,
                                          const ACHAR *globalCmdName = nullptr,
-                                         const ACHAR *localCmdName = nullptr,
-                                         bool prompt = true) = 0;
+                                         const ACHAR *localCmdName = nullptr, bool prompt = true) = 0;
   virtual Acad::ErrorStatus unlockDocument(AcApDocument *doc) = 0;
   virtual Acad::ErrorStatus setCurDocument(AcApDocument *doc, AcAp::DocLockMode mode = AcAp::kNone,
                                            bool activate = false) = 0;

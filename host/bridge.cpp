@@ -57,7 +57,9 @@ bool isPointList(const Value &v) {
   return (n == 2 || n == 3) && lisp::listLength(v) == n;
 }
 
-void setString(resbuf *rb, const std::wstring &s) { acutNewString(s.c_str(), rb->resval.rstring); }
+void setString(resbuf *rb, const std::wstring &s) {
+  acutNewString(s.c_str(), rb->resval.rstring);
+}
 
 // Whether one element of a list can travel as a group-code node.
 bool fitsGroupCode(const Value &item) {
@@ -66,15 +68,22 @@ bool fitsGroupCode(const Value &item) {
   if (code < -5 || code > 1071) return false;
   const Value &val = cdr(item);
   switch (rbKind(code)) {
-    case RbKind::Real: return val.isNumber();
+    case RbKind::Real:
+      return val.isNumber();
     case RbKind::Short:
     case RbKind::Long:
-    case RbKind::Int64: return val.type() == Type::Int;
-    case RbKind::String: return val.type() == Type::Str;
-    case RbKind::Name: return val.type() == Type::Ename;
-    case RbKind::Point: return isPointList(val);
-    case RbKind::None: return code == -3 && val.isList();
-    case RbKind::Binary: return false;
+    case RbKind::Int64:
+      return val.type() == Type::Int;
+    case RbKind::String:
+      return val.type() == Type::Str;
+    case RbKind::Name:
+      return val.type() == Type::Ename;
+    case RbKind::Point:
+      return isPointList(val);
+    case RbKind::None:
+      return code == -3 && val.isList();
+    case RbKind::Binary:
+      return false;
   }
   return false;
 }
@@ -93,11 +102,21 @@ void appendGroupCode(Chain &c, const Value &item) {
   const Value &val = cdr(item);
   resbuf *rb = c.add(code);
   switch (rbKind(code)) {
-    case RbKind::Real: rb->resval.rreal = val.number(); break;
-    case RbKind::Short: rb->resval.rint = short(val.asInt()); break;
-    case RbKind::Long: rb->resval.rlong = val.asInt(); break;
-    case RbKind::Int64: rb->resval.mnInt64 = val.asInt(); break;
-    case RbKind::String: setString(rb, str(val)); break;
+    case RbKind::Real:
+      rb->resval.rreal = val.number();
+      break;
+    case RbKind::Short:
+      rb->resval.rint = short(val.asInt());
+      break;
+    case RbKind::Long:
+      rb->resval.rlong = val.asInt();
+      break;
+    case RbKind::Int64:
+      rb->resval.mnInt64 = val.asInt();
+      break;
+    case RbKind::String:
+      setString(rb, str(val));
+      break;
     case RbKind::Name:
       rb->resval.rlname[0] = val.as<lisp::Handle2>()->w0;
       rb->resval.rlname[1] = val.as<lisp::Handle2>()->w1;
@@ -112,13 +131,16 @@ void appendGroupCode(Chain &c, const Value &item) {
       // Extended data: -3 followed by each application's list as it stands.
       for (const Value *p = &val; p->isCons(); p = &p->as<Cons>()->cdr) appendValue(c, p->as<Cons>()->car);
       break;
-    case RbKind::Binary: break;
+    case RbKind::Binary:
+      break;
   }
 }
 
 void appendValue(Chain &c, const Value &v) {
   switch (v.type()) {
-    case Type::Nil: c.add(RTNIL); return;
+    case Type::Nil:
+      c.add(RTNIL);
+      return;
     case Type::Int: {
       int32_t i = v.asInt();
       if (i >= -32768 && i <= 32767)
@@ -127,8 +149,12 @@ void appendValue(Chain &c, const Value &v) {
         c.add(RTLONG)->resval.rlong = i;
       return;
     }
-    case Type::Real: c.add(RTREAL)->resval.rreal = v.asReal(); return;
-    case Type::Str: setString(c.add(RTSTR), str(v)); return;
+    case Type::Real:
+      c.add(RTREAL)->resval.rreal = v.asReal();
+      return;
+    case Type::Str:
+      setString(c.add(RTSTR), str(v));
+      return;
     case Type::Sym:
       if (v.as<lisp::Symbol>()->name == L"T")
         c.add(RTT);
@@ -153,7 +179,8 @@ void appendValue(Chain &c, const Value &v) {
       }
       c.add(RTLB);
       if (isGroupCodeList(v)) {
-        for (const Value *p = &v; p->isCons(); p = &p->as<Cons>()->cdr) appendGroupCode(c, p->as<Cons>()->car);
+        for (const Value *p = &v; p->isCons(); p = &p->as<Cons>()->cdr)
+          appendGroupCode(c, p->as<Cons>()->car);
       } else {
         const Value *p = &v;
         for (; p->isCons(); p = &p->as<Cons>()->cdr) appendValue(c, p->as<Cons>()->car);
@@ -165,7 +192,9 @@ void appendValue(Chain &c, const Value &v) {
       c.add(RTLE);
       return;
     }
-    default: c.add(RTNIL); return;
+    default:
+      c.add(RTNIL);
+      return;
   }
 }
 
@@ -181,21 +210,30 @@ Value readValue(Interp &in, const resbuf *&rb, bool inList) {
   rb = rb->rbnext;
   int t = node->restype;
   switch (t) {
-    case RTNIL: return Value();
-    case RTT: return in.makeT();
-    case RTVOID: return Value(in.intern(L""));
-    case RTSHORT: return Value::integer(node->resval.rint);
-    case RTLONG: return Value::integer(node->resval.rlong);
+    case RTNIL:
+      return Value();
+    case RTT:
+      return in.makeT();
+    case RTVOID:
+      return Value(in.intern(L""));
+    case RTSHORT:
+      return Value::integer(node->resval.rint);
+    case RTLONG:
+      return Value::integer(node->resval.rlong);
     case RTINT64:
     case RTLONG_PTR: {
       int64_t i = node->resval.mnInt64;
       return i >= INT32_MIN && i <= INT32_MAX ? Value::integer(int32_t(i)) : Value::real(double(i));
     }
     case RTREAL:
-    case RTANG: return Value::real(node->resval.rreal);
-    case RTSTR: return lisp::makeString(node->resval.rstring ? node->resval.rstring : L"");
-    case RTPOINT: return pointValue(node, 2);
-    case RT3DPOINT: return pointValue(node, 3);
+    case RTANG:
+      return Value::real(node->resval.rreal);
+    case RTSTR:
+      return lisp::makeString(node->resval.rstring ? node->resval.rstring : L"");
+    case RTPOINT:
+      return pointValue(node, 2);
+    case RT3DPOINT:
+      return pointValue(node, 3);
     case RTENAME:
     case RTPICKS:
       return Value(new lisp::Handle2(t == RTENAME ? Type::Ename : Type::Pickset, node->resval.rlname[0],
@@ -214,24 +252,33 @@ Value readValue(Interp &in, const resbuf *&rb, bool inList) {
       return b.take();
     }
     case RTLE:
-    case RTDOTE: return Value();
-    default: break;
+    case RTDOTE:
+      return Value();
+    default:
+      break;
   }
   // A drawing-data group code: (code . value), (code x y z) for points.
   (void)inList;
   Value code = Value::integer(t);
   switch (rbKind(t)) {
-    case RbKind::Real: return lisp::cons(code, Value::real(node->resval.rreal));
-    case RbKind::Short: return lisp::cons(code, Value::integer(node->resval.rint));
-    case RbKind::Long: return lisp::cons(code, Value::integer(node->resval.rlong));
-    case RbKind::Int64: return lisp::cons(code, Value::real(double(node->resval.mnInt64)));
+    case RbKind::Real:
+      return lisp::cons(code, Value::real(node->resval.rreal));
+    case RbKind::Short:
+      return lisp::cons(code, Value::integer(node->resval.rint));
+    case RbKind::Long:
+      return lisp::cons(code, Value::integer(node->resval.rlong));
+    case RbKind::Int64:
+      return lisp::cons(code, Value::real(double(node->resval.mnInt64)));
     case RbKind::String:
       return lisp::cons(code, lisp::makeString(node->resval.rstring ? node->resval.rstring : L""));
     case RbKind::Name:
-      return lisp::cons(code, Value(new lisp::Handle2(Type::Ename, node->resval.rlname[0], node->resval.rlname[1])));
-    case RbKind::Point: return lisp::cons(code, pointValue(node, 3));
+      return lisp::cons(
+          code, Value(new lisp::Handle2(Type::Ename, node->resval.rlname[0], node->resval.rlname[1])));
+    case RbKind::Point:
+      return lisp::cons(code, pointValue(node, 3));
     case RbKind::None:
-    case RbKind::Binary: break;
+    case RbKind::Binary:
+      break;
   }
   if (t == -3) {
     // Extended data runs to the end of the enclosing list.
@@ -345,7 +392,8 @@ int acedUndef(const ACHAR *name, int funcno) {
   Document *doc = Session::get().current();
   if (!doc || !name) return RTERROR;
   vantry::lisp::Symbol *sym = doc->lisp().intern(name);
-  if (sym->value.type() == vantry::lisp::Type::Exrxsubr && sym->value.as<vantry::lisp::Exrxsubr>()->code == funcno)
+  if (sym->value.type() == vantry::lisp::Type::Exrxsubr &&
+      sym->value.as<vantry::lisp::Exrxsubr>()->code == funcno)
     sym->value = Value();
   doc->functions().names.erase(funcno);
   return RTNORM;
@@ -376,18 +424,24 @@ vantry::lisp::Interp *callInterp() {
 }
 }  // namespace
 
-int acedRetInt(int ival) { return ret(Value::integer(ival)); }
-int acedRetReal(ads_real rval) { return ret(Value::real(rval)); }
+int acedRetInt(int ival) {
+  return ret(Value::integer(ival));
+}
+int acedRetReal(ads_real rval) {
+  return ret(Value::real(rval));
+}
 int acedRetPoint(const ads_point pt) {
   vantry::lisp::ListBuilder b;
   for (int i = 0; i < 3; ++i) b.add(Value::real(pt[i]));
   return ret(b.take());
 }
-int acedRetStr(const ACHAR *s) { return ret(vantry::lisp::makeString(s ? s : L"")); }
+int acedRetStr(const ACHAR *s) {
+  return ret(vantry::lisp::makeString(s ? s : L""));
+}
 int acedRetName(const ads_name aname, int type) {
   if (type != RTENAME && type != RTPICKS) return RTERROR;
-  return ret(Value(new vantry::lisp::Handle2(type == RTENAME ? vantry::lisp::Type::Ename : vantry::lisp::Type::Pickset,
-                                             aname[0], aname[1])));
+  return ret(Value(new vantry::lisp::Handle2(
+      type == RTENAME ? vantry::lisp::Type::Ename : vantry::lisp::Type::Pickset, aname[0], aname[1])));
 }
 int acedRetVal(const struct resbuf *rbuf) {
   vantry::lisp::Interp *in = callInterp();
@@ -401,7 +455,9 @@ int acedRetList(const struct resbuf *rbuf) {
   if (!in) return RTERROR;
   return ret(vantry::host::chainToValue(*in, rbuf));
 }
-int acedRetNil() { return ret(Value()); }
+int acedRetNil() {
+  return ret(Value());
+}
 int acedRetT() {
   vantry::lisp::Interp *in = callInterp();
   return in ? ret(in->makeT()) : RTERROR;

@@ -52,7 +52,9 @@ class AutomationObject final : public IVantryAutomation {
   }
   HRESULT GetTypeInfo(UINT, DWORD, void **) override { return E_NOTIMPL; }
   HRESULT GetIDsOfNames(const IID &, wchar_t **, UINT, DWORD, long *) override { return E_NOTIMPL; }
-  HRESULT Invoke(long, const IID &, DWORD, uint16_t, void *, void *, void *, UINT *) override { return E_NOTIMPL; }
+  HRESULT Invoke(long, const IID &, DWORD, uint16_t, void *, void *, void *, UINT *) override {
+    return E_NOTIMPL;
+  }
   HRESULT Start() override {
     ++automationLog().starts;
     return Session::get().faults.automationStartFails ? E_FAIL : S_OK;
@@ -82,7 +84,8 @@ BOOL GetComputerNameW(wchar_t *buffer, DWORD *size) {
     SetLastError(ERROR_BUFFER_OVERFLOW);
     return FALSE;
   }
-  for (size_t i = 0; i < name.size(); ++i) buffer[i] = wchar_t(std::toupper(static_cast<unsigned char>(name[i])));
+  for (size_t i = 0; i < name.size(); ++i)
+    buffer[i] = wchar_t(std::toupper(static_cast<unsigned char>(name[i])));
   buffer[name.size()] = L'\0';
   *size = DWORD(name.size());
   return TRUE;
@@ -92,7 +95,8 @@ HRESULT CoCreateInstance(const CLSID &clsid, IUnknown *outer, DWORD, const IID &
   if (!ppv) return E_FAIL;
   *ppv = nullptr;
   if (outer) return E_FAIL;
-  if (!IsEqualGUID(clsid, CLSID_VantryAutomation) || vantry::host::Session::get().faults.automationUnavailable)
+  if (!IsEqualGUID(clsid, CLSID_VantryAutomation) ||
+      vantry::host::Session::get().faults.automationUnavailable)
     return REGDB_E_CLASSNOTREG;
   auto *obj = new vantry::host::AutomationObject();
   obj->AddRef();

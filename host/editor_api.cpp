@@ -62,7 +62,9 @@ int acedGetInt(const ACHAR *prmpt, int *result) {
   return r.status;
 }
 
-int acedGetReal(const ACHAR *prmpt, ads_real *result) { return realRequest(Kind::Real, nullptr, prmpt, result); }
+int acedGetReal(const ACHAR *prmpt, ads_real *result) {
+  return realRequest(Kind::Real, nullptr, prmpt, result);
+}
 int acedGetDist(const ads_point pt, const ACHAR *prmpt, ads_real *result) {
   return realRequest(Kind::Dist, pt, prmpt, result);
 }

@@ -11,8 +11,8 @@
 //   a number           the number typed
 //   nil                Enter alone
 //   cancel             Esc
-#include "host/session.h"
 #include "engine/engine.h"
+#include "host/session.h"
 #include "host/standin.h"
 
 namespace vantry::host {
@@ -190,8 +190,7 @@ Value faultFn(Interp &in, const Value *args, int nargs) {
     f.engineUnavailable = on;
     // The engine plays a separate server: it is told directly.
     engine::setEngineFactoryFailure(on);
-  }
-  else if (isSymbol(args[0], L"AUTOMATION"))
+  } else if (isSymbol(args[0], L"AUTOMATION"))
     f.automationUnavailable = on;
   else if (isSymbol(args[0], L"AUTOMATION-START"))
     f.automationStartFails = on;

@@ -13,18 +13,26 @@ namespace vantry::host {
 RbKind rbKind(int t) {
   switch (t) {
     case RTREAL:
-    case RTANG: return RbKind::Real;
+    case RTANG:
+      return RbKind::Real;
     case RTPOINT:
-    case RT3DPOINT: return RbKind::Point;
-    case RTSHORT: return RbKind::Short;
-    case RTLONG: return RbKind::Long;
+    case RT3DPOINT:
+      return RbKind::Point;
+    case RTSHORT:
+      return RbKind::Short;
+    case RTLONG:
+      return RbKind::Long;
     case RTINT64:
-    case RTLONG_PTR: return RbKind::Int64;
+    case RTLONG_PTR:
+      return RbKind::Int64;
     case RTSTR:
-    case RTDXF0: return RbKind::String;
+    case RTDXF0:
+      return RbKind::String;
     case RTENAME:
-    case RTPICKS: return RbKind::Name;
-    default: break;
+    case RTPICKS:
+      return RbKind::Name;
+    default:
+      break;
   }
   if (t >= 5000) return RbKind::None;
   if (t == -1 || t == -2) return RbKind::Name;
@@ -155,8 +163,11 @@ struct resbuf *acutBuildList(int rtype, ...) {
       head = rb;
     tail = rb;
     switch (rbKind(type)) {
-      case RbKind::None: break;
-      case RbKind::Real: rb->resval.rreal = va_arg(ap, double); break;
+      case RbKind::None:
+        break;
+      case RbKind::Real:
+        rb->resval.rreal = va_arg(ap, double);
+        break;
       case RbKind::Point: {
         const ads_real *p = va_arg(ap, const ads_real *);
         rb->resval.rpoint[0] = p[0];
@@ -164,10 +175,18 @@ struct resbuf *acutBuildList(int rtype, ...) {
         rb->resval.rpoint[2] = type == RTPOINT ? 0.0 : p[2];
         break;
       }
-      case RbKind::Short: rb->resval.rint = short(va_arg(ap, int)); break;
-      case RbKind::Long: rb->resval.rlong = va_arg(ap, int32_t); break;
-      case RbKind::Int64: rb->resval.mnInt64 = va_arg(ap, int64_t); break;
-      case RbKind::String: acutNewString(va_arg(ap, const ACHAR *), rb->resval.rstring); break;
+      case RbKind::Short:
+        rb->resval.rint = short(va_arg(ap, int));
+        break;
+      case RbKind::Long:
+        rb->resval.rlong = va_arg(ap, int32_t);
+        break;
+      case RbKind::Int64:
+        rb->resval.mnInt64 = va_arg(ap, int64_t);
+        break;
+      case RbKind::String:
+        acutNewString(va_arg(ap, const ACHAR *), rb->resval.rstring);
+        break;
       case RbKind::Name: {
         const int64_t *n = va_arg(ap, const int64_t *);
         rb->resval.rlname[0] = n[0];

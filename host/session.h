@@ -63,11 +63,11 @@ class Document final : public AcApDocument {
 // One answer of the scripted person.
 struct InputItem {
   enum Kind {
-    Point,    // a point typed or picked: x y z
-    Text,     // typed text: a keyword, a string or a number as typed
-    Empty,    // Enter alone
-    Cancel,   // Esc
-    Pick,     // a pick at a point, for entity selection
+    Point,   // a point typed or picked: x y z
+    Text,    // typed text: a keyword, a string or a number as typed
+    Empty,   // Enter alone
+    Cancel,  // Esc
+    Pick,    // a pick at a point, for entity selection
   };
   Kind kind = Empty;
   double pt[3] = {0, 0, 0};

@@ -20,7 +20,6 @@ extern char **environ;
 
 namespace vantry::lisp {
 
-
 namespace fs = std::filesystem;
 
 // --- Encoding ------------------------------------------------------------------

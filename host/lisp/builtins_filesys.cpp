@@ -252,11 +252,16 @@ struct Entry {
 };
 
 constexpr Entry kFileSystem[] = {
-    {L"vl-file-delete", fFileDelete},          {L"vl-file-copy", fFileCopy},
-    {L"vl-file-rename", fFileRename},          {L"vl-file-size", fFileSize},
-    {L"vl-file-directory-p", fFileDirectoryP}, {L"vl-filename-directory", fFilenameDirectory},
-    {L"vl-filename-base", fFilenameBase},      {L"vl-filename-extension", fFilenameExtension},
-    {L"vl-filename-mktemp", fFilenameMktemp},  {L"vl-directory-files", fDirectoryFiles},
+    {L"vl-file-delete", fFileDelete},
+    {L"vl-file-copy", fFileCopy},
+    {L"vl-file-rename", fFileRename},
+    {L"vl-file-size", fFileSize},
+    {L"vl-file-directory-p", fFileDirectoryP},
+    {L"vl-filename-directory", fFilenameDirectory},
+    {L"vl-filename-base", fFilenameBase},
+    {L"vl-filename-extension", fFilenameExtension},
+    {L"vl-filename-mktemp", fFilenameMktemp},
+    {L"vl-directory-files", fDirectoryFiles},
     {L"vl-mkdir", fMkdir},
 };
 

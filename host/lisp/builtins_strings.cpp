@@ -12,7 +12,6 @@
 
 namespace vantry::lisp {
 
-
 namespace {
 
 // --- Case mapping -------------------------------------------------------------

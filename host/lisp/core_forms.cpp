@@ -102,7 +102,9 @@ Value fCond(Interp &in, const Value &args) {
   return Value();
 }
 
-Value fProgn(Interp &in, const Value &args) { return progn(in, args); }
+Value fProgn(Interp &in, const Value &args) {
+  return progn(in, args);
+}
 
 Value fWhile(Interp &in, const Value &args) {
   if (!args.isCons()) in.tooFewArgs();
@@ -213,7 +215,9 @@ Value fExit(Interp &in, const Value *, int n) {
   in.error(L"quit / exit abort");
 }
 
-Value fNoop(Interp &, const Value *, int) { return Value(); }
+Value fNoop(Interp &, const Value *, int) {
+  return Value();
+}
 
 }  // namespace
 

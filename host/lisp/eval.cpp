@@ -107,8 +107,12 @@ void Interp::defineSpecial(std::wstring_view name, SpecialFn fn) {
   s->value = Value(new Subr(s->name, fn));
 }
 
-Value Interp::symbolValue(std::wstring_view name) { return intern(name)->value; }
-void Interp::setSymbolValue(std::wstring_view name, Value v) { intern(name)->value = std::move(v); }
+Value Interp::symbolValue(std::wstring_view name) {
+  return intern(name)->value;
+}
+void Interp::setSymbolValue(std::wstring_view name, Value v) {
+  intern(name)->value = std::move(v);
+}
 
 // --- Errors -------------------------------------------------------------------
 
@@ -137,8 +141,12 @@ void Interp::badArgType(std::wstring_view predicate, const Value &v) {
   bool colon = predicate == L"numberp" || predicate == L"fixnump" || predicate == L"2D/3D point";
   error(L"bad argument type: " + std::wstring(predicate) + (colon ? L": " : L" ") + toString(v, true));
 }
-void Interp::tooFewArgs() { error(L"too few arguments"); }
-void Interp::tooManyArgs() { error(L"too many arguments"); }
+void Interp::tooFewArgs() {
+  error(L"too few arguments");
+}
+void Interp::tooManyArgs() {
+  error(L"too many arguments");
+}
 
 void Interp::reportError(const std::wstring &message) {
   if (output) output(L"; error: " + message + L"\n");
@@ -148,9 +156,12 @@ void Interp::reportError(const std::wstring &message) {
 
 Value Interp::eval(const Value &form) {
   switch (form.type()) {
-    case Type::Sym: return form.as<Symbol>()->value;
-    case Type::List: return evalCall(form);
-    default: return form;
+    case Type::Sym:
+      return form.as<Symbol>()->value;
+    case Type::List:
+      return evalCall(form);
+    default:
+      return form;
   }
 }
 
@@ -242,11 +253,13 @@ Value Interp::apply(const Value &fnIn, const Value *args, int nargs) {
       for (int i = 0; i < nargs; ++i) forms.add(cons(Value(symQuote), cons(args[i], Value())));
       return s->special(*this, forms.take());
     }
-    case Type::Usubr: return callUsubr(fn.as<Usubr>(), args, nargs);
+    case Type::Usubr:
+      return callUsubr(fn.as<Usubr>(), args, nargs);
     case Type::Exrxsubr:
       if (!callExternal) error(L"no function definition: " + fn.as<Exrxsubr>()->name);
       return callExternal(*this, *fn.as<Exrxsubr>(), args, nargs);
-    default: error(L"bad function: " + toString(fn, true));
+    default:
+      error(L"bad function: " + toString(fn, true));
   }
 }
 

@@ -128,11 +128,11 @@ class Interp {
 };
 
 // The built-in families; each installs its functions in an interpreter.
-void installCore(Interp &in);      // special forms, evaluation, errors
-void installLists(Interp &in);     // list functions and predicates
-void installMath(Interp &in);      // numbers and geometry
-void installStrings(Interp &in);   // strings, conversions, wcmatch, vl-string-*
-void installFiles(Interp &in);     // files, printing, load, findfile, getenv
+void installCore(Interp &in);     // special forms, evaluation, errors
+void installLists(Interp &in);    // list functions and predicates
+void installMath(Interp &in);     // numbers and geometry
+void installStrings(Interp &in);  // strings, conversions, wcmatch, vl-string-*
+void installFiles(Interp &in);    // files, printing, load, findfile, getenv
 void installAll(Interp &in);
 void installUnits(Interp &in);       // rtos distof angtos angtof (called by installStrings)
 void installFileSystem(Interp &in);  // vl-file-*, vl-filename-*, vl-directory-files (called by installFiles)
@@ -143,10 +143,10 @@ bool wcmatch(std::wstring_view str, std::wstring_view pattern);
 
 // Helpers for built-ins: argument checks that raise the host's messages.
 void needArgs(Interp &in, int nargs, int min, int max);
-double numArg(Interp &in, const Value &v);  // "numberp"
-int32_t intArg(Interp &in, const Value &v);  // "fixnump"
+double numArg(Interp &in, const Value &v);               // "numberp"
+int32_t intArg(Interp &in, const Value &v);              // "fixnump"
 const std::wstring &strArg(Interp &in, const Value &v);  // "stringp"
-Value listArg(Interp &in, const Value &v);  // "listp"
+Value listArg(Interp &in, const Value &v);               // "listp"
 
 // Upper-cases ASCII and Latin letters as AutoLISP symbols do.
 std::wstring upcase(std::wstring_view s);

@@ -13,7 +13,9 @@
 namespace vantry::lisp {
 namespace {
 
-std::wstring widen(const char *s) { return std::wstring(s, s + std::char_traits<char>::length(s)); }
+std::wstring widen(const char *s) {
+  return std::wstring(s, s + std::char_traits<char>::length(s));
+}
 
 std::wstring address(const Object *o) {
   char buf[32];
@@ -25,13 +27,26 @@ void escapeInto(std::wstring &out, const std::wstring &s) {
   out += L'"';
   for (wchar_t c : s) {
     switch (c) {
-      case L'"': out += L"\\\""; break;
-      case L'\\': out += L"\\\\"; break;
-      case L'\n': out += L"\\n"; break;
-      case L'\r': out += L"\\r"; break;
-      case L'\t': out += L"\\t"; break;
-      case L'\x1b': out += L"\\e"; break;
-      default: out += c;
+      case L'"':
+        out += L"\\\"";
+        break;
+      case L'\\':
+        out += L"\\\\";
+        break;
+      case L'\n':
+        out += L"\\n";
+        break;
+      case L'\r':
+        out += L"\\r";
+        break;
+      case L'\t':
+        out += L"\\t";
+        break;
+      case L'\x1b':
+        out += L"\\e";
+        break;
+      default:
+        out += c;
     }
   }
   out += L'"';
@@ -39,16 +54,24 @@ void escapeInto(std::wstring &out, const std::wstring &s) {
 
 void printInto(std::wstring &out, const Value &v, bool escape) {
   switch (v.type()) {
-    case Type::Nil: out += L"nil"; return;
-    case Type::Int: out += std::to_wstring(v.asInt()); return;
-    case Type::Real: out += Interp::formatReal(v.asReal()); return;
+    case Type::Nil:
+      out += L"nil";
+      return;
+    case Type::Int:
+      out += std::to_wstring(v.asInt());
+      return;
+    case Type::Real:
+      out += Interp::formatReal(v.asReal());
+      return;
     case Type::Str:
       if (escape)
         escapeInto(out, str(v));
       else
         out += str(v);
       return;
-    case Type::Sym: out += v.as<Symbol>()->name; return;
+    case Type::Sym:
+      out += v.as<Symbol>()->name;
+      return;
     case Type::List: {
       out += L'(';
       const Value *p = &v;
@@ -66,13 +89,17 @@ void printInto(std::wstring &out, const Value &v, bool escape) {
       out += L')';
       return;
     }
-    case Type::Subr: out += L"#<SUBR " + address(v.obj()) + L" " + v.as<Subr>()->name + L">"; return;
+    case Type::Subr:
+      out += L"#<SUBR " + address(v.obj()) + L" " + v.as<Subr>()->name + L">";
+      return;
     case Type::Usubr: {
       const std::wstring &n = v.as<Usubr>()->name;
       out += L"#<USUBR " + address(v.obj()) + L" " + (n.empty() ? L"-lambda-" : n) + L">";
       return;
     }
-    case Type::Exrxsubr: out += L"#<EXRXSUBR " + address(v.obj()) + L" " + v.as<Exrxsubr>()->name + L">"; return;
+    case Type::Exrxsubr:
+      out += L"#<EXRXSUBR " + address(v.obj()) + L" " + v.as<Exrxsubr>()->name + L">";
+      return;
     case Type::Ename:
     case Type::Pickset: {
       char buf[48];
@@ -86,7 +113,9 @@ void printInto(std::wstring &out, const Value &v, bool escape) {
       out += L">";
       return;
     }
-    case Type::CatchError: out += L"#<%catch-all-apply-error%>"; return;
+    case Type::CatchError:
+      out += L"#<%catch-all-apply-error%>";
+      return;
   }
 }
 

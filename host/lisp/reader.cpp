@@ -137,12 +137,24 @@ class Reader {
       if (pos_ >= s_.size()) fail(L"malformed string on input");
       wchar_t e = s_[pos_++];
       switch (e) {
-        case L'\\': out += L'\\'; break;
-        case L'"': out += L'"'; break;
-        case L'n': out += L'\n'; break;
-        case L'r': out += L'\r'; break;
-        case L't': out += L'\t'; break;
-        case L'e': out += L'\x1b'; break;
+        case L'\\':
+          out += L'\\';
+          break;
+        case L'"':
+          out += L'"';
+          break;
+        case L'n':
+          out += L'\n';
+          break;
+        case L'r':
+          out += L'\r';
+          break;
+        case L't':
+          out += L'\t';
+          break;
+        case L'e':
+          out += L'\x1b';
+          break;
         default:
           if (e >= L'0' && e <= L'7') {
             int code = e - L'0';

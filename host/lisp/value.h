@@ -24,14 +24,14 @@ enum class Type : uint8_t {
   Real,
   Str,
   Sym,
-  List,       // a cons cell
-  Subr,       // a built-in function or special form
-  Usubr,      // a function made by defun or lambda
-  Exrxsubr,   // a function registered by an external module
-  Ename,      // an entity name
-  Pickset,    // a selection set
-  File,       // an open file descriptor
-  CatchError, // the error object of vl-catch-all-apply
+  List,        // a cons cell
+  Subr,        // a built-in function or special form
+  Usubr,       // a function made by defun or lambda
+  Exrxsubr,    // a function registered by an external module
+  Ename,       // an entity name
+  Pickset,     // a selection set
+  File,        // an open file descriptor
+  CatchError,  // the error object of vl-catch-all-apply
 };
 
 struct Object {
@@ -105,7 +105,10 @@ class Value {
     type_ = Type::Nil;
     return o;
   }
-  template <class T> T *as() const { return static_cast<T *>(o_); }
+  template <class T>
+  T *as() const {
+    return static_cast<T *>(o_);
+  }
 
   // Identity as eq sees it: same object, or same immediate.
   bool same(const Value &v) const {
@@ -200,8 +203,12 @@ struct CatchError : Object {
 
 // --- Constructors and accessors ---------------------------------------------
 
-inline Value makeString(std::wstring s) { return Value(new String(std::move(s))); }
-inline Value cons(Value a, Value d) { return Value(new Cons(std::move(a), std::move(d))); }
+inline Value makeString(std::wstring s) {
+  return Value(new String(std::move(s)));
+}
+inline Value cons(Value a, Value d) {
+  return Value(new Cons(std::move(a), std::move(d)));
+}
 inline const Value &car(const Value &v) {
   static const Value nil;
   return v.isCons() ? v.as<Cons>()->car : nil;
@@ -210,7 +217,9 @@ inline const Value &cdr(const Value &v) {
   static const Value nil;
   return v.isCons() ? v.as<Cons>()->cdr : nil;
 }
-inline const std::wstring &str(const Value &v) { return v.as<String>()->text; }
+inline const std::wstring &str(const Value &v) {
+  return v.as<String>()->text;
+}
 
 // Builds a proper list, appending at the tail in O(1).
 class ListBuilder {

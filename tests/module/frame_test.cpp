@@ -74,8 +74,8 @@ TEST(ValueList, BooleanAtListEndIsFalseAndStays) {
 
 TEST(ValueList, PointsFromNodesOrNumbers) {
   ads_point p2 = {1, 2, 9}, p3 = {4, 5, 6};
-  Chain c(acutBuildList(RTPOINT, p2, RT3DPOINT, p3, RTSHORT, 1, RTREAL, 2.5, RTSHORT, 3, RTREAL, 8.0, RTREAL, 9.0,
-                        RTSTR, L"end", 0));
+  Chain c(acutBuildList(RTPOINT, p2, RT3DPOINT, p3, RTSHORT, 1, RTREAL, 2.5, RTSHORT, 3, RTREAL, 8.0, RTREAL,
+                        9.0, RTSTR, L"end", 0));
   ads_point p;
   ASSERT_TRUE(readPoint(c.cur, p));
   EXPECT_EQ(p[2], 0.0);  // RTPOINT is planar
@@ -179,7 +179,8 @@ TEST_F(ModuleTest, EveryDocumentGetsBannerAndFunctions) {
   acrxEntryPoint(AcRx::kLoadDwgMsg, this);
   EXPECT_EQ(s.transcript(), L"\nLoading Orlec Vantry (Jet64)");
   auto &handlers = s.current()->functions().handlers;
-  EXPECT_EQ(std::count_if(handlers.begin(), handlers.end(), [](const auto &h) { return h.first < 174; }), 174);
+  EXPECT_EQ(std::count_if(handlers.begin(), handlers.end(), [](const auto &h) { return h.first < 174; }),
+            174);
   EXPECT_EQ(database::context().entries.size(), 2u);
   acrxEntryPoint(AcRx::kUnloadDwgMsg, this);
   EXPECT_EQ(database::context().entries.size(), 1u);

@@ -16,10 +16,14 @@ int tmAdd() {
   resbuf *a = args, *b = args ? args->rbnext : nullptr;
   auto num = [](const resbuf *rb, double *out) {
     if (!rb) return false;
-    if (rb->restype == RTREAL) *out = rb->resval.rreal;
-    else if (rb->restype == RTSHORT) *out = rb->resval.rint;
-    else if (rb->restype == RTLONG) *out = rb->resval.rlong;
-    else return false;
+    if (rb->restype == RTREAL)
+      *out = rb->resval.rreal;
+    else if (rb->restype == RTSHORT)
+      *out = rb->resval.rint;
+    else if (rb->restype == RTLONG)
+      *out = rb->resval.rlong;
+    else
+      return false;
     return true;
   };
   double x, y;
@@ -60,10 +64,16 @@ int tmTypes() {
   resbuf *head = nullptr, *tail = nullptr;
   for (resbuf *p = args; p; p = p->rbnext) {
     resbuf *n = acutBuildList(RTSHORT, int(p->restype), 0);
-    if (tail) tail->rbnext = n; else head = n;
+    if (tail)
+      tail->rbnext = n;
+    else
+      head = n;
     tail = n;
   }
-  if (head) acedRetList(head); else acedRetNil();
+  if (head)
+    acedRetList(head);
+  else
+    acedRetNil();
   acutRelRb(head);
   acutRelRb(args);
   return RSRSLT;
@@ -107,9 +117,9 @@ int tmVoid() {
 // (tm-build): a list built with every kind of node acutBuildList knows.
 int tmBuild() {
   ads_point p = {1.0, 2.0, 3.0};
-  resbuf *list = acutBuildList(RTLB, RTSHORT, 7, RTLONG, 100000, RTREAL, 2.5, RTSTR, L"s", RT3DPOINT, p,
-                               RTLB, RTSTR, L"k", RTDOTE, RTSHORT, 1, RTLE, RTLB, RTDXF0, L"LINE", 10, p, RTLE,
-                               RTT, RTNIL, RTLE, 0);
+  resbuf *list =
+      acutBuildList(RTLB, RTSHORT, 7, RTLONG, 100000, RTREAL, 2.5, RTSTR, L"s", RT3DPOINT, p, RTLB, RTSTR,
+                    L"k", RTDOTE, RTSHORT, 1, RTLE, RTLB, RTDXF0, L"LINE", 10, p, RTLE, RTT, RTNIL, RTLE, 0);
   acedRetList(list);
   acutRelRb(list);
   return RSRSLT;
@@ -120,9 +130,9 @@ struct Row {
   int (*fn)();
 };
 const Row kRows[] = {
-    {L"tm-add", tmAdd},       {L"tm-sin", tmSin},   {L"tm-echo", tmEcho},   {L"tm-types", tmTypes},
-    {L"tm-fail", tmFail},     {L"tm-invoke", tmInvoke}, {L"tm-code", tmCode}, {L"tm-void", tmVoid},
-    {L"tm-build", tmBuild},
+    {L"tm-add", tmAdd},     {L"tm-sin", tmSin},   {L"tm-echo", tmEcho},
+    {L"tm-types", tmTypes}, {L"tm-fail", tmFail}, {L"tm-invoke", tmInvoke},
+    {L"tm-code", tmCode},   {L"tm-void", tmVoid}, {L"tm-build", tmBuild},
 };
 const int kBase = 500;
 

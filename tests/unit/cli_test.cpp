@@ -104,12 +104,13 @@ TEST_F(Cli, RunawayRecursionEndsInALispError) {
 
 TEST_F(Cli, InputFileAnswersThePerson) {
   std::string in = write("answers.lsp", "(1 2) \"Hello\" nil cancel\n");
-  std::string s = write("ask.lsp",
-                        "(print (getpoint \"\\nPoint: \"))\n"
-                        "(print (getstring \"\\nName: \"))\n"
-                        "(print (getstring \"\\nEmpty: \"))\n"
-                        "(print (vl-catch-all-error-message (vl-catch-all-apply 'getint '(\"\\nInt: \"))))\n"
-                        "(print (vl-catch-all-error-message (vl-catch-all-apply 'getint '(\"\\nMore: \"))))\n");
+  std::string s =
+      write("ask.lsp",
+            "(print (getpoint \"\\nPoint: \"))\n"
+            "(print (getstring \"\\nName: \"))\n"
+            "(print (getstring \"\\nEmpty: \"))\n"
+            "(print (vl-catch-all-error-message (vl-catch-all-apply 'getint '(\"\\nInt: \"))))\n"
+            "(print (vl-catch-all-error-message (vl-catch-all-apply 'getint '(\"\\nMore: \"))))\n");
   RunResult r = vantry("--no-module --input " + in + " run " + s);
   EXPECT_EQ(r.status, 0) << r.out;
   EXPECT_NE(r.out.find("(1.0 2.0 0.0)"), std::string::npos) << r.out;

@@ -151,7 +151,8 @@ TEST_F(LispCore, TopLevelReportsAndStops) {
 }
 
 TEST_F(LispCore, RunawayRecursionIsALispError) {
-  EXPECT_EQ(run(L"(defun down (n) (down (1+ n))) (down 0)"), L"ERROR: internal stack limit reached (simulated)");
+  EXPECT_EQ(run(L"(defun down (n) (down (1+ n))) (down 0)"),
+            L"ERROR: internal stack limit reached (simulated)");
   // The interpreter is still usable afterwards.
   EXPECT_EQ(run(L"(+ 1 1)"), L"2");
   EXPECT_EQ(in.depth, 0);
