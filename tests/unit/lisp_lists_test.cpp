@@ -1,39 +1,11 @@
 // List functions and predicates, checked through the printed form a LISP
 // caller sees.
-#include <gtest/gtest.h>
-
-#include "host/lisp/lisp.h"
+#include "tests/unit/lisp_fixture.h"
 
 namespace vantry::lisp {
 namespace {
 
-struct Case {
-  const wchar_t *expr;
-  const wchar_t *want;  // prin1 form of the value, or the error message
-};
-
-class LispLists : public ::testing::Test {
- protected:
-  LispLists() { installAll(in); }
-
-  // The value of the last form in prin1 form, or "ERROR: <message>" (no
-  // *error* handler is set, so errors arrive as LispError).
-  std::wstring run(std::wstring_view text) {
-    try {
-      Value v;
-      for (const Value &form : in.readAll(text, {L"t", 1})) v = in.eval(form);
-      return in.toString(v, true);
-    } catch (const LispError &e) {
-      return L"ERROR: " + e.message;
-    }
-  }
-  void expectValues(const std::vector<Case> &cases, std::wstring_view prefix = L"") {
-    for (const Case &c : cases) EXPECT_EQ(run(c.expr), std::wstring(prefix) + c.want) << c.expr;
-  }
-  void expectErrors(const std::vector<Case> &cases) { expectValues(cases, L"ERROR: "); }
-
-  Interp in;
-};
+class LispLists : public LispFixture {};
 
 TEST_F(LispLists, CarCdrFamilyWalksToFourLevels) {
   expectValues({
