@@ -11,6 +11,8 @@
 //   --dialog TEXT    queue one dialog answer ("OK", "Yes", "Cancel" ...)
 //   --module NAME    load this module too (e.g. a test module)
 //   --no-module      do not load the product module
+//   --step FILE      after the scripts, write every duct solid of the current
+//                    drawing to FILE as STEP (through the solid module)
 //
 // The transcript (everything the host's command line shows) goes to
 // standard output. The exit status is 0 when every script ran to its end and
@@ -43,14 +45,16 @@ struct Options {
   std::vector<std::string> inputFiles;
   std::vector<std::string> dialogAnswers;
   std::vector<std::string> modules;
+  std::string stepFile;
   bool productModule = true;
 };
 
 int usage() {
-  std::fprintf(stderr,
-               "usage: vantry [--input FILE] [--dialog TEXT] [--module NAME] [--no-module] run FILE...\n"
-               "       vantry [options] -e EXPR\n"
-               "       vantry [options] repl\n");
+  std::fprintf(
+      stderr,
+      "usage: vantry [--input FILE] [--dialog TEXT] [--module NAME] [--no-module] [--step FILE] run FILE...\n"
+      "       vantry [options] -e EXPR\n"
+      "       vantry [options] repl\n");
   return 2;
 }
 
@@ -101,6 +105,31 @@ int runScripts(lisp::Interp &in, const std::vector<std::string> &files) {
   return 0;
 }
 
+// Writes the duct solids of the current drawing through the solid module's
+// own function; no module or no solid written is a failure.
+int exportStep(lisp::Interp &in, const std::string &file) {
+  lisp::Value fn = in.symbolValue(L"OL_SOLID-EXPORTSTEP");
+  if (fn.isNil()) {
+    std::fprintf(stderr, "vantry: --step needs the solid module, which is not loaded\n");
+    return 2;
+  }
+  lisp::Value path = lisp::makeString(lisp::fromUtf8(file));
+  try {
+    ++in.catchDepth;
+    lisp::Value n = in.apply(fn, &path, 1);
+    --in.catchDepth;
+    if (n.isNil()) {
+      std::fprintf(stderr, "vantry: no STEP file written to %s\n", file.c_str());
+      return 1;
+    }
+  } catch (const lisp::LispError &e) {
+    --in.catchDepth;
+    std::fprintf(stderr, "vantry: %s\n", lisp::toUtf8(e.message).c_str());
+    return 1;
+  }
+  return 0;
+}
+
 int evalExpression(lisp::Interp &in, const std::string &expr) {
   try {
     lisp::Value v = in.evalText(lisp::fromUtf8(expr), {L"-e", 1});
@@ -138,6 +167,7 @@ int session(const Options &opt) {
     status = evalExpression(in, opt.expr);
   else
     status = vantry::cli::repl(in);
+  if (status == 0 && !opt.stepFile.empty()) status = exportStep(s.current()->lisp(), opt.stepFile);
 
   // Quitting the host: every document goes, then every module.
   while (!s.documents().empty()) s.close(s.documents().back().get());
@@ -168,6 +198,9 @@ int main(int argc, char **argv) {
       if (!value(opt.dialogAnswers)) return usage();
     } else if (a == "--module") {
       if (!value(opt.modules)) return usage();
+    } else if (a == "--step") {
+      if (i + 1 >= argc) return usage();
+      opt.stepFile = argv[++i];
     } else if (a == "--no-module") {
       opt.productModule = false;
     } else if (a == "run") {

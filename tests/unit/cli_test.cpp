@@ -95,6 +95,17 @@ TEST_F(Cli, MissingFilesAndBadUsageAreClearErrors) {
   EXPECT_NE(r.out.find("cannot load module no_such_module.arx"), std::string::npos);
 }
 
+TEST_F(Cli, StepExportNeedsTheSolidModule) {
+  std::string s = write("empty.lsp", "(princ)\n");
+  RunResult r = vantry("--no-module --step " + (dir / "out.step").string() + " run " + s);
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.out.find("--step needs the solid module"), std::string::npos) << r.out;
+  // With the modules but no duct solid in the drawing, nothing is written.
+  r = vantry("--step " + (dir / "out.step").string() + " run " + s);
+  EXPECT_NE(r.status, 0) << r.out;
+  EXPECT_FALSE(fs::exists(dir / "out.step"));
+}
+
 TEST_F(Cli, RunawayRecursionEndsInALispError) {
   std::string s = write("deep.lsp", "(defun down (n) (down (1+ n)))\n(down 0)\n");
   RunResult r = vantry("--no-module run " + s);
