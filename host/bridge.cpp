@@ -205,7 +205,7 @@ Value pointValue(const resbuf *rb, int n) {
 }
 
 // Reads one value starting at *rb and moves *rb past it.
-Value readValue(Interp &in, const resbuf *&rb, bool inList) {
+Value readValue(Interp &in, const resbuf *&rb) {
   const resbuf *node = rb;
   rb = rb->rbnext;
   int t = node->restype;
@@ -243,10 +243,10 @@ Value readValue(Interp &in, const resbuf *&rb, bool inList) {
       while (rb && rb->restype != RTLE) {
         if (rb->restype == RTDOTE) {
           rb = rb->rbnext;
-          if (rb && rb->restype != RTLE) b.dot(readValue(in, rb, true));
+          if (rb && rb->restype != RTLE) b.dot(readValue(in, rb));
           continue;
         }
-        b.add(readValue(in, rb, true));
+        b.add(readValue(in, rb));
       }
       if (rb) rb = rb->rbnext;  // the RTLE
       return b.take();
@@ -258,7 +258,6 @@ Value readValue(Interp &in, const resbuf *&rb, bool inList) {
       break;
   }
   // A drawing-data group code: (code . value), (code x y z) for points.
-  (void)inList;
   Value code = Value::integer(t);
   switch (rbKind(t)) {
     case RbKind::Real:
@@ -283,7 +282,7 @@ Value readValue(Interp &in, const resbuf *&rb, bool inList) {
   if (t == -3) {
     // Extended data runs to the end of the enclosing list.
     ListBuilder apps;
-    while (rb && rb->restype != RTLE) apps.add(readValue(in, rb, true));
+    while (rb && rb->restype != RTLE) apps.add(readValue(in, rb));
     return lisp::cons(code, apps.take());
   }
   return Value();
@@ -347,11 +346,11 @@ Value chainToValue(Interp &in, const resbuf *rb) {
   // A chain that is exactly one list is that list; otherwise its elements
   // make the list.
   const resbuf *p = rb;
-  Value first = readValue(in, p, false);
+  Value first = readValue(in, p);
   if (!p && rb->restype == RTLB) return first;
   ListBuilder b;
   b.add(std::move(first));
-  while (p) b.add(readValue(in, p, true));
+  while (p) b.add(readValue(in, p));
   return b.take();
 }
 
@@ -448,7 +447,7 @@ int acedRetVal(const struct resbuf *rbuf) {
   if (!in || !rbuf) return RTERROR;
   // One value: the first node, or the whole list it opens.
   const resbuf *p = rbuf;
-  return ret(vantry::host::readValue(*in, p, false));
+  return ret(vantry::host::readValue(*in, p));
 }
 int acedRetList(const struct resbuf *rbuf) {
   vantry::lisp::Interp *in = callInterp();
@@ -475,7 +474,7 @@ int acedInvoke(const struct resbuf *args, struct resbuf **result) {
   Value fn = in->intern(args->resval.rstring)->value;
   if (fn.isNil()) return RTERROR;
   std::vector<Value> values;
-  for (const resbuf *p = args->rbnext; p;) values.push_back(vantry::host::readValue(*in, p, false));
+  for (const resbuf *p = args->rbnext; p;) values.push_back(vantry::host::readValue(*in, p));
   ++in->catchDepth;
   try {
     Value v = in->apply(fn, values.data(), int(values.size()));
