@@ -124,6 +124,17 @@ bool readEntityName(resbuf *&cur, ads_name out) {
   return true;
 }
 
+bool readObjectId(resbuf *&cur, AcDbObjectId &id) {
+  resbuf *at = cur;
+  ads_name name;
+  if (!readEntityName(cur, name)) return false;
+  if (acdbGetObjectId(id, name) != Acad::eOk) {
+    cur = at;
+    return false;
+  }
+  return true;
+}
+
 bool readListBegin(resbuf *&cur) {
   if (!cur || cur->restype != RTLB) return false;
   cur = cur->rbnext;
@@ -164,6 +175,18 @@ void returnResultList(resbuf *&head, resbuf *&tail) {
   acedRetList(head);
   acutRelRb(head);
   head = tail = nullptr;
+}
+
+void returnObjectId(AcDbObjectId id) {
+  ads_name name;
+  if (acdbGetAdsName(name, id) == Acad::eOk)
+    acedRetName(name, RTENAME);
+  else
+    acedRetNil();
+}
+
+void returnEntity(const AcDbObject *object) {
+  returnObjectId(object ? object->objectId() : AcDbObjectId::kNull);
 }
 
 void returnInteger(int32_t value) {

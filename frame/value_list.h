@@ -57,6 +57,9 @@ bool readString(resbuf *&cur, std::wstring &out);
 bool readNarrowString(resbuf *&cur, std::string &out);
 // RTENAME.
 bool readEntityName(resbuf *&cur, ads_name out);
+// RTENAME converted to its object id (acdbGetObjectId); fails, moving
+// nothing, also when the name maps to no object of an open drawing.
+bool readObjectId(resbuf *&cur, AcDbObjectId &id);
 bool readListBegin(resbuf *&cur);
 bool readListEnd(resbuf *&cur);
 // Advances one node when there is one; never fails.
@@ -72,5 +75,9 @@ void appendDottedPair(resbuf *&tail, const ACHAR *key, double number);
 void returnResultList(resbuf *&head, resbuf *&tail);
 // A 16-bit integer when it fits, else a real.
 void returnInteger(int32_t value);
+// The id as an entity name (acdbGetAdsName), or nil when it has none.
+void returnObjectId(AcDbObjectId id);
+// returnObjectId of the object's id.
+void returnEntity(const AcDbObject *object);
 
 }  // namespace vantry::frame
