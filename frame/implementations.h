@@ -56,6 +56,38 @@ int vt_beep();
 int vt_message_beep();
 int vt_message_box();
 
+// Curve measurement (drawing/curves.cpp).
+int AcDbCurve_getLength();
+int AcDbCurve_getPointAtDist();
+int AcDbCurve_getClosestPointTo();
+int AcDbCurve_getDistAtPoint();
+
+// MText metrics, settings and insertion (drawing/mtext.cpp).
+int AcDbMText_actualWidth();
+int AcDbMText_actualHeight();
+int AcDbMText_ascent();
+int AcDbMText_descent();
+int AcDbMText_direction();
+int AcDbMText_setNormal();
+int AcDbMText_setDirection();
+int AcDbMText_setMask();
+int AcDbMText_insert();
+int AcDbMtext_lastLineWidth();
+
+// Extents, colour, polyline fitting, face edges (drawing/entities.cpp).
+int AcDbEntity_getGeomExtents();
+int AcDbEntity_setColor();
+int AcDb2dPolyline_setCurveType();
+int AcDbFace_makeEdgeInvisibleAt();
+
+// Annotative scaling (drawing/annotative.cpp), groups (drawing/groups.cpp),
+// host leaders (drawing/leader.cpp).
+int AcDbAnnotativeObjectPE_setAnnotative();
+int SetAnnoBlock();
+int ol_ol_GetGroup();
+int ol_ol_setGroupSelectable();
+int AcDbLeader_create();
+
 // Numbers (drawing/numbers.cpp).
 int asin();
 int acos();
