@@ -33,11 +33,11 @@ void pad(std::wstring &out, std::wstring text, bool left, int width) {
 }
 
 template <class T>
-std::string formatNumber(const std::string &spec, T value) {
-  int n = snprintf(nullptr, 0, spec.c_str(), value);
+std::string formatNumber(const std::string &format, T value) {
+  int n = snprintf(nullptr, 0, format.c_str(), value);
   if (n < 0) return std::string();
   std::string buf(size_t(n) + 1, '\0');
-  snprintf(buf.data(), buf.size(), spec.c_str(), value);
+  snprintf(buf.data(), buf.size(), format.c_str(), value);
   buf.resize(size_t(n));
   return buf;
 }
@@ -109,9 +109,9 @@ std::wstring formatHostPrintf(const wchar_t *format, va_list args) {
     if (length == "h" || length == "l") width_class = length[0];
     wchar_t conv = *p ? *p++ : 0;
     bool left = flags.find('-') != std::string::npos;
-    std::string spec = "%" + flags;
-    if (width >= 0) spec += std::to_string(width);
-    if (precision >= 0) spec += "." + std::to_string(precision);
+    std::string conversion = "%" + flags;
+    if (width >= 0) conversion += std::to_string(width);
+    if (precision >= 0) conversion += "." + std::to_string(precision);
 
     switch (conv) {
       case L'd':
@@ -120,10 +120,10 @@ std::wstring formatHostPrintf(const wchar_t *format, va_list args) {
       case L'o':
       case L'x':
       case L'X': {
-        std::string s = spec + length + char(conv);
+        std::string s = conversion + length + char(conv);
         bool is_signed = conv == L'd' || conv == L'i';
         if (length == "ll" || length == "L") {
-          s = spec + "ll" + char(conv);
+          s = conversion + "ll" + char(conv);
           out += widenAscii(is_signed ? formatNumber(s, va_arg(args, long long))
                                       : formatNumber(s, va_arg(args, unsigned long long)));
         } else if (length == "l") {
@@ -147,12 +147,12 @@ std::wstring formatHostPrintf(const wchar_t *format, va_list args) {
       case L'a':
       case L'A':
         if (length == "L")
-          out += widenAscii(formatNumber(spec + "L" + char(conv), va_arg(args, long double)));
+          out += widenAscii(formatNumber(conversion + "L" + char(conv), va_arg(args, long double)));
         else
-          out += widenAscii(formatNumber(spec + char(conv), va_arg(args, double)));
+          out += widenAscii(formatNumber(conversion + char(conv), va_arg(args, double)));
         break;
       case L'p':
-        out += widenAscii(formatNumber(spec + "p", va_arg(args, void *)));
+        out += widenAscii(formatNumber(conversion + "p", va_arg(args, void *)));
         break;
       case L'c':
       case L'C': {

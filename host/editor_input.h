@@ -50,7 +50,7 @@ struct Keyword {
 // abbreviation: leading capitals allow any prefix that holds them ("LType":
 // LT, LTY, ...); capitals inside the word are an alternative to the whole word
 // ("eXit": X or EXIT); a word in one case must be typed whole.
-std::vector<Keyword> parseKeywords(std::wstring_view spec);
+std::vector<Keyword> parseKeywords(std::wstring_view format);
 // The keyword the typed text stands for, or null. "_word" matches a global
 // keyword.
 const Keyword *matchKeyword(const std::vector<Keyword> &keywords, std::wstring_view typed);

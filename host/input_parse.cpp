@@ -104,8 +104,8 @@ std::optional<double> degrees(std::wstring_view t) {
 
 // --- Conversions -------------------------------------------------------------------
 
-std::vector<Keyword> parseKeywords(std::wstring_view spec) {
-  std::vector<std::wstring> all = words(spec);
+std::vector<Keyword> parseKeywords(std::wstring_view format) {
+  std::vector<std::wstring> all = words(format);
   std::vector<Keyword> out;
   size_t split = all.size();
   for (size_t i = 0; i < all.size(); ++i) {

@@ -13,7 +13,7 @@ using editor::parseKeywords;
 
 TEST(EditorKeywords, AbbreviationsFollowTheCapitals) {
   struct {
-    const wchar_t *spec, *typed, *want;  // want null: no match
+    const wchar_t *format, *typed, *want;  // want null: no match
   } cases[] = {
       {L"Yes No", L"y", L"Yes"},
       {L"Yes No", L"NO", L"No"},
@@ -41,14 +41,14 @@ TEST(EditorKeywords, AbbreviationsFollowTheCapitals) {
       {L"Yes No", L"", nullptr},
   };
   for (const auto &c : cases) {
-    auto keywords = parseKeywords(c.spec);
+    auto keywords = parseKeywords(c.format);
     const editor::Keyword *k = matchKeyword(keywords, c.typed);
     if (!c.want)
-      EXPECT_EQ(k, nullptr) << c.spec << " / " << c.typed;
+      EXPECT_EQ(k, nullptr) << c.format << " / " << c.typed;
     else if (!k)
-      ADD_FAILURE() << "no match: " << c.spec << " / " << c.typed;
+      ADD_FAILURE() << "no match: " << c.format << " / " << c.typed;
     else
-      EXPECT_EQ(k->global, c.want) << c.spec << " / " << c.typed;
+      EXPECT_EQ(k->global, c.want) << c.format << " / " << c.typed;
   }
 }
 
