@@ -150,6 +150,24 @@ AcDb2dPolyline::AcDb2dPolyline(const AcDb2dPolyline &o)
   for (AcDb2dVertex *v : o.verts_) verts_.push_back(new AcDb2dVertex(*v));
 }
 
+namespace {
+
+// An old-style polyline that joins a database brings its vertices and a new
+// end-of-sequence marker along, all looking like the polyline. Answers the marker.
+template <class Vertex>
+AcDbSequenceEnd *joinVertices(AcDbEntity &polyline, const std::vector<Vertex *> &verts) {
+  for (Vertex *v : verts) {
+    copyEntityLook(v, polyline);
+    DbAccess::addToDatabase(polyline.database(), v, polyline.objectId(), false);
+  }
+  auto *seqend = new AcDbSequenceEnd;
+  copyEntityLook(seqend, polyline);
+  DbAccess::addToDatabase(polyline.database(), seqend, polyline.objectId(), false);
+  return seqend;
+}
+
+}  // namespace
+
 AcDb2dPolyline::~AcDb2dPolyline() {
   if (!objectId().isNull()) return;  // the database owns the vertices
   for (AcDb2dVertex *v : verts_) delete v;
@@ -160,13 +178,7 @@ AcRxObject *AcDb2dPolyline::clone() const {
 }
 
 void AcDb2dPolyline::subJoinedDatabase() {
-  for (AcDb2dVertex *v : verts_) {
-    copyEntityLook(v, *this);
-    DbAccess::addToDatabase(database(), v, objectId(), false);
-  }
-  seqend_ = new AcDbSequenceEnd;
-  copyEntityLook(seqend_, *this);
-  DbAccess::addToDatabase(database(), seqend_, objectId(), false);
+  seqend_ = joinVertices(*this, verts_);
 }
 
 void AcDb2dPolyline::subentities(std::vector<AcDbEntity *> &out) const {
@@ -445,13 +457,7 @@ AcRxObject *AcDb3dPolyline::clone() const {
 }
 
 void AcDb3dPolyline::subJoinedDatabase() {
-  for (AcDb3dPolylineVertex *v : verts_) {
-    copyEntityLook(v, *this);
-    DbAccess::addToDatabase(database(), v, objectId(), false);
-  }
-  seqend_ = new AcDbSequenceEnd;
-  copyEntityLook(seqend_, *this);
-  DbAccess::addToDatabase(database(), seqend_, objectId(), false);
+  seqend_ = joinVertices(*this, verts_);
 }
 
 void AcDb3dPolyline::subentities(std::vector<AcDbEntity *> &out) const {
