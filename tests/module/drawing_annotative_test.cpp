@@ -5,38 +5,16 @@
 
 #include "database/context.h"
 #include "host/session.h"
-
-extern "C" AcRx::AppRetCode acrxEntryPoint(AcRx::AppMsgCode msg, void *appId);
+#include "tests/module/module_fixture.h"
 
 namespace vantry {
 namespace {
 
 using host::Session;
 
-class AnnotativeTest : public ::testing::Test {
+class AnnotativeTest : public ModuleFixture {
  protected:
-  AnnotativeTest() {
-    Session::get().reset();
-    database::clearContext();
-    Session::get().newDocument(L"");
-    EXPECT_EQ(acrxEntryPoint(AcRx::kInitAppMsg, this), AcRx::kRetOK);
-    EXPECT_EQ(acrxEntryPoint(AcRx::kLoadDwgMsg, this), AcRx::kRetOK);
-    db_ = acdbHostApplicationServices()->workingDatabase();
-  }
-  ~AnnotativeTest() override {
-    acrxEntryPoint(AcRx::kUnloadAppMsg, this);
-    Session::get().reset();
-  }
-  std::wstring lisp(const std::wstring &text) {
-    lisp::Interp &in = Session::get().current()->lisp();
-    try {
-      lisp::Value v;
-      for (const lisp::Value &f : in.readAll(text, {L"test.lsp", 1})) v = in.eval(f);
-      return in.toString(v, true);
-    } catch (const lisp::LispError &e) {
-      return L"ERROR: " + e.message;
-    }
-  }
+  AnnotativeTest() { db_ = acdbHostApplicationServices()->workingDatabase(); }
   AcDbObjectId appendToModel(AcDbEntity *ent) {
     AcDbBlockTable *table = nullptr;
     EXPECT_EQ(db_->getBlockTable(table, AcDb::kForRead), Acad::eOk);

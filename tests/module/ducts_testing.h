@@ -11,8 +11,7 @@
 #include "database/context.h"
 #include "host/session.h"
 #include "solid/hvac_solid.h"
-
-extern "C" AcRx::AppRetCode acrxEntryPoint(AcRx::AppMsgCode msg, void *appId);
+#include "tests/module/module_fixture.h"
 
 namespace vantry::ducts::testing {
 
@@ -36,20 +35,8 @@ struct RunList {
   }
 };
 
-class DuctsTest : public ::testing::Test {
+class DuctsTest : public ModuleFixture {
  protected:
-  DuctsTest() {
-    host::Session::get().reset();
-    database::clearContext();
-    host::Session::get().newDocument(L"");
-    EXPECT_EQ(acrxEntryPoint(AcRx::kInitAppMsg, this), AcRx::kRetOK);
-    EXPECT_EQ(acrxEntryPoint(AcRx::kLoadDwgMsg, this), AcRx::kRetOK);
-  }
-  ~DuctsTest() override {
-    acrxEntryPoint(AcRx::kUnloadAppMsg, this);
-    host::Session::get().reset();
-  }
-
   lisp::Value evalValue(const std::string &text) {
     lisp::Interp &in = host::Session::get().current()->lisp();
     lisp::Value v;

@@ -10,8 +10,7 @@
 #include "frame/lifecycle.h"
 #include "frame/value_list.h"
 #include "host/session.h"
-
-extern "C" AcRx::AppRetCode acrxEntryPoint(AcRx::AppMsgCode msg, void *appId);
+#include "tests/module/module_fixture.h"
 
 namespace vantry::frame {
 namespace {
@@ -93,31 +92,7 @@ TEST(ValueList, PointsFromNodesOrNumbers) {
 
 // --- The frame, through the host -----------------------------------------------------
 
-// A session with the module started and one document loaded.
-class ModuleTest : public ::testing::Test {
- protected:
-  ModuleTest() {
-    Session::get().reset();
-    database::clearContext();
-    Session::get().newDocument(L"");
-    EXPECT_EQ(acrxEntryPoint(AcRx::kInitAppMsg, this), AcRx::kRetOK);
-    EXPECT_EQ(acrxEntryPoint(AcRx::kLoadDwgMsg, this), AcRx::kRetOK);
-  }
-  ~ModuleTest() override {
-    acrxEntryPoint(AcRx::kUnloadAppMsg, this);
-    Session::get().reset();
-  }
-  std::wstring lisp(const std::wstring &text) {
-    lisp::Interp &in = Session::get().current()->lisp();
-    try {
-      lisp::Value v;
-      for (const lisp::Value &f : in.readAll(text, {L"test.lsp", 1})) v = in.eval(f);
-      return in.toString(v, true);
-    } catch (const lisp::LispError &e) {
-      return L"ERROR: " + e.message;
-    }
-  }
-};
+class ModuleTest : public ModuleFixture {};
 
 TEST_F(ModuleTest, TablesHaveTheirCodes) {
   EXPECT_STREQ(functionName(0), L"vt_append");
