@@ -34,6 +34,35 @@ bool uniform(const AcGeMatrix3d &m) {
   return m.isUniScaledOrtho();
 }
 
+// The circle part of CIRCLE and ARC: 39 thickness, 10 centre in the plane of
+// 210 the normal, 40 radius. A zero normal or a radius not above 0 is refused.
+void writeCircleFields(AcDbDxfFiler *f, const AcGePoint3d &center, double radius, const AcGeVector3d &normal,
+                       double thickness) {
+  f->writeString(100, L"AcDbCircle");
+  if (thickness != 0) f->writeDouble(39, thickness);
+  f->writePoint3d(10, AcGePoint3d(center).transformBy(AcGeMatrix3d::worldToPlane(normal)));
+  f->writeDouble(40, radius);
+  f->writeVector3d(210, normal);
+}
+
+Acad::ErrorStatus readCircleFields(AcDbDxfFiler *f, AcGePoint3d &center, double &radius, AcGeVector3d &normal,
+                                   double &thickness) {
+  AcGeVector3d n;
+  if (f->getVector(210, n)) {
+    if (n.isZeroLength()) return Acad::eInvalidInput;
+    normal = n.normal();
+  }
+  AcGePoint3d c;
+  if (f->getPoint(10, c)) center = c.transformBy(AcGeMatrix3d::planeToWorld(normal));
+  double r;
+  if (f->getDouble(40, r)) {
+    if (!(r > 0)) return Acad::eInvalidInput;
+    radius = r;
+  }
+  f->getDouble(39, thickness);
+  return Acad::eOk;
+}
+
 }  // namespace
 
 // --- AcDbCurve --------------------------------------------------------------------------------
@@ -242,29 +271,14 @@ Acad::ErrorStatus AcDbCircle::transformBy(const AcGeMatrix3d &xform) {
 // CIRCLE: 39 thickness, 10 centre (object coordinates), 40 radius, 210 normal.
 Acad::ErrorStatus AcDbCircle::dxfOutFields(AcDbDxfFiler *f) const {
   AcDbEntity::dxfOutFields(f);
-  f->writeString(100, L"AcDbCircle");
-  if (thickness_ != 0) f->writeDouble(39, thickness_);
-  f->writePoint3d(10, AcGePoint3d(center_).transformBy(AcGeMatrix3d::worldToPlane(normal_)));
-  f->writeDouble(40, radius_);
-  f->writeVector3d(210, normal_);
+  writeCircleFields(f, center_, radius_, normal_, thickness_);
   return Acad::eOk;
 }
 
 Acad::ErrorStatus AcDbCircle::dxfInFields(AcDbDxfFiler *f) {
   if (Acad::ErrorStatus es = AcDbEntity::dxfInFields(f); es != Acad::eOk) return es;
-  AcGeVector3d n;
-  if (f->getVector(210, n)) {
-    if (n.isZeroLength()) return Acad::eInvalidInput;
-    normal_ = n.normal();
-  }
-  AcGePoint3d c;
-  if (f->getPoint(10, c)) center_ = c.transformBy(AcGeMatrix3d::planeToWorld(normal_));
-  double r;
-  if (f->getDouble(40, r)) {
-    if (!(r > 0)) return Acad::eInvalidInput;
-    radius_ = r;
-  }
-  f->getDouble(39, thickness_);
+  if (Acad::ErrorStatus es = readCircleFields(f, center_, radius_, normal_, thickness_); es != Acad::eOk)
+    return es;
   return Acad::eOk;
 }
 
@@ -354,11 +368,7 @@ Acad::ErrorStatus AcDbArc::transformBy(const AcGeMatrix3d &xform) {
 // ARC: the circle's fields, then 50 start and 51 end angle.
 Acad::ErrorStatus AcDbArc::dxfOutFields(AcDbDxfFiler *f) const {
   AcDbEntity::dxfOutFields(f);
-  f->writeString(100, L"AcDbCircle");
-  if (thickness_ != 0) f->writeDouble(39, thickness_);
-  f->writePoint3d(10, AcGePoint3d(center_).transformBy(AcGeMatrix3d::worldToPlane(normal_)));
-  f->writeDouble(40, radius_);
-  f->writeVector3d(210, normal_);
+  writeCircleFields(f, center_, radius_, normal_, thickness_);
   f->writeString(100, L"AcDbArc");
   f->writeAngle(50, start_);
   f->writeAngle(51, end_);
@@ -367,20 +377,10 @@ Acad::ErrorStatus AcDbArc::dxfOutFields(AcDbDxfFiler *f) const {
 
 Acad::ErrorStatus AcDbArc::dxfInFields(AcDbDxfFiler *f) {
   if (Acad::ErrorStatus es = AcDbEntity::dxfInFields(f); es != Acad::eOk) return es;
-  AcGeVector3d n;
-  if (f->getVector(210, n)) {
-    if (n.isZeroLength()) return Acad::eInvalidInput;
-    normal_ = n.normal();
-  }
-  AcGePoint3d c;
-  if (f->getPoint(10, c)) center_ = c.transformBy(AcGeMatrix3d::planeToWorld(normal_));
+  if (Acad::ErrorStatus es = readCircleFields(f, center_, radius_, normal_, thickness_); es != Acad::eOk)
+    return es;
   double v;
-  if (f->getDouble(40, v)) {
-    if (!(v > 0)) return Acad::eInvalidInput;
-    radius_ = v;
-  }
   if (f->getAngle(50, v)) start_ = wrapAngle(v);
   if (f->getAngle(51, v)) end_ = wrapAngle(v);
-  f->getDouble(39, thickness_);
   return Acad::eOk;
 }
