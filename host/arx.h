@@ -487,3 +487,5 @@ class AcEditor : public AcRxDictionary {
 #define acedEditor AcEditor::cast(acrxSysRegistry()->at(ACED_EDITOR_OBJ))
 
 #include "host/acdb.h"
+#include "host/aced_select.h"
+#include "host/aced_jig.h"
