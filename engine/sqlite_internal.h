@@ -243,6 +243,11 @@ class SqliteEngine final : public Engine {
   int pathFd_ = -1;
   bool ctimeTrusted_ = false;
   timespec trustedCtime_{};
+  // A look that found the file alive stands until then (monotonic ns), while
+  // the process's count of file changes is still the one seen.
+  int64_t vouchedUntil_ = 0;
+  uint64_t vouchedChanges_ = 0;
+  bool vouch(int64_t now, uint64_t changes);
   bool wal_ = false;  // the connection journals in WAL mode
   uint32_t seenVersion_ = 0;
   LastError error_;

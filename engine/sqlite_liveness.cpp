@@ -3,6 +3,12 @@
 // (IsAlive), and whether anyone committed since records were read ahead
 // (changeStamp).
 //
+// A look at the file is a system call, which costs as much as reading a
+// record; so a look that found the file alive vouches for it during the next
+// millisecond, unless this process changed files meanwhile (the host says so
+// through noteFileSystemChange). A file deleted by another process is thus
+// noticed by the first call a millisecond after the deletion.
+//
 // IsAlive watches the file through an O_PATH descriptor: fstat on it shows a
 // link count of 0 once the file is deleted or another file is renamed over
 // its name, and a new change time once it is moved. A stat of the path
@@ -21,6 +27,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstring>
 
 #include "engine/sqlite_internal.h"
@@ -37,6 +44,15 @@ int64_t nanos(const timespec &t) {
   return int64_t(t.tv_sec) * 1'000'000'000 + t.tv_nsec;
 }
 
+constexpr int64_t kVouchNs = 1'000'000;
+std::atomic<uint64_t> g_fileChanges{0};
+
+int64_t monotonicNow() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return nanos(now);
+}
+
 bool settled(const timespec &stamp) {
   timespec now{};
   clock_gettime(CLOCK_REALTIME_COARSE, &now);
@@ -49,6 +65,16 @@ constexpr size_t kWalHeaderBytes = 48;
 static_assert(sizeof(ChangeStamp) == kWalHeaderBytes);
 
 }  // namespace
+
+}  // namespace vantry::engine::sqlite
+
+namespace vantry::engine {
+void noteFileSystemChange() {
+  sqlite::g_fileChanges.fetch_add(1, std::memory_order_relaxed);
+}
+}  // namespace vantry::engine
+
+namespace vantry::engine::sqlite {
 
 void SqliteEngine::watchFile() {
   unwatchFile();
@@ -65,21 +91,32 @@ void SqliteEngine::unwatchFile() {
   if (pathFd_ >= 0) ::close(pathFd_);
   pathFd_ = -1;
   ctimeTrusted_ = false;
+  vouchedUntil_ = 0;
 }
 
 bool SqliteEngine::IsAlive() {
   if (!db_ || dead_) return false;
+  uint64_t changes = g_fileChanges.load(std::memory_order_relaxed);
+  int64_t now = monotonicNow();
+  if (now < vouchedUntil_ && changes == vouchedChanges_) return true;
+  vouchedUntil_ = 0;
   struct stat own {};
   bool haveOwn = pathFd_ >= 0 && ::fstat(pathFd_, &own) == 0;
   if (haveOwn) {
     if (own.st_nlink == 0) return false;
-    if (ctimeTrusted_ && nanos(own.st_ctim) == nanos(trustedCtime_)) return true;
+    if (ctimeTrusted_ && nanos(own.st_ctim) == nanos(trustedCtime_)) return vouch(now, changes);
   }
   struct stat st {};
   bool alive = ::stat(path_.c_str(), &st) == 0 && st.st_dev == dev_ && st.st_ino == ino_;
   ctimeTrusted_ = alive && haveOwn && settled(own.st_ctim);
   if (ctimeTrusted_) trustedCtime_ = own.st_ctim;
-  return alive;
+  return alive && vouch(now, changes);
+}
+
+bool SqliteEngine::vouch(int64_t now, uint64_t changes) {
+  vouchedUntil_ = now + kVouchNs;
+  vouchedChanges_ = changes;
+  return true;
 }
 
 void SqliteEngine::noteJournalMode() {

@@ -19,6 +19,7 @@
 #include <cstring>
 #include <cwchar>
 
+#include "engine/engine.h"
 #include "host/session.h"
 #include "host/standin.h"
 
@@ -204,6 +205,33 @@ Value pointValue(const resbuf *rb, int n) {
   return b.take();
 }
 
+// Short strings that crossed lately, for reuse: the field names of records
+// and the keys of association lists come back with every result, and a
+// shared string costs nothing to make. LISP strings are never changed in
+// place, so sharing one is safe.
+class RecentStrings {
+ public:
+  Value get(const wchar_t *text) {
+    size_t n = 0;
+    uint32_t h = 2166136261u;
+    for (; text[n] && n <= kLongest; ++n) h = (h ^ uint32_t(text[n])) * 16777619u;
+    if (n > kLongest) return lisp::makeString(text);
+    Value &slot = slots_[h % kSlots];
+    if (slot.type() == Type::Str && slot.as<lisp::String>()->text == std::wstring_view(text, n)) return slot;
+    slot = lisp::makeString(std::wstring(text, n));
+    return slot;
+  }
+
+ private:
+  static constexpr size_t kLongest = 24, kSlots = 256;
+  Value slots_[kSlots];
+};
+
+RecentStrings &recentStrings() {
+  static RecentStrings *cache = new RecentStrings;  // outlives every interpreter
+  return *cache;
+}
+
 // Reads one value starting at *rb and moves *rb past it.
 Value readValue(Interp &in, const resbuf *&rb) {
   const resbuf *node = rb;
@@ -229,7 +257,7 @@ Value readValue(Interp &in, const resbuf *&rb) {
     case RTANG:
       return Value::real(node->resval.rreal);
     case RTSTR:
-      return lisp::makeString(node->resval.rstring ? node->resval.rstring : L"");
+      return recentStrings().get(node->resval.rstring ? node->resval.rstring : L"");
     case RTPOINT:
       return pointValue(node, 2);
     case RT3DPOINT:
@@ -357,6 +385,7 @@ Value chainToValue(Interp &in, const resbuf *rb) {
 void installHostLisp(Interp &in) {
   in.callExternal = callExternal;
   in.supportPath = supportDirectories;
+  in.filesChanged = engine::noteFileSystemChange;
   installEditorInput(in);
   installHostFunctions(in);
   installEntityLisp(in);

@@ -90,8 +90,10 @@ constexpr size_t kKeepNodes = 0;
 #else
 constexpr size_t kKeepNodes = 65536;
 #endif
-thread_local resbuf *freeNodes = nullptr;
-thread_local size_t freeCount = 0;
+// initial-exec: the host library is linked, never loaded late, so its
+// thread-locals sit at a fixed offset and cost no lookup call.
+__attribute__((tls_model("initial-exec"))) thread_local resbuf *freeNodes = nullptr;
+__attribute__((tls_model("initial-exec"))) thread_local size_t freeCount = 0;
 
 resbuf *allocNode() {
   if (resbuf *rb = freeNodes) {

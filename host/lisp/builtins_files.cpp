@@ -127,6 +127,7 @@ Value fOpen(Interp &in, const Value *args, int nargs) {
   std::error_code ec;
   if (path.empty() || fs::is_directory(path, ec)) return Value();
   FILE *fp = std::fopen(path.c_str(), mode == L"r" ? "rb" : mode == L"w" ? "wb" : "ab");
+  if (mode != L"r") in.noteFilesChanged();
   if (!fp) return Value();
   if (bom && mode == L"w") std::fputs("\xEF\xBB\xBF", fp);
   return Value(new File(name, fp, mode[0]));

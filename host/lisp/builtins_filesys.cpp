@@ -37,6 +37,7 @@ Value fFileDelete(Interp &in, const Value *args, int nargs) {
   fs::path p = pathArg(in, args[0]);
   std::error_code ec;
   if (fs::is_directory(p, ec) || !fs::remove(p, ec) || ec) return Value();
+  in.noteFilesChanged();
   return in.makeT();
 }
 
@@ -52,6 +53,7 @@ Value fFileCopy(Interp &in, const Value *args, int nargs) {
   FILE *src = std::fopen(from.c_str(), "rb");
   if (!src) return Value();
   FILE *dst = std::fopen(to.c_str(), append ? "ab" : "wb");
+  in.noteFilesChanged();
   if (!dst) {
     std::fclose(src);
     return Value();
@@ -75,6 +77,7 @@ Value fFileRename(Interp &in, const Value *args, int nargs) {
   std::error_code ec;
   if (!fs::exists(from, ec) || fs::exists(to, ec)) return Value();
   fs::rename(from, to, ec);
+  in.noteFilesChanged();
   return ec ? Value() : in.makeT();
 }
 

@@ -98,6 +98,12 @@ class Interp {
   // The host's support directories, searched by findfile and load after the
   // current directory.
   std::function<std::vector<std::wstring>()> supportPath;
+  // Told after a LISP function deleted, renamed, copied onto or truncated a
+  // file, so that whoever keeps facts about files looks again.
+  std::function<void()> filesChanged;
+  void noteFilesChanged() {
+    if (filesChanged) filesChanged();
+  }
 
   // Common symbols.
   Symbol *symT, *symQuote, *symLambda, *symFunction, *symError;

@@ -132,14 +132,24 @@ class Value {
   };
 };
 
+// Conses and strings are made and dropped by the million (every record read
+// from a database becomes dozens of them): released ones are kept for reuse
+// instead of going back to the allocator.
+void *takeSmallObject(size_t size);
+void giveSmallObject(void *p, size_t size);
+
 struct Cons : Object {
   Cons(Value a, Value d) : Object(Type::List), car(std::move(a)), cdr(std::move(d)) {}
   Value car, cdr;
+  static void *operator new(size_t size) { return takeSmallObject(size); }
+  static void operator delete(void *p, size_t size) { giveSmallObject(p, size); }
 };
 
 struct String : Object {
   explicit String(std::wstring s) : Object(Type::Str), text(std::move(s)) {}
   std::wstring text;
+  static void *operator new(size_t size) { return takeSmallObject(size); }
+  static void operator delete(void *p, size_t size) { giveSmallObject(p, size); }
 };
 
 // Symbols are interned per interpreter; names are held upper-case. A symbol
