@@ -1,0 +1,68 @@
+// Pictures of a drawing: the model space drawn to a PNG in plan and in a
+// shaded isometric view, so that a person can look at what a script built.
+//
+// The drawing is reduced to primitives in world coordinates: curves become
+// polylines (sampled along their parameter), 3D faces become polygons, and
+// every other entity (block references, the duct solids) is exploded until
+// only those remain. Each view projects the primitives, sorts them back to
+// front and paints them (the painter's way of removing hidden surfaces),
+// faces shaded by the angle between their normal and the light.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/arx.h"
+
+namespace vantry::render {
+
+struct Rgb {
+  double r = 0, g = 0, b = 0;
+};
+
+// One thing to draw, in world coordinates: a polyline (open or closed), a
+// filled face (three or four corners), or a text at a point.
+struct Primitive {
+  enum Kind { Polyline, Face, Text };
+  Kind kind = Polyline;
+  std::vector<AcGePoint3d> points;
+  bool closed = false;
+  Rgb color;
+  std::wstring text;   // Text only
+  double height = 0;   // Text only
+};
+
+// The model space of db as primitives.
+std::vector<Primitive> collectModelSpace(AcDbDatabase *db);
+
+enum class View { Plan, Isometric };
+
+struct Options {
+  int width = 1600, height = 800;  // the whole picture
+  bool plan = true, isometric = true;  // panels side by side, plan first
+};
+
+// The picture as 32-bit ARGB pixels, row by row.
+struct Picture {
+  int width = 0, height = 0;
+  std::vector<uint32_t> pixels;
+  uint32_t at(int x, int y) const { return pixels[size_t(y) * size_t(width) + size_t(x)]; }
+};
+
+// Where a world point lands in a panel of the picture drawn with the same
+// primitives and options (for tests and for labelling).
+struct Placement {
+  double scale = 1, offsetX = 0, offsetY = 0;  // pixel = offset + scale * view coordinate
+  int panelX = 0, panelWidth = 0, height = 0;
+  View view = View::Plan;
+  void toPixel(const AcGePoint3d &p, double &x, double &y) const;
+};
+
+Picture draw(const std::vector<Primitive> &primitives, const Options &options,
+             std::vector<Placement> *placements = nullptr);
+
+// Draws db's model space to a PNG file; false with *error when it cannot.
+bool writePng(AcDbDatabase *db, const std::string &path, const Options &options, std::string *error);
+
+}  // namespace vantry::render

@@ -1,0 +1,169 @@
+// Pictures: what the scene collector makes of a drawing, and whether the
+// painted views put things where they belong, nearer faces over farther ones.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+
+#include "host/db_internal.h"
+#include "render/render.h"
+
+namespace vantry::render {
+namespace {
+
+AcDbObjectId append(AcDbDatabase &db, AcDbEntity *ent, const ACHAR *space = ACDB_MODEL_SPACE) {
+  AcDbBlockTableRecord *ms = nullptr;
+  EXPECT_EQ(acdbOpenObject(ms, vantry::host::recordId(db.blockTableId(), space), AcDb::kForWrite), Acad::eOk);
+  AcDbObjectId id;
+  EXPECT_EQ(ms->appendAcDbEntity(id, ent), Acad::eOk);
+  ent->close();
+  ms->close();
+  return id;
+}
+
+double red(uint32_t argb) { return ((argb >> 16) & 0xff) / 255.0; }
+double green(uint32_t argb) { return ((argb >> 8) & 0xff) / 255.0; }
+double blue(uint32_t argb) { return (argb & 0xff) / 255.0; }
+bool isBackground(uint32_t argb) { return (argb & 0xffffff) == 0xffffff; }
+
+TEST(RenderScene, CurvesAreSampledFacesKeptReferencesExploded) {
+  AcDbDatabase db;
+  append(db, new AcDbLine(AcGePoint3d(0, 0, 0), AcGePoint3d(10, 0, 0)));
+  append(db, new AcDbCircle(AcGePoint3d(5, 5, 0), AcGeVector3d::kZAxis, 2));
+  append(db, new AcDbFace(AcGePoint3d(0, 0, 1), AcGePoint3d(1, 0, 1), AcGePoint3d(0, 1, 1)));
+  // A block of one line, referenced twice: two polylines, moved.
+  AcDbBlockTable *bt = nullptr;
+  ASSERT_EQ(db.getBlockTable(bt, AcDb::kForWrite), Acad::eOk);
+  auto *block = new AcDbBlockTableRecord;
+  block->setName(L"MARK");
+  AcDbObjectId blockId;
+  ASSERT_EQ(bt->add(blockId, block), Acad::eOk);
+  bt->close();
+  auto *inBlock = new AcDbLine(AcGePoint3d(0, 0, 0), AcGePoint3d(0, 1, 0));
+  ASSERT_EQ(block->appendAcDbEntity(inBlock), Acad::eOk);
+  inBlock->close();
+  block->close();
+  append(db, new AcDbBlockReference(AcGePoint3d(20, 0, 0), blockId));
+  append(db, new AcDbBlockReference(AcGePoint3d(30, 0, 0), blockId));
+  // Paper space is not drawn.
+  append(db, new AcDbLine(AcGePoint3d(0, 0, 0), AcGePoint3d(1, 1, 0)), ACDB_PAPER_SPACE);
+
+  std::vector<Primitive> prims = collectModelSpace(&db);
+  ASSERT_EQ(prims.size(), 5u);
+  EXPECT_EQ(prims[0].points.size(), 2u);  // a line is one piece
+  EXPECT_FALSE(prims[0].closed);
+  // The circle: closed, every sample on it.
+  EXPECT_TRUE(prims[1].closed);
+  EXPECT_GE(prims[1].points.size(), 60u);
+  for (const AcGePoint3d &p : prims[1].points) EXPECT_NEAR(p.distanceTo(AcGePoint3d(5, 5, 0)), 2, 1e-9);
+  // The triangle keeps three corners, not the repeated fourth.
+  EXPECT_EQ(prims[2].kind, Primitive::Face);
+  EXPECT_EQ(prims[2].points.size(), 3u);
+  EXPECT_NEAR(prims[3].points[1].x, 20, 1e-12);
+  EXPECT_NEAR(prims[3].points[1].y, 1, 1e-12);
+  EXPECT_NEAR(prims[4].points[0].x, 30, 1e-12);
+}
+
+TEST(RenderScene, ColoursComeFromTheEntityOrItsLayer) {
+  AcDbDatabase db;
+  auto *redLine = new AcDbLine(AcGePoint3d(0, 0, 0), AcGePoint3d(1, 0, 0));
+  redLine->setDatabaseDefaults(&db);
+  redLine->setColorIndex(1);
+  append(db, redLine);
+  append(db, new AcDbLine(AcGePoint3d(0, 0, 0), AcGePoint3d(0, 1, 0)));  // by layer "0": white/black
+  std::vector<Primitive> prims = collectModelSpace(&db);
+  ASSERT_EQ(prims.size(), 2u);
+  EXPECT_GT(prims[0].color.r, 0.7);
+  EXPECT_LT(prims[0].color.g, 0.3);
+  EXPECT_LT(prims[1].color.r + prims[1].color.g + prims[1].color.b, 0.5);
+}
+
+// Two squares over the same place, the red one above (z = 1) the blue one
+// (z = 0): both views must show red where they overlap, whatever order they
+// come in, and blue where only the blue one is.
+TEST(RenderPicture, NearerFacesHideFartherOnes) {
+  auto square = [](double z, double x0, Rgb color) {
+    Primitive p;
+    p.kind = Primitive::Face;
+    p.color = color;
+    p.points = {{x0, 0, z}, {x0 + 10, 0, z}, {x0 + 10, 10, z}, {x0, 10, z}};
+    return p;
+  };
+  for (bool redFirst : {true, false}) {
+    std::vector<Primitive> prims;
+    Primitive redSquare = square(1, 0, {1, 0, 0}), blueSquare = square(0, 5, {0, 0, 1});
+    if (redFirst) {
+      prims = {redSquare, blueSquare};
+    } else {
+      prims = {blueSquare, redSquare};
+    }
+    std::vector<Placement> placements;
+    Picture pic = draw(prims, Options{}, &placements);
+    ASSERT_EQ(placements.size(), 2u);
+    for (const Placement &pl : placements) {
+      double x, y;
+      pl.toPixel(AcGePoint3d(7.5, 5, 1), x, y);  // in both squares: red on top
+      uint32_t over = pic.at(int(x), int(y));
+      EXPECT_GT(red(over), 0.3) << redFirst;
+      EXPECT_LT(blue(over), 0.05) << redFirst;
+      pl.toPixel(AcGePoint3d(13, 5, 0), x, y);  // the blue one alone
+      uint32_t alone = pic.at(int(x), int(y));
+      EXPECT_GT(blue(alone), 0.3) << redFirst;
+      EXPECT_LT(red(alone), 0.05) << redFirst;
+      // Just outside both: background, inside the panel (fitted, not cropped).
+      pl.toPixel(AcGePoint3d(-0.3, 5, 1), x, y);
+      EXPECT_TRUE(isBackground(pic.at(int(x), int(y))));
+      EXPECT_GE(x, pl.panelX);
+      pl.toPixel(AcGePoint3d(15, 10, 0), x, y);
+      EXPECT_LT(x, pl.panelX + pl.panelWidth);
+    }
+  }
+}
+
+// A face seen edge-on in plan (vertical) is darker there than one facing the
+// viewer; the shading follows the light, not the order of the corners.
+TEST(RenderPicture, ShadingFollowsTheFaceNormalOnBothSides) {
+  Primitive flat;
+  flat.kind = Primitive::Face;
+  flat.color = {0, 1, 0};
+  flat.points = {{0, 0, 0}, {10, 0, 0}, {10, 10, 0}, {0, 10, 0}};
+  Primitive flipped = flat;
+  std::reverse(flipped.points.begin(), flipped.points.end());
+  Options plan;
+  plan.isometric = false;
+  std::vector<Placement> pl1, pl2;
+  Picture a = draw({flat}, plan, &pl1), b = draw({flipped}, plan, &pl2);
+  double x, y;
+  pl1[0].toPixel(AcGePoint3d(5, 5, 0), x, y);
+  EXPECT_NEAR(green(a.at(int(x), int(y))), green(b.at(int(x), int(y))), 1e-9);
+  EXPECT_GT(green(a.at(int(x), int(y))), 0.35);
+}
+
+TEST(RenderFile, WritesAPngAndKeepsTheOldOneOnFailure) {
+  AcDbDatabase db;
+  append(db, new AcDbLine(AcGePoint3d(0, 0, 0), AcGePoint3d(10, 3, 0)));
+  std::filesystem::path dir = std::filesystem::temp_directory_path() / "vantry_render_test";
+  std::filesystem::create_directories(dir);
+  std::string png = (dir / "plan.png").string();
+  std::string error;
+  ASSERT_TRUE(writePng(&db, png, Options{}, &error)) << error;
+  FILE *f = std::fopen(png.c_str(), "rb");
+  ASSERT_NE(f, nullptr);
+  unsigned char sig[8] = {};
+  EXPECT_EQ(std::fread(sig, 1, 8, f), 8u);
+  std::fclose(f);
+  EXPECT_EQ(sig[1], 'P');
+  EXPECT_EQ(sig[2], 'N');
+  auto size = std::filesystem::file_size(png);
+  Options bad;
+  bad.width = 0;
+  EXPECT_FALSE(writePng(&db, png, bad, &error));
+  EXPECT_NE(error.find("size"), std::string::npos);
+  EXPECT_FALSE(writePng(&db, (dir / "no/such/dir.png").string(), Options{}, &error));
+  EXPECT_EQ(std::filesystem::file_size(png), size);
+  std::filesystem::remove_all(dir);
+}
+
+}  // namespace
+}  // namespace vantry::render
