@@ -13,6 +13,9 @@
 //   --no-module      do not load the product module
 //   --step FILE      after the scripts, write every duct solid of the current
 //                    drawing to FILE as STEP (through the solid module)
+//   --drawing FILE   open the drawing FILE (DXF) as the first document,
+//                    before the modules load and the scripts run
+//   --save FILE      after the scripts, save the current drawing as FILE (DXF)
 //
 // The transcript (everything the host's command line shows) goes to
 // standard output. The exit status is 0 when every script ran to its end and
@@ -46,13 +49,15 @@ struct Options {
   std::vector<std::string> dialogAnswers;
   std::vector<std::string> modules;
   std::string stepFile;
+  std::string drawing, saveAs;
   bool productModule = true;
 };
 
 int usage() {
   std::fprintf(
       stderr,
-      "usage: vantry [--input FILE] [--dialog TEXT] [--module NAME] [--no-module] [--step FILE] run FILE...\n"
+      "usage: vantry [--input FILE] [--dialog TEXT] [--module NAME] [--no-module] [--step FILE]\n"
+      "              [--drawing IN.dxf] [--save OUT.dxf] run FILE...\n"
       "       vantry [options] -e EXPR\n"
       "       vantry [options] repl\n");
   return 2;
@@ -147,7 +152,16 @@ int session(const Options &opt) {
     std::fwrite(out.data(), 1, out.size(), stdout);
     std::fflush(stdout);
   };
-  s.newDocument(L"");
+  if (!opt.drawing.empty()) {
+    FILE *in = std::fopen(opt.drawing.c_str(), "rb");
+    if (in) std::fclose(in);
+    if (!in || !s.newDocument(lisp::fromUtf8(opt.drawing))) {
+      std::fprintf(stderr, "vantry: cannot open the drawing %s\n", opt.drawing.c_str());
+      return 2;
+    }
+  } else {
+    s.newDocument(L"");
+  }
   if (opt.productModule) s.loadModule(kProductModule, false);
   for (const std::string &m : opt.modules) {
     if (!s.loadModule(lisp::fromUtf8(m), false)) {
@@ -168,6 +182,15 @@ int session(const Options &opt) {
   else
     status = vantry::cli::repl(in);
   if (status == 0 && !opt.stepFile.empty()) status = exportStep(s.current()->lisp(), opt.stepFile);
+  if (status == 0 && !opt.saveAs.empty()) {
+    if (!s.current()) {
+      std::fprintf(stderr, "vantry: --save: no drawing is open\n");
+      status = 1;
+    } else if (!s.save(s.current(), lisp::fromUtf8(opt.saveAs))) {
+      std::fprintf(stderr, "vantry: cannot save the drawing as %s\n", opt.saveAs.c_str());
+      status = 1;
+    }
+  }
 
   // Quitting the host: every document goes, then every module.
   while (!s.documents().empty()) s.close(s.documents().back().get());
@@ -201,6 +224,9 @@ int main(int argc, char **argv) {
     } else if (a == "--step") {
       if (i + 1 >= argc) return usage();
       opt.stepFile = argv[++i];
+    } else if (a == "--drawing" || a == "--save") {
+      if (i + 1 >= argc) return usage();
+      (a == "--drawing" ? opt.drawing : opt.saveAs) = argv[++i];
     } else if (a == "--no-module") {
       opt.productModule = false;
     } else if (a == "run") {

@@ -1,5 +1,7 @@
 // The drawing database: its object store, its default contents and settings.
 #include <cwctype>
+#include <functional>
+#include <map>
 
 #include "host/db_internal.h"
 #include "host/lisp/lisp.h"
@@ -7,6 +9,13 @@
 using vantry::host::DbAccess;
 
 namespace vantry::host {
+
+// Chooses the handle an object joins a database with, while a drawing file
+// is read into it (0: the next new handle). Declared where it is used
+// (host/dxf_internal.h); null removes the chooser.
+using HandleChooser = std::function<uint64_t(const AcDbObject *)>;
+void setHandleChooser(const AcDbDatabase *db, HandleChooser chooser);
+
 namespace {
 
 // Databases by serial; a deleted database leaves null behind. Serials are
@@ -31,15 +40,45 @@ AcDbDatabase *databaseBySerial(int64_t serial) {
   return serial > 0 && size_t(serial) <= r.size() ? r[size_t(serial - 1)] : nullptr;
 }
 
+namespace {
+
+std::map<const AcDbDatabase *, HandleChooser> &choosers() {
+  static auto *m = new std::map<const AcDbDatabase *, HandleChooser>();
+  return *m;
+}
+
+// The stub a joining object takes: the free stub of the handle the chooser
+// answers (one the reader reserved), else a new one at the end.
+AcDbStub *stubFor(AcDbDatabase *db, const AcDbObject *obj) {
+  auto &stubs = db->impl()->stubs;
+  if (!choosers().empty()) {
+    auto it = choosers().find(db);
+    uint64_t h = it == choosers().end() ? 0 : it->second(obj);
+    if (h > 0 && h <= stubs.size() && !stubs[size_t(h - 1)].obj) return &stubs[size_t(h - 1)];
+  }
+  stubs.push_back(AcDbStub{db, nullptr, stubs.size() + 1});
+  return &stubs.back();
+}
+
+}  // namespace
+
+void setHandleChooser(const AcDbDatabase *db, HandleChooser chooser) {
+  if (chooser)
+    choosers()[db] = std::move(chooser);
+  else
+    choosers().erase(db);
+}
+
 AcDbObjectId DbAccess::addToDatabase(AcDbDatabase *db, AcDbObject *obj, AcDbObjectId owner,
                                      bool openForWrite) {
-  auto &stubs = db->impl()->stubs;
-  stubs.push_back(AcDbStub{db, obj, stubs.size() + 1});
-  obj->stub_ = &stubs.back();
+  AcDbStub *stub = stubFor(db, obj);
+  stub->obj = obj;
+  obj->stub_ = stub;
   obj->owner_ = owner;
   obj->writer_ = openForWrite;
   obj->readers_ = 0;
   obj->subJoinedDatabase();
+  noteWritten(obj->stub_);
   return AcDbObjectId(obj->stub_);
 }
 

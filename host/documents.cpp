@@ -13,9 +13,9 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 
 #include "engine/engine.h"
+#include "host/dxf.h"
 #include "host/session.h"
 #include "host/standin.h"
 
@@ -128,6 +128,8 @@ void Session::print(std::wstring_view text) {
   if (echo) echo(text);
 }
 
+// A path that names an existing file opens that drawing: a drawing file that
+// cannot be read is reported on the transcript and no document is made.
 Document *Session::newDocument(const std::wstring &path) {
   std::wstring full, title;
   if (path.empty()) {
@@ -137,7 +139,18 @@ Document *Session::newDocument(const std::wstring &path) {
     full = absolutePath(path);
     title = titleOf(full);
   }
-  documents_.push_back(std::make_unique<Document>(full, title));
+  auto made = std::make_unique<Document>(full, title);
+  std::string native = lisp::toUtf8(full);
+  std::error_code ec;
+  if (!path.empty() && fs::is_regular_file(native, ec)) {
+    std::wstring why;
+    if (openDxf(native, made->database(), &why) != Acad::eOk) {
+      print(L"\nCannot open the drawing \"" + full + L"\": " + why + L"\n");
+      return nullptr;
+    }
+    if (!why.empty()) print(L"\n" + title + L": " + why + L" (kinds this host does not keep).\n");
+  }
+  documents_.push_back(std::move(made));
   Document *doc = documents_.back().get();
   activate(doc);
   broadcast(AcRx::kLoadDwgMsg);
@@ -191,9 +204,8 @@ Document *Session::documentOf(const AcDbDatabase *db) const {
   return nullptr;
 }
 
-// The drawing itself is not written yet (the drawing writer comes with the
-// drawing database): saving makes sure a file of that name exists and never
-// truncates an existing one, so that saving over a real drawing loses nothing.
+// Writes the drawing file (host/dxf.h): written beside the target and renamed
+// over it when complete, so a failed save loses nothing.
 bool Session::save(Document *doc, const std::wstring &name) {
   if (!doc) doc = current_;
   if (!doc) return false;
@@ -201,18 +213,11 @@ bool Session::save(Document *doc, const std::wstring &name) {
   std::vector<AcEditorReactor *> reactors = editorReactors;
   for (AcEditorReactor *r : reactors) r->beginSave(doc->database(), target.c_str());
 
-  std::string native = lisp::toUtf8(target);
-  bool ok = true;
-  std::error_code ec;
-  if (!fs::exists(native, ec)) {
-    std::ofstream out(native, std::ios::binary);
-    ok = bool(out);
-  } else {
-    ok = fs::is_regular_file(native, ec);
-  }
-  if (!ok) {
-    print(L"\nUnable to save the drawing as \"" + target + L"\".\n");
-    for (AcEditorReactor *r : editorReactors) r->abortSave(doc->database());
+  std::wstring why;
+  if (saveDxf(doc->database(), lisp::toUtf8(target), &why) != Acad::eOk) {
+    print(L"\nUnable to save the drawing as \"" + target + L"\": " + why + L"\n");
+    reactors = editorReactors;
+    for (AcEditorReactor *r : reactors) r->abortSave(doc->database());
     return false;
   }
   if (target != doc->fileName()) {

@@ -46,9 +46,9 @@ Value newDocumentFn(Interp &in, const Value *args, int nargs) {
   return title(session().newDocument(path));
 }
 
-// (host:open-document path): opens an existing drawing file, or makes an
-// already open one current. The drawing's contents are not read yet; the
-// document starts empty. nil when no such file exists.
+// (host:open-document path): opens an existing drawing file (reading its
+// drawing), or makes an already open one current. nil when no such file
+// exists or it cannot be read (the transcript says why).
 Value openDocumentFn(Interp &in, const Value *args, int nargs) {
   lisp::needArgs(in, nargs, 1, 1);
   const std::wstring &path = lisp::strArg(in, args[0]);
@@ -65,7 +65,8 @@ Value openDocumentFn(Interp &in, const Value *args, int nargs) {
     return Value();
   }
   fclose(f);
-  return title(session().newDocument(full));
+  Document *doc = session().newDocument(full);
+  return doc ? title(doc) : Value();
 }
 
 Value activateFn(Interp &in, const Value *args, int nargs) {
