@@ -382,6 +382,8 @@ Value chainToValue(Interp &in, const resbuf *rb) {
   return b.take();
 }
 
+void installSelectionLisp(Interp &in);  // host/ss_lisp.cpp
+
 void installHostLisp(Interp &in) {
   in.callExternal = callExternal;
   in.supportPath = supportDirectories;
@@ -389,6 +391,7 @@ void installHostLisp(Interp &in) {
   installEditorInput(in);
   installHostFunctions(in);
   installEntityLisp(in);
+  installSelectionLisp(in);
 }
 
 }  // namespace vantry::host

@@ -37,9 +37,30 @@ struct AcDbDatabase::Impl {
   double textsize = 2.5;
   Adesk::Int16 splinesegs = 8, splinetype = 6;
   std::unique_ptr<AcTransactionManager> transactions;
+  // Objects written since the selection index last looked (host/ss_index.cpp).
+  // While `tracking`, every open for write, write close and join records the
+  // object's stub (noteWritten); past a limit the list is dropped, tracking
+  // stops and `touchOverflow` makes the index rebuild in full.
+  bool tracking = false;
+  bool touchOverflow = false;
+  std::vector<AcDbStub *> touched;
 };
 
 namespace vantry::host {
+
+// Records that an object of a database may have changed (see Impl::touched).
+inline void noteWritten(AcDbStub *s) {
+  if (!s || !s->db) return;
+  AcDbDatabase::Impl *d = s->db->impl();
+  if (!d->tracking) return;
+  if (d->touched.size() >= 4096 && d->touched.size() >= d->stubs.size() / 4) {
+    d->touched.clear();
+    d->touchOverflow = true;
+    d->tracking = false;
+    return;
+  }
+  d->touched.push_back(s);
+}
 
 // Reaches the private parts of database classes for the store and the
 // host's own operations.
@@ -50,8 +71,10 @@ struct DbAccess {
   static AcDbObjectId addToDatabase(AcDbDatabase *db, AcDbObject *obj, AcDbObjectId owner, bool openForWrite);
   // Counts one more open of o in mode; the caller has checked the conflicts.
   static Acad::ErrorStatus open(AcDbObject *o, AcDb::OpenMode mode, int maxReaders) {
-    if (mode == AcDb::kForWrite)
+    if (mode == AcDb::kForWrite) {
       o->writer_ = true;
+      noteWritten(o->stub_);
+    }
     else if (mode == AcDb::kForNotify)
       ++o->notifiers_;
     else if (o->readers_ >= maxReaders)

@@ -105,6 +105,7 @@ Acad::ErrorStatus AcDbObject::close() {
   if (!stub_) return Acad::eOk;  // not in a database: the maker deletes it
   if (writer_) {
     writer_ = false;
+    vantry::host::noteWritten(stub_);
     return Acad::eOk;
   }
   if (readers_ > 0) {
@@ -125,6 +126,7 @@ Acad::ErrorStatus AcDbObject::upgradeOpen() {
   if (readers_ > 1) return Acad::eHadMultipleReaders;
   readers_ = 0;
   writer_ = true;
+  vantry::host::noteWritten(stub_);
   return Acad::eOk;
 }
 
