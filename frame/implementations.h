@@ -88,6 +88,32 @@ int ol_ol_GetGroup();
 int ol_ol_setGroupSelectable();
 int AcDbLeader_create();
 
+// Selection sets and picking (drawing/selection.cpp).
+int ssgetC();
+int ssgetCP();
+int ssgetPK();
+int ssgetX_all();
+int ssgetX_block();
+int ssgetX_circle();
+int ssgetX_polyline();
+int ol_ol_entsel();
+
+// Point input (drawing/point_input.cpp).
+int ol_ol_getPoint();
+int ol_ol_getPoint_withKWords();
+int ol_ol_getCorner();
+
+// Jigs (drawing/jigs.cpp) and the jig timer (drawing/jig_timer.cpp).
+int AcDbBlockReference_Jig();
+int RectangleJig();
+int ol_ol_lineJig();
+int ol_ol_textJig();
+int ol_ol_rotateJig();
+int ol_ol_multiRotateJig();
+int ol_ol_multiMoveJig();
+int ol_ol_createJigTimer();
+int ol_ol_killJigTimer();
+
 // Numbers (drawing/numbers.cpp).
 int asin();
 int acos();
