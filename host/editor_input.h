@@ -18,7 +18,15 @@
 
 #include "host/arx.h"
 
+namespace vantry::host {
+struct InputItem;
+}
+
 namespace vantry::host::editor {
+
+// An answer as the command line echoes it: a point as "x,y,z", text as
+// typed, "*Cancel*" for Esc, nothing for Enter.
+std::wstring echoOf(const InputItem &item);
 
 // initget bits.
 enum : int {

@@ -60,20 +60,6 @@ std::wstring number(double v) {
   return buf;
 }
 
-std::wstring echoOf(const InputItem &item) {
-  switch (item.kind) {
-    case InputItem::Point:
-    case InputItem::Pick:
-      return number(item.pt[0]) + L"," + number(item.pt[1]) + L"," + number(item.pt[2]);
-    case InputItem::Text:
-      return item.text;
-    case InputItem::Cancel:
-      return L"*Cancel*";
-    case InputItem::Empty:
-      break;
-  }
-  return L"";
-}
 
 int shortVar(const wchar_t *name, int fallback) {
   auto &vars = Session::get().sysvars;
@@ -106,6 +92,21 @@ double angleBetween(const Point &a, const Point &b) {
 }
 
 }  // namespace
+
+std::wstring echoOf(const InputItem &item) {
+  switch (item.kind) {
+    case InputItem::Point:
+    case InputItem::Pick:
+      return number(item.pt[0]) + L"," + number(item.pt[1]) + L"," + number(item.pt[2]);
+    case InputItem::Text:
+      return item.text;
+    case InputItem::Cancel:
+      return L"*Cancel*";
+    case InputItem::Empty:
+      break;
+  }
+  return L"";
+}
 
 // --- Requests --------------------------------------------------------------------------
 

@@ -35,28 +35,6 @@ namespace {
 
 resbuf *(*keywordCallback)(const ACHAR *) = nullptr;
 
-std::wstring number(double v) {
-  if (v == 0) v = 0;
-  wchar_t buf[64];
-  swprintf(buf, 64, L"%.10g", v);
-  return buf;
-}
-
-std::wstring echoOf(const InputItem &item) {
-  switch (item.kind) {
-    case InputItem::Point:
-    case InputItem::Pick:
-      return number(item.pt[0]) + L"," + number(item.pt[1]) + L"," + number(item.pt[2]);
-    case InputItem::Text:
-      return item.text;
-    case InputItem::Cancel:
-      return L"*Cancel*";
-    case InputItem::Empty:
-      break;
-  }
-  return L"";
-}
-
 std::wstring option(const std::wstring &text) {
   std::wstring t = lisp::upcase(text);
   t.erase(std::remove_if(t.begin(), t.end(), [](wchar_t c) { return std::iswspace(c); }), t.end());
@@ -105,7 +83,7 @@ std::optional<P2> Run::point(const wchar_t *prompt, int &status) {
   for (;;) {
     s_.print(prompt);
     InputItem item = s_.nextInput();
-    s_.print(echoOf(item) + L"\n");
+    s_.print(editor::echoOf(item) + L"\n");
     if (item.kind == InputItem::Cancel) {
       status = RTCAN;
       return std::nullopt;
@@ -213,7 +191,7 @@ int Run::go(std::vector<AcDbObjectId> &out) {
     }
     s_.print(prompt);
     InputItem item = s_.nextInput();
-    s_.print(echoOf(item) + L"\n");
+    s_.print(editor::echoOf(item) + L"\n");
     if (item.kind == InputItem::Cancel) return RTCAN;
     if (item.kind == InputItem::Empty) break;
     std::optional<P2> at;

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <limits>
 
+#include "host/lisp/lisp.h"
 #include "render/render.h"
 
 namespace vantry::render {
@@ -203,22 +204,11 @@ class Painter {
     Projected at = project(p.points[0]);
     double size = p.height * placement_.scale;
     if (size < 4) return;  // unreadable at this scale
-    std::string utf8;
-    for (wchar_t c : p.text) {
-      if (c < 0x80) {
-        utf8 += char(c);
-      } else if (c < 0x800) {
-        utf8 += char(0xC0 | (c >> 6)), utf8 += char(0x80 | (c & 0x3F));
-      } else {
-        utf8 += char(0xE0 | ((c >> 12) & 0x0F)), utf8 += char(0x80 | ((c >> 6) & 0x3F));
-        utf8 += char(0x80 | (c & 0x3F));
-      }
-    }
     cairo_set_source_rgb(cr, p.color.r, p.color.g, p.color.b);
     cairo_select_font_face(cr, "sans-serif", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
     cairo_set_font_size(cr, size);
     cairo_move_to(cr, at.x, at.y + size);  // the text hangs from its location
-    cairo_show_text(cr, utf8.c_str());
+    cairo_show_text(cr, lisp::toUtf8(p.text).c_str());
   }
 
   Canvas &canvas_;
