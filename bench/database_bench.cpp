@@ -364,7 +364,9 @@ struct PythonFigure {
 const std::map<std::string, PythonFigure> &pythonFigures() {
   static std::map<std::string, PythonFigure> figures = [] {
     std::map<std::string, PythonFigure> out;
-    std::string script = (std::filesystem::path(__FILE__).parent_path() / "python_sqlite.py").string();
+    // By the source tree's absolute path: the compiler cache may have made
+    // __FILE__ relative to the build tree.
+    std::string script = std::string(VANTRY_SOURCE_DIR) + "/bench/python_sqlite.py";
     std::string cmd = "/usr/bin/python3 '" + script + "' '" + files().walk + "' '" + files().pyAppend + "' " +
                       std::to_string(kPythonAppends);
     FILE *p = popen(cmd.c_str(), "r");

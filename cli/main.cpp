@@ -3,6 +3,8 @@
 //   vantry [options] run FILE...   run scripts in one session, in order
 //   vantry [options] -e EXPR       evaluate EXPR and print its value
 //   vantry [options] repl          read-eval-print loop with line editing
+//   vantry [options] render IN.dxf OUT.png
+//                                  draw a drawing to a PNG picture
 //
 // Options:
 //   --input FILE     queue the person's answers read from FILE (LISP data:
@@ -16,6 +18,8 @@
 //   --drawing FILE   open the drawing FILE (DXF) as the first document,
 //                    before the modules load and the scripts run
 //   --save FILE      after the scripts, save the current drawing as FILE (DXF)
+//   --png FILE       after the scripts, draw the current drawing to FILE (PNG)
+//   --view VIEW      what pictures show: plan, isometric or both (the default)
 //
 // The transcript (everything the host's command line shows) goes to
 // standard output. The exit status is 0 when every script ran to its end and
@@ -33,6 +37,7 @@
 
 #include "cli/repl.h"
 #include "host/session.h"
+#include "render/render.h"
 
 namespace {
 
@@ -49,7 +54,8 @@ struct Options {
   std::vector<std::string> dialogAnswers;
   std::vector<std::string> modules;
   std::string stepFile;
-  std::string drawing, saveAs;
+  std::string drawing, saveAs, png;
+  vantry::render::Options picture;
   bool productModule = true;
 };
 
@@ -57,9 +63,11 @@ int usage() {
   std::fprintf(
       stderr,
       "usage: vantry [--input FILE] [--dialog TEXT] [--module NAME] [--no-module] [--step FILE]\n"
-      "              [--drawing IN.dxf] [--save OUT.dxf] run FILE...\n"
+      "              [--drawing IN.dxf] [--save OUT.dxf] [--png OUT.png]\n"
+      "              [--view plan|isometric|both] run FILE...\n"
       "       vantry [options] -e EXPR\n"
-      "       vantry [options] repl\n");
+      "       vantry [options] repl\n"
+      "       vantry [options] render IN.dxf OUT.png\n");
   return 2;
 }
 
@@ -179,9 +187,19 @@ int session(const Options &opt) {
     status = runScripts(in, opt.files);
   else if (opt.command == "-e")
     status = evalExpression(in, opt.expr);
-  else
+  else if (opt.command == "repl")
     status = vantry::cli::repl(in);
   if (status == 0 && !opt.stepFile.empty()) status = exportStep(s.current()->lisp(), opt.stepFile);
+  if (status == 0 && !opt.png.empty()) {
+    std::string error;
+    if (!s.current()) {
+      std::fprintf(stderr, "vantry: --png: no drawing is open\n");
+      status = 1;
+    } else if (!vantry::render::writePng(s.current()->database(), opt.png, opt.picture, &error)) {
+      std::fprintf(stderr, "vantry: %s\n", error.c_str());
+      status = 1;
+    }
+  }
   if (status == 0 && !opt.saveAs.empty()) {
     if (!s.current()) {
       std::fprintf(stderr, "vantry: --save: no drawing is open\n");
@@ -224,9 +242,17 @@ int main(int argc, char **argv) {
     } else if (a == "--step") {
       if (i + 1 >= argc) return usage();
       opt.stepFile = argv[++i];
-    } else if (a == "--drawing" || a == "--save") {
+    } else if (a == "--drawing" || a == "--save" || a == "--png") {
       if (i + 1 >= argc) return usage();
-      (a == "--drawing" ? opt.drawing : opt.saveAs) = argv[++i];
+      (a == "--drawing" ? opt.drawing : a == "--save" ? opt.saveAs : opt.png) = argv[++i];
+    } else if (a == "--view") {
+      if (i + 1 >= argc) return usage();
+      std::string v = argv[++i];
+      if (v != "plan" && v != "isometric" && v != "both") return usage();
+      opt.picture.plan = v != "isometric";
+      opt.picture.isometric = v != "plan";
+      // One view alone is drawn square rather than stretched across two panels.
+      if (v != "both") opt.picture.width = opt.picture.height;
     } else if (a == "--no-module") {
       opt.productModule = false;
     } else if (a == "run") {
@@ -239,6 +265,14 @@ int main(int argc, char **argv) {
       opt.expr = argv[++i];
     } else if (a == "repl") {
       opt.command = "repl";
+    } else if (a == "render") {
+      // A drawing opened, drawn and closed: the same as --drawing IN --png OUT
+      // with no script.
+      if (i + 3 != argc) return usage();
+      opt.command = "render";
+      opt.drawing = argv[i + 1];
+      opt.png = argv[i + 2];
+      break;
     } else {
       return usage();
     }
