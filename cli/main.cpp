@@ -60,14 +60,13 @@ struct Options {
 };
 
 int usage() {
-  std::fprintf(
-      stderr,
-      "usage: vantry [--input FILE] [--dialog TEXT] [--module NAME] [--no-module] [--step FILE]\n"
-      "              [--drawing IN.dxf] [--save OUT.dxf] [--png OUT.png]\n"
-      "              [--view plan|isometric|both] run FILE...\n"
-      "       vantry [options] -e EXPR\n"
-      "       vantry [options] repl\n"
-      "       vantry [options] render IN.dxf OUT.png\n");
+  std::fprintf(stderr,
+               "usage: vantry [--input FILE] [--dialog TEXT] [--module NAME] [--no-module] [--step FILE]\n"
+               "              [--drawing IN.dxf] [--save OUT.dxf] [--png OUT.png]\n"
+               "              [--view plan|isometric|both] run FILE...\n"
+               "       vantry [options] -e EXPR\n"
+               "       vantry [options] repl\n"
+               "       vantry [options] render IN.dxf OUT.png\n");
   return 2;
 }
 

@@ -151,7 +151,12 @@ class Painter {
     // for a picture); the light comes from over the viewer's left shoulder.
     AcGeVector3d light = (axes_.toViewer * 1.0 + axes_.up * 0.6 - axes_.right * 0.4).normal();
     double k = 0.35 + 0.65 * std::fabs(normalOf(p.points).dotProduct(light));
-    uint32_t c = Canvas::pack({p.color.r * k, p.color.g * k, p.color.b * k});
+    // Colour 7 is drawn black on the white ground, which no shading can
+    // lighten: its faces take a light steel grey instead, as a shaded view
+    // shows them, and its lines stay black.
+    Rgb base = p.color;
+    if (std::max({base.r, base.g, base.b}) < 0.2) base = {0.72, 0.75, 0.80};
+    uint32_t c = Canvas::pack({base.r * k, base.g * k, base.b * k});
     Projected a = project(p.points[0]);
     for (size_t i = 2; i < p.points.size(); ++i) fillTriangle(a, project(p.points[i - 1]), project(p.points[i]), c);
   }

@@ -106,6 +106,40 @@ TEST_F(Cli, StepExportNeedsTheSolidModule) {
   EXPECT_FALSE(fs::exists(dir / "out.step"));
 }
 
+// The width and height of a PNG file from its header; 0 x 0 when it is not one.
+std::pair<int, int> pngSize(const fs::path &file) {
+  std::ifstream in(file, std::ios::binary);
+  unsigned char h[24] = {};
+  if (!in.read(reinterpret_cast<char *>(h), sizeof h) || h[1] != 'P' || h[2] != 'N' || h[3] != 'G')
+    return {0, 0};
+  auto be = [&](int at) { return (h[at] << 24) | (h[at + 1] << 16) | (h[at + 2] << 8) | h[at + 3]; };
+  return {be(16), be(20)};
+}
+
+TEST_F(Cli, PicturesOfTheDrawingAfterTheScriptsAndOfASavedOne) {
+  std::string s = write("draw.lsp", "(entmake '((0 . \"LINE\") (10 0.0 0.0 0.0) (11 100.0 50.0 0.0)))\n");
+  fs::path dxf = dir / "drawn.dxf", after = dir / "after.png", again = dir / "again.png";
+  RunResult r = vantry("--no-module --save " + dxf.string() + " --png " + after.string() + " run " + s);
+  ASSERT_EQ(r.status, 0) << r.out;
+  EXPECT_EQ(pngSize(after), std::make_pair(1600, 800));  // plan and isometric side by side
+  r = vantry("--no-module --view plan render " + dxf.string() + " " + again.string());
+  ASSERT_EQ(r.status, 0) << r.out;
+  EXPECT_EQ(pngSize(again), std::make_pair(800, 800));  // one view, square
+
+  // A drawing that cannot be read, a picture that cannot be written, and bad
+  // usage are errors that say what went wrong; no picture is left behind.
+  std::string broken = write("broken.dxf", "0\nSECTION\n2\nENTITIES\n0\nLINE\n10\nnot a number\n");
+  r = vantry("--no-module render " + broken + " " + (dir / "x.png").string());
+  EXPECT_EQ(r.status, 2) << r.out;
+  EXPECT_NE(r.out.find("cannot open the drawing"), std::string::npos) << r.out;
+  EXPECT_FALSE(fs::exists(dir / "x.png"));
+  r = vantry("--no-module render " + dxf.string() + " " + (dir / "no" / "such" / "dir.png").string());
+  EXPECT_EQ(r.status, 1) << r.out;
+  EXPECT_NE(r.out.find("cannot write"), std::string::npos) << r.out;
+  EXPECT_EQ(vantry("--no-module render " + dxf.string()).status, 2);
+  EXPECT_EQ(vantry("--no-module --view sideways render " + dxf.string() + " y.png").status, 2);
+}
+
 TEST_F(Cli, RunawayRecursionEndsInALispError) {
   std::string s = write("deep.lsp", "(defun down (n) (down (1+ n)))\n(down 0)\n");
   RunResult r = vantry("--no-module run " + s);
