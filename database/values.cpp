@@ -1,6 +1,8 @@
 #include "database/values.h"
 
 #include <cstdlib>
+#include <cwchar>
+#include <vector>
 
 #include "frame/text.h"
 #include "frame/value_list.h"
@@ -34,6 +36,21 @@ bool toEngineValue(const resbuf *rb, engine::Value &out) {
 }
 
 namespace {
+
+// ASCII is copied as it stands; anything else goes through the module's
+// UTF-8 reading, so the result is the same either way.
+ACHAR *newWideString(const std::string &s) {
+  bool ascii = true;
+  for (char ch : s) ascii &= static_cast<unsigned char>(ch) < 0x80;
+  std::wstring wide;
+  if (!ascii) wide = frame::fromUtf8(s);
+  size_t n = ascii ? s.size() : wide.size();
+  auto *w = static_cast<ACHAR *>(std::malloc((n + 1) * sizeof(ACHAR)));
+  if (!w) return nullptr;
+  for (size_t i = 0; i < n; ++i) w[i] = ascii ? static_cast<ACHAR>(s[i]) : wide[i];
+  w[n] = 0;
+  return w;
+}
 
 // A result list grown at its tail one node at a time. Records reach LISP
 // through here by the hundred thousand, so nodes are made directly rather
@@ -110,21 +127,6 @@ class Chain {
   }
 
  private:
-  // ASCII is copied as it stands; anything else goes through the module's
-  // UTF-8 reading, so the result is the same either way.
-  static ACHAR *newWideString(const std::string &s) {
-    bool ascii = true;
-    for (char ch : s) ascii &= static_cast<unsigned char>(ch) < 0x80;
-    std::wstring wide;
-    if (!ascii) wide = frame::fromUtf8(s);
-    size_t n = ascii ? s.size() : wide.size();
-    auto *w = static_cast<ACHAR *>(std::malloc((n + 1) * sizeof(ACHAR)));
-    if (!w) return nullptr;
-    for (size_t i = 0; i < n; ++i) w[i] = ascii ? static_cast<ACHAR>(s[i]) : wide[i];
-    w[n] = 0;
-    return w;
-  }
-
   resbuf *head_ = nullptr, *tail_ = nullptr;
   bool ok_ = true;
 };
@@ -143,16 +145,147 @@ void appendLispValue(resbuf *&tail, const engine::Value &v) {
   while (tail->rbnext) tail = tail->rbnext;
 }
 
+namespace {
+
+// The chain of the last record returned, kept for the next one. Walks and
+// seeks return records of the same fields by the hundred thousand, and the
+// host copies a returned list, so the nodes and the field names are made
+// once per table and only the value nodes change; a text value reuses its
+// string when it fits.
+class RecordChain {
+ public:
+  ~RecordChain() { acutRelRb(head_); }
+
+  // The record's list, or null when memory ran out.
+  const resbuf *build(const engine::Record &record) {
+    if (!sameFields(record) && !rebuild(record)) return nullptr;
+    for (size_t i = 0; i < record.size(); ++i)
+      if (!setValue(slots_[i], record[i].value)) return nullptr;
+    return head_;
+  }
+
+ private:
+  struct Slot {
+    resbuf *node = nullptr;  // the value node after RTDOTE
+    size_t capacity = 0;     // characters its string can hold, with the 0
+  };
+
+  bool sameFields(const engine::Record &record) const {
+    if (!head_ || record.size() != names_.size()) return false;
+    for (size_t i = 0; i < record.size(); ++i)
+      if (record[i].name != names_[i]) return false;
+    return true;
+  }
+
+  bool rebuild(const engine::Record &record) {
+    acutRelRb(head_);
+    head_ = nullptr;
+    names_.clear();
+    slots_.clear();
+    Chain c;
+    c.add(RTLB);
+    for (const engine::Field &f : record) {
+      c.add(RTLB);
+      c.addText(f.name);
+      c.add(RTDOTE);
+      Slot slot;
+      slot.node = c.add(RTNIL);
+      c.add(RTLE);
+      slots_.push_back(slot);
+    }
+    c.add(RTLE);
+    if (!c.ok()) {
+      slots_.clear();
+      return false;
+    }
+    head_ = c.release();
+    for (const engine::Field &f : record) names_.push_back(f.name);
+    return true;
+  }
+
+  static bool setValue(Slot &slot, const engine::Value &v) {
+    resbuf *rb = slot.node;
+    bool text = v.type() == engine::ValueType::kText || v.type() == engine::ValueType::kDate;
+    if (!text && rb->restype == RTSTR) {
+      std::free(rb->resval.rstring);
+      rb->resval.rstring = nullptr;
+      slot.capacity = 0;
+    }
+    switch (v.type()) {
+      case engine::ValueType::kInteger: {
+        int32_t i = v.asInteger();
+        if (i >= -32768 && i <= 32767) {
+          rb->restype = RTSHORT;
+          rb->resval.rint = static_cast<short>(i);
+        } else {
+          rb->restype = RTLONG;
+          rb->resval.rlong = i;
+        }
+        return true;
+      }
+      case engine::ValueType::kReal:
+        rb->restype = RTREAL;
+        rb->resval.rreal = v.asReal();
+        return true;
+      case engine::ValueType::kBoolean:
+        rb->restype = v.asBoolean() ? RTT : RTNIL;
+        return true;
+      case engine::ValueType::kText:
+      case engine::ValueType::kDate:
+        return setText(slot, v.asText());
+      default:
+        rb->restype = RTNIL;
+        return true;
+    }
+  }
+
+  static bool setText(Slot &slot, const std::string &utf8) {
+    resbuf *rb = slot.node;
+    bool ascii = true;
+    for (char ch : utf8) ascii &= static_cast<unsigned char>(ch) < 0x80;
+    if (!ascii) {
+      // Rare: made afresh through the module's UTF-8 reading.
+      if (rb->restype == RTSTR) std::free(rb->resval.rstring);
+      rb->restype = RTSTR;
+      rb->resval.rstring = newWideString(utf8);
+      slot.capacity = rb->resval.rstring ? std::wcslen(rb->resval.rstring) + 1 : 0;
+      return rb->resval.rstring != nullptr;
+    }
+    size_t n = utf8.size();
+    if (rb->restype != RTSTR || slot.capacity < n + 1) {
+      if (rb->restype == RTSTR) std::free(rb->resval.rstring);
+      size_t cap = n + 1 < 32 ? 32 : n + 1;
+      rb->restype = RTSTR;
+      rb->resval.rstring = static_cast<ACHAR *>(std::malloc(cap * sizeof(ACHAR)));
+      slot.capacity = rb->resval.rstring ? cap : 0;
+      if (!rb->resval.rstring) {
+        rb->restype = RTNIL;
+        return false;
+      }
+    }
+    ACHAR *w = rb->resval.rstring;
+    for (size_t i = 0; i < n; ++i) w[i] = static_cast<ACHAR>(utf8[i]);
+    w[n] = 0;
+    return true;
+  }
+
+  resbuf *head_ = nullptr;
+  std::vector<std::string> names_;
+  std::vector<Slot> slots_;
+};
+
+}  // namespace
+
 void returnRecord(const engine::Record &record) {
   if (record.empty()) {
     acedRetNil();
     return;
   }
-  Chain c;
-  c.add(RTLB);
-  for (const engine::Field &f : record) c.addField(f.name, f.value);
-  c.add(RTLE);
-  c.returnToHost();
+  static RecordChain last;  // released when the module unloads
+  if (const resbuf *list = last.build(record))
+    acedRetList(list);
+  else
+    acedRetNil();
 }
 
 void returnValueArray(const engine::ValueArray &values) {

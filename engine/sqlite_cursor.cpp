@@ -217,12 +217,16 @@ bool SqliteEngine::Skip(int32_t count, Record *out) {
   if (count == 0) return GetRecord(out);
   const Cursor::Where where0 = c->where;
   const int64_t rowid0 = c->rowid;
-  const std::vector<RawValue> key0 = c->key;
   const std::optional<size_t> gap0 = c->gapIndex;
+  // The cursor's key changes only when a block is read, so it is kept for a
+  // retry only then: most steps are served from the block already read, and
+  // a copy of the key per step cost more than the step.
+  std::optional<std::vector<RawValue>> key0;
   for (int attempt = 0; attempt < 2; ++attempt) {
     bool fresh = !c->snapValid;
     if (fresh && !buildSnapshot(c)) return false;
-    c->where = where0, c->rowid = rowid0, c->key = key0, c->gapIndex = gap0;
+    c->where = where0, c->rowid = rowid0, c->gapIndex = gap0;
+    if (key0) c->key = *key0;
     const long n = static_cast<long>(c->rows.size());
     long step = count > 0 ? 1 : -1;
     long i;
@@ -262,6 +266,7 @@ bool SqliteEngine::Skip(int32_t count, Record *out) {
       if (out) *out = std::move(c->block[k]);
       return true;
     }
+    if (!key0) key0 = c->key;
     int got = readBlock(c, i, step, fresh, out);
     if (got != 0) return got > 0;
   }

@@ -205,9 +205,9 @@ Value pointValue(const resbuf *rb, int n) {
   return b.take();
 }
 
-// Short strings that crossed lately, for reuse: the field names of records
-// and the keys of association lists come back with every result, and a
-// shared string costs nothing to make. LISP strings are never changed in
+// Short strings that crossed lately as keys, for reuse: the field names of
+// records and the keys of association lists come back with every result,
+// and a shared string costs nothing to make. LISP strings are never changed in
 // place, so sharing one is safe.
 class RecentStrings {
  public:
@@ -257,7 +257,7 @@ Value readValue(Interp &in, const resbuf *&rb) {
     case RTANG:
       return Value::real(node->resval.rreal);
     case RTSTR:
-      return recentStrings().get(node->resval.rstring ? node->resval.rstring : L"");
+      return lisp::makeString(node->resval.rstring ? node->resval.rstring : L"");
     case RTPOINT:
       return pointValue(node, 2);
     case RT3DPOINT:
@@ -268,6 +268,13 @@ Value readValue(Interp &in, const resbuf *&rb) {
                                      node->resval.rlname[1]));
     case RTLB: {
       ListBuilder b;
+      // A list that begins with a string is most often a (key . value) pair
+      // of a record or an association list: its key is shared with the
+      // same key of the records before it.
+      if (rb && rb->restype == RTSTR) {
+        b.add(recentStrings().get(rb->resval.rstring ? rb->resval.rstring : L""));
+        rb = rb->rbnext;
+      }
       while (rb && rb->restype != RTLE) {
         if (rb->restype == RTDOTE) {
           rb = rb->rbnext;

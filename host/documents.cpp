@@ -9,6 +9,7 @@
 // A closed document is kept alive (retired) until the next reset: a script
 // may close the document whose LISP environment is running it, and that
 // environment must outlive the call.
+#include <malloc.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -83,7 +84,16 @@ Document::~Document() = default;
 
 // --- Session ------------------------------------------------------------------------
 
-Session::Session() = default;
+Session::Session() {
+  // The host keeps the memory it has had rather than handing it back to the
+  // system after every large result: a query of a hundred thousand records
+  // frees a few hundred megabytes of small nodes at once, and returning them
+  // only for the next query to fault them in again (page by page, each page
+  // cleared by the kernel) cost more than building the result itself.
+  mallopt(M_TRIM_THRESHOLD, 512 << 20);
+  mallopt(M_TOP_PAD, 16 << 20);
+  mallopt(M_MMAP_THRESHOLD, 32 << 20);
+}
 
 Session &Session::get() {
   // Never destroyed: modules may still hold host objects while the process

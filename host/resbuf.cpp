@@ -10,7 +10,9 @@ namespace vantry::host {
 // Value kinds of the drawing-data group codes follow the drawing exchange
 // format's code ranges; codes 10-17, 110-112, 210 and 1010-1013 hold whole
 // points.
-RbKind rbKind(int t) {
+namespace {
+
+constexpr RbKind kindOf(int t) {
   switch (t) {
     case RTREAL:
     case RTANG:
@@ -75,6 +77,25 @@ RbKind rbKind(int t) {
   return RbKind::None;
 }
 
+// Every node that is released or read asks its kind, so the group codes
+// (-5 to 1071) are looked up in a table the compiler makes from the ranges
+// above.
+struct KindTable {
+  static constexpr int kLow = -5, kHigh = 1071;
+  RbKind kinds[kHigh - kLow + 1];
+  constexpr KindTable() : kinds() {
+    for (int t = kLow; t <= kHigh; ++t) kinds[t - kLow] = kindOf(t);
+  }
+};
+constexpr KindTable kKinds;
+
+}  // namespace
+
+RbKind rbKind(int t) {
+  if (t >= KindTable::kLow && t <= KindTable::kHigh) return kKinds.kinds[t - KindTable::kLow];
+  return kindOf(t);
+}
+
 }  // namespace vantry::host
 
 using vantry::host::RbKind;
@@ -82,37 +103,45 @@ using vantry::host::rbKind;
 
 namespace {
 
-// Released nodes are kept for reuse: a record crossing to LISP takes dozens
-// of nodes, and the allocator was the larger part of the cost. Under the
-// sanitizers the nodes go back to the allocator, so misuse is still caught.
+// Nodes come from blocks of many and go back to a free list, never to the
+// allocator: a record crossing to LISP takes dozens of nodes and a query's
+// answer millions, and one malloc and free per node (with the allocator
+// consolidating its small chunks after each large answer) was the larger
+// part of the cost. The host keeps as many nodes as were ever in use at
+// once. Under the sanitizers every node is its own allocation and goes back
+// at once, so misuse is still caught.
 #if defined(__SANITIZE_ADDRESS__)
-constexpr size_t kKeepNodes = 0;
+constexpr bool kPoolNodes = false;
 #else
-constexpr size_t kKeepNodes = 65536;
+constexpr bool kPoolNodes = true;
 #endif
+constexpr size_t kBlockNodes = 512;
 // initial-exec: the host library is linked, never loaded late, so its
 // thread-locals sit at a fixed offset and cost no lookup call.
 __attribute__((tls_model("initial-exec"))) thread_local resbuf *freeNodes = nullptr;
-__attribute__((tls_model("initial-exec"))) thread_local size_t freeCount = 0;
 
 resbuf *allocNode() {
-  if (resbuf *rb = freeNodes) {
-    freeNodes = rb->rbnext;
-    --freeCount;
-    std::memset(rb, 0, sizeof *rb);
-    return rb;
+  if (!kPoolNodes) return static_cast<resbuf *>(std::calloc(1, sizeof(resbuf)));
+  if (!freeNodes) {
+    auto *block = static_cast<resbuf *>(std::malloc(kBlockNodes * sizeof(resbuf)));
+    if (!block) return nullptr;
+    for (size_t i = 0; i + 1 < kBlockNodes; ++i) block[i].rbnext = &block[i + 1];
+    block[kBlockNodes - 1].rbnext = nullptr;
+    freeNodes = block;
   }
-  return static_cast<resbuf *>(std::calloc(1, sizeof(resbuf)));
+  resbuf *rb = freeNodes;
+  freeNodes = rb->rbnext;
+  std::memset(rb, 0, sizeof *rb);
+  return rb;
 }
 
 void freeNode(resbuf *rb) {
-  if (freeCount < kKeepNodes) {
-    rb->rbnext = freeNodes;
-    freeNodes = rb;
-    ++freeCount;
-  } else {
+  if (!kPoolNodes) {
     std::free(rb);
+    return;
   }
+  rb->rbnext = freeNodes;
+  freeNodes = rb;
 }
 
 }  // namespace
