@@ -268,7 +268,7 @@ bool engineFactoryFailure();
 // Tells every engine that this process changed files (deleted, renamed or
 // overwrote one), so that the next IsAlive looks at its file again instead of
 // trusting its last look. Changes made by other processes are seen at most a
-// millisecond late (sqlite_liveness.cpp).
+// few milliseconds late (sqlite_liveness.cpp).
 void noteFileSystemChange();
 
 // Creates a new, empty database file of the engine's kind at `path` ("\" read

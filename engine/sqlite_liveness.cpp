@@ -5,9 +5,9 @@
 //
 // A look at the file is a system call, which costs as much as reading a
 // record; so a look that found the file alive vouches for it during the next
-// millisecond, unless this process changed files meanwhile (the host says so
-// through noteFileSystemChange). A file deleted by another process is thus
-// noticed by the first call a millisecond after the deletion.
+// millisecond (on the coarse clock, so a few at most), unless this process
+// changed files meanwhile (the host says so through noteFileSystemChange). A
+// file deleted by another process is thus noticed within a few milliseconds.
 //
 // IsAlive watches the file through an O_PATH descriptor: fstat on it shows a
 // link count of 0 once the file is deleted or another file is renamed over
