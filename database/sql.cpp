@@ -1,10 +1,12 @@
 // SQL statements and stored queries: vt_sql, vt_sql-nil, vt_sql-error,
 // vt_command, vt_query, vt_create_query.
 //
-//   (vt_create_query name sql)   stores (or replaces) a named statement in the
-//                                database; the text may begin with an Access
+//   (vt_create_query name sql)   stores a named statement in the database;
+//                                the text may begin with an Access
 //                                "PARAMETERS name type, ...;" clause. T, or nil
-//                                with the engine's error.
+//                                with the engine's error (a name that a table,
+//                                view or stored query already has: 3012; a
+//                                stored query is never replaced).
 //   (vt_query name values...)    runs a stored query or a view, binding the
 //                                values in order to its parameters; a value
 //                                that cannot be converted gives nil with the
@@ -33,7 +35,11 @@ int connectionFailure(const EngineConnection &c, int mode, const wchar_t *label,
     acedRetStr(L"*ERROR*");
     return 0;
   }
-  int answer = MessageBoxW(nullptr, kConnectionErrorText, L"Orlec", MB_YESNO | MB_DEFBUTTON2 | MB_ICONERROR);
+  // The box belongs to the window the person is working in, and that window
+  // gets the activation back once the box is answered.
+  HWND active = GetActiveWindow();
+  int answer = MessageBoxW(active, kConnectionErrorText, L"Orlec", MB_YESNO | MB_DEFBUTTON2 | MB_ICONERROR);
+  SetActiveWindow(active);
   if (answer != IDYES) return 0;
   acutPrintf(L"%s%s", label, sql.c_str());
   database::reportEngineError(c);
@@ -151,7 +157,7 @@ int vt_create_query() {
   ArgList args;
   std::wstring name, sql;
   if (int st = readSql(args, name)) return st;
-  if (!args.cursor()) return 1;
+  // Too few arguments means none at all; a missing SQL text is not a string.
   if (!frame::readString(args.cursor(), sql)) return 2;
   if (c->CreateQuery(frame::toUtf8(name), frame::toUtf8(sql)))
     acedRetT();

@@ -10,12 +10,18 @@
 // when it has a Cancel button, IDNO for Yes/No, IDABORT for
 // Abort/Retry/Ignore, IDOK for OK. Beeps are a line on the transcript and are
 // counted. The last error is per thread, as on the platform.
+//
+// Windows: the host has one main window, active from the start. A message
+// box takes the activation while it is up and hands it back to its owner when
+// it closes; a box without an owner leaves no window active, which is why a
+// caller that owns its box to the active window gets that window back.
 #include <algorithm>
 #include <string>
 #include <vector>
 
 #include "host/session.h"
 #include "host/standin.h"
+#include "host/win32_standin.h"
 
 namespace vantry::host {
 namespace {
@@ -25,6 +31,13 @@ constexpr DWORD kErrorAlreadyExists = 183;
 thread_local DWORD lastError = 0;
 int comInits = 0;
 int beeps = 0;
+
+// The main window's handle: a token that no allocation can return.
+HWND const kMainWindow = reinterpret_cast<HWND>(static_cast<uintptr_t>(0x10010));
+HWND activeWindow = kMainWindow;
+HWND boxOwner = nullptr;
+UINT boxType = 0;
+int boxes = 0;
 
 struct Button {
   const wchar_t *name;
@@ -62,6 +75,23 @@ void resetPlatform() {
   lastError = 0;
   comInits = 0;
   beeps = 0;
+  activeWindow = kMainWindow;
+  boxOwner = nullptr;
+  boxType = 0;
+  boxes = 0;
+}
+
+HWND mainWindow() {
+  return kMainWindow;
+}
+HWND lastMessageBoxOwner() {
+  return boxOwner;
+}
+UINT lastMessageBoxType() {
+  return boxType;
+}
+int messageBoxCount() {
+  return boxes;
 }
 
 int comInitCount() {
@@ -75,9 +105,14 @@ int beepCount() {
 
 using vantry::host::Session;
 
-int MessageBoxW(HWND, const wchar_t *text, const wchar_t *caption, UINT type) {
+int MessageBoxW(HWND owner, const wchar_t *text, const wchar_t *caption, UINT type) {
   using namespace vantry::host;
   Session &s = Session::get();
+  boxOwner = owner;
+  boxType = type;
+  ++boxes;
+  // The box is active while it is up; closing it activates its owner.
+  activeWindow = owner;
   std::vector<Button> buttons = buttonsOf(type);
   std::wstring shown;
   for (const Button &b : buttons) shown += std::wstring(L"<") + b.name + L"> ";
@@ -100,6 +135,21 @@ int MessageBoxW(HWND, const wchar_t *text, const wchar_t *caption, UINT type) {
   }
   s.print(std::wstring(fallback.name) + L" (\"" + *answer + L"\" is not a button of this box)\n");
   return fallback.id;
+}
+
+HWND GetActiveWindow() {
+  return vantry::host::activeWindow;
+}
+
+HWND SetActiveWindow(HWND window) {
+  using namespace vantry::host;
+  if (window && window != kMainWindow) {
+    lastError = ERROR_INVALID_WINDOW_HANDLE;
+    return nullptr;
+  }
+  HWND before = activeWindow;
+  activeWindow = window;
+  return before;
 }
 
 BOOL MessageBeep(UINT) {

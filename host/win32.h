@@ -1,6 +1,6 @@
 // The few operating-system services of the host's platform that the module
-// uses, under the platform's own names: message boxes, beeps, the named
-// mutex, the last error and COM start-up. On the host's platform this header
+// uses, under the platform's own names: message boxes, the active window,
+// beeps, the named mutex, the last error and COM start-up. On the host's platform this header
 // would be the platform's own; here the stand-in answers them headless:
 // message boxes are shown on the transcript and answered from the dialog
 // queue, beeps are written to the transcript, mutexes live in a name table
@@ -62,7 +62,18 @@ enum : int {
 // Shows a message box; the answer comes from the dialog queue. With nothing
 // queued the box is answered as the person closing it would (IDCANCEL where
 // the box has a Cancel button, IDNO for Yes/No, else its first button).
+// While the box is up it is the active window; when it closes, activation
+// goes back to its owner, or to no window at all when it has none.
 int MessageBoxW(HWND owner, const wchar_t *text, const wchar_t *caption, UINT type);
+
+// The window that has the keyboard focus of this program. The host has one
+// main window, active when the session starts; there are no others, so
+// SetActiveWindow accepts that handle (or null, activating nothing) and
+// answers the window that was active before. Any other handle fails: null,
+// with ERROR_INVALID_WINDOW_HANDLE as the last error.
+HWND GetActiveWindow();
+HWND SetActiveWindow(HWND window);
+#define ERROR_INVALID_WINDOW_HANDLE 1400
 BOOL MessageBeep(UINT type);
 BOOL Beep(DWORD frequency, DWORD duration);
 
