@@ -42,11 +42,19 @@ int vt_table() {
   EngineConnection c = database::currentConnection();
   if (!c) return 0;
   ArgList args;
-  resbuf *&cur = args.cursor();
-  if (!cur) return 1;
+  resbuf *first = args.cursor();
+  if (!first) return 1;
+  resbuf *second = first->rbnext;
+  // Refused only when no argument is a string: a first argument that is not
+  // one passes when a string index name follows it, and a second that is not
+  // one passes behind a string table name. An argument that is not a string
+  // gives the empty name, so the engine answers for it (no table of that
+  // name; the table's own order for the index).
+  bool firstText = first->restype == RTSTR, secondText = second && second->restype == RTSTR;
+  if (!firstText && !secondText) return 2;
   std::wstring table, index;
-  if (!frame::readString(cur, table)) return 2;
-  if (cur && !frame::readString(cur, index)) return 2;
+  if (firstText) frame::readString(first, table);
+  if (secondText) frame::readString(second, index);
   if (c->OpenTable(frame::toUtf8(table), frame::toUtf8(index)))
     acedRetStr(table.c_str());
   else
