@@ -9,10 +9,14 @@
 //   a & b                  -> a || b
 //   a Mod b                -> a % b
 //   DELETE * FROM t        -> DELETE FROM t (also DELETE t.* FROM t)
+//   True                   -> (-1), Access's yes: what yes/no fields hold, so
+//                             "Lined = True" compares as in Access. SQLite's own
+//                             "x IS [NOT] TRUE" and a name written t.True or
+//                             AS True are left as they stand.
 //   Left( Right( Format(   -> vt_left( vt_right( vt_format( (SQLite reserves or owns those
 //                             names; Format( keeps SQLite's meaning when its first argument
 //                             is a string literal, as in SQLite's format('%d', x))
-// True and False, IIf, Trim and two-argument InStr are SQLite's own; Nz, UCase,
+// False (0), IIf, Trim and two-argument InStr are SQLite's own; Nz, UCase,
 // LCase, Len, Mid, Val, Now and three-argument InStr are registered on the
 // connection (access_functions.cpp). Text that uses none of this comes back
 // unchanged, byte for byte. Differences that stay: "&" does not turn a null
@@ -150,6 +154,30 @@ size_t nextSolid(const std::vector<Token> &t, size_t i) {
   return i;
 }
 
+// Index of the last token before i that is not space; t.size() if none.
+size_t prevSolid(const std::vector<Token> &t, size_t i) {
+  while (i > 0) {
+    if (t[--i].kind != Tok::kSpace) return i;
+  }
+  return t.size();
+}
+
+// True as Access's constant: not SQLite's "IS [NOT] TRUE", not a qualified
+// name or an alias, not a table qualifier.
+bool isTrueConstant(const std::vector<Token> &t, size_t i) {
+  if (!is(t[i], "TRUE")) return false;
+  size_t p = prevSolid(t, i);
+  if (p < t.size()) {
+    if (t[p].text == "." || is(t[p], "IS") || is(t[p], "AS")) return false;
+    if (is(t[p], "NOT")) {
+      size_t q = prevSolid(t, p);
+      if (q < t.size() && is(t[q], "IS")) return false;
+    }
+  }
+  size_t n = nextSolid(t, i + 1);
+  return !(n < t.size() && (t[n].text == "." || t[n].text == "("));
+}
+
 }  // namespace
 
 std::string accessPatternToRegex(const std::string &pattern) {
@@ -227,6 +255,9 @@ std::string rewriteAccessSql(const std::string &sql, const std::vector<std::stri
       changed = true;
     } else if (k.kind == Tok::kPunct && k.text == "&") {
       out += "||";
+      changed = true;
+    } else if (isTrueConstant(t, i)) {
+      out += "(-1)";  // in parentheses: "-True" must not become the comment "--1"
       changed = true;
     } else if (is(k, "DISTINCTROW")) {
       out += "DISTINCT";

@@ -1,8 +1,10 @@
 // Values between the engine's interface and SQLite's storage classes.
 //
 // Field kinds come from the declared type: BIT, YESNO, BOOLEAN, LOGICAL (or a
-// type containing BOOL) are yes/no fields, stored as 1 and 0 and read as
-// booleans (any non-zero number is true); a type containing DATE or TIME is a
+// type containing BOOL) are yes/no fields, stored as -1 and 0 as Access
+// stores them, and read as booleans (any non-zero number is true, so files
+// written by others with 1 read the same). A boolean into any other field is
+// -1 or 0 too; a type containing DATE or TIME is a
 // date/time field, stored as text "YYYY-MM-DD HH:MM:SS" so that it sorts and
 // compares as text. Integers leave the engine as 32-bit integers when they
 // fit and as reals otherwise. Blobs have no engine value and read as null.
@@ -73,6 +75,14 @@ std::string asciiLower(std::string s) {
 }
 
 namespace {
+// Access's yes and no.
+constexpr int64_t kStoredTrue = -1;
+constexpr int64_t kStoredFalse = 0;
+
+int64_t storedBoolean(bool b) {
+  return b ? kStoredTrue : kStoredFalse;
+}
+
 bool contains(const std::string &hay, const char *needle) {
   return hay.find(needle) != std::string::npos;
 }
@@ -158,7 +168,7 @@ RawValue toRawPlain(const Value &v) {
       break;
     case ValueType::kBoolean:
       r.type = SQLITE_INTEGER;
-      r.i = v.asBoolean() ? 1 : 0;
+      r.i = storedBoolean(v.asBoolean());
       break;
     case ValueType::kReal:
       r.type = SQLITE_FLOAT;
@@ -186,10 +196,10 @@ bool toRaw(const Value &v, const ColumnInfo &col, RawValue *out, std::string *er
       if (v.type() == ValueType::kText) {
         bool b = false;
         if (!parseYesNoText(v.asText(), &b)) return refuse();
-        *out = RawValue{SQLITE_INTEGER, b ? 1 : 0, 0, {}};
+        *out = RawValue{SQLITE_INTEGER, storedBoolean(b), 0, {}};
       } else if (v.type() == ValueType::kInteger || v.type() == ValueType::kReal) {
         bool b = v.type() == ValueType::kInteger ? v.asInteger() != 0 : v.asReal() != 0;
-        *out = RawValue{SQLITE_INTEGER, b ? 1 : 0, 0, {}};
+        *out = RawValue{SQLITE_INTEGER, storedBoolean(b), 0, {}};
       } else if (v.type() == ValueType::kDate) {
         return refuse();
       }

@@ -68,13 +68,46 @@ TEST_F(EngineRecordsTest, AppendNumbersTheCounterAndReturnsTheStoredRecord) {
   EXPECT_EQ(testing::show(stored),
             "id=4 name=\"lab\" area=30r floor=<null> heated=<true> checked=#2024-03-04 00:00:00#");
   EXPECT_EQ(rawScalar(db, "SELECT heated || '|' || checked FROM rooms WHERE id = 4"),
-            "1|2024-03-04 00:00:00");
+            "-1|2024-03-04 00:00:00");
   Record now;
   ASSERT_TRUE(e->GetRecord(&now));  // the new record is current
   EXPECT_EQ(now, stored);
   ASSERT_TRUE(
       e->AppendRecord(rec({{"name", Value::text("attic")}, {"id", Value::integer(40)}}), true, &stored));
   EXPECT_EQ(field(stored, "id"), "40");  // kept when asked to
+}
+
+// Yes is -1 in the file, as Access stores it, whichever way it arrives; a yes
+// written as 1 by another program still reads as yes, and seeks for yes find
+// the stored -1.
+TEST_F(EngineRecordsTest, YesIsStoredAsMinusOneAndStillFoundAsYes) {
+  rawSql(db, "CREATE INDEX by_heated ON rooms(heated); UPDATE rooms SET heated = 1 WHERE name = 'hall';");
+  ASSERT_TRUE(e->OpenTable("rooms", ""));
+  Record stored;
+  const std::pair<const char *, Value> ways[] = {
+      {"boolean", Value::boolean(true)}, {"text", Value::text("Yes")}, {"number", Value::integer(5)}};
+  for (const auto &[name, value] : ways)
+    ASSERT_TRUE(e->AppendRecord(
+        rec({{"name", Value::text(name)}, {"heated", value}, {"floor", Value::boolean(true)}}), false,
+        &stored))
+        << name;
+  ASSERT_TRUE(
+      e->AppendRecord(rec({{"name", Value::text("no")}, {"heated", Value::text("off")}}), false, &stored));
+  EXPECT_EQ(rawScalar(db,
+                      "SELECT group_concat(name || '=' || heated || '/' || ifnull(floor, '-')) FROM rooms "
+                      "WHERE heated IS NOT NULL"),
+            "hall=1/0,boolean=-1/-1,text=-1/-1,number=-1/-1,no=0/-");
+  ValueArray rows;
+  ASSERT_TRUE(e->ExecuteSql("SELECT name, heated FROM rooms WHERE heated = True ORDER BY id", &rows));
+  EXPECT_EQ(testing::show(rows),
+            "name=\"boolean\" heated=<true> | name=\"text\" heated=<true> | name=\"number\" heated=<true>");
+  ASSERT_TRUE(e->ExecuteSql("SELECT name, heated FROM rooms WHERE name = 'hall'", &rows));
+  EXPECT_EQ(testing::show(rows), "name=\"hall\" heated=<true>");
+  ASSERT_TRUE(e->OpenTable("rooms", "by_heated"));
+  ASSERT_TRUE(e->SeekValue(Value::boolean(true), &stored));
+  EXPECT_EQ(field(stored, "name"), "\"boolean\"");
+  ASSERT_TRUE(e->SeekValue(Value::boolean(false), &stored));
+  EXPECT_EQ(field(stored, "name"), "\"no\"");
 }
 
 TEST_F(EngineRecordsTest, EveryAppendConsumesACounterValueSoACallerCanClimbToOne) {

@@ -20,9 +20,9 @@ class EngineSqlTest : public ::testing::Test {
            "CREATE TABLE d(id INTEGER PRIMARY KEY AUTOINCREMENT, tag TEXT, width INTEGER, flow REAL,"
            "  lined BIT, made DATETIME, note TEXT, \"duct size\" TEXT);"
            "INSERT INTO d(tag, width, flow, lined, made, note, \"duct size\") VALUES"
-           " ('S-1', 400, 1.5, 1, '2024-01-31 10:00:00', '100% fresh', '400x200'),"
+           " ('S-1', 400, 1.5, -1, '2024-01-31 10:00:00', '100% fresh', '400x200'),"
            " ('S-2', 300, NULL, 0, '2023-12-01 00:00:00', 'recirc', '300x250'),"
-           " ('R-7', 250, 2.5, 1, '2024-02-15 08:30:00', NULL, '250x250'),"
+           " ('R-7', 250, 2.5, -1, '2024-02-15 08:30:00', NULL, '250x250'),"
            " ('SX', 500, 0.25, 0, NULL, 'spare_part', '500x300');"
            "CREATE VIEW wide AS SELECT tag FROM d WHERE width >= 400;");
     e = createEngine();
@@ -46,7 +46,8 @@ TEST_F(EngineSqlTest, AccessDialectGivesTheRowsAccessWould) {
       {"SELECT tag FROM d WHERE width > 300 ORDER BY tag", "tag=\"S-1\" | tag=\"SX\""},
       {"SELECT [tag], [duct size] FROM [d] WHERE [id] = 2", "tag=\"S-2\" duct size=\"300x250\""},
       {"SELECT TOP 2 tag FROM d ORDER BY width DESC", "tag=\"SX\" | tag=\"S-1\""},
-      {"SELECT DISTINCT TOP 1 lined FROM d ORDER BY lined", "lined=<false>"},
+      // Yes is -1, so it sorts before No, as in Access.
+      {"SELECT DISTINCT TOP 1 lined FROM d ORDER BY lined", "lined=<true>"},
       {"SELECT tag FROM d WHERE id IN (SELECT TOP 1 id FROM d ORDER BY flow DESC) ORDER BY tag",
        "tag=\"R-7\""},
       {"SELECT tag FROM d WHERE tag LIKE 'S*' ORDER BY tag", "tag=\"S-1\" | tag=\"S-2\" | tag=\"SX\""},
@@ -61,6 +62,8 @@ TEST_F(EngineSqlTest, AccessDialectGivesTheRowsAccessWould) {
       {"SELECT tag FROM d WHERE made < #2024-01-31 10:00:01# AND made > #2024-01-31#", "tag=\"S-1\""},
       {"SELECT tag FROM d WHERE lined = True AND flow > 2", "tag=\"R-7\""},
       {"SELECT count(*) AS n FROM d WHERE lined = False", "n=2"},
+      {"SELECT True AS t, -True AS m, False AS f, True+1 AS p", "t=-1 m=1 f=0 p=0"},
+      {"SELECT tag FROM d WHERE lined <> True ORDER BY tag", "tag=\"S-2\" | tag=\"SX\""},
       {"SELECT tag & '/' & width AS label FROM d WHERE id = 1", "label=\"S-1/400\""},
       {"SELECT IIf(width > 300, 'big', 'small') AS s FROM d WHERE id = 2", "s=\"small\""},
       {"SELECT Nz(flow, 0) AS f, Nz(note) AS n FROM d WHERE id IN (2, 3) ORDER BY id",
@@ -82,7 +85,7 @@ TEST_F(EngineSqlTest, AccessDialectGivesTheRowsAccessWould) {
        "a=\"1,234.50\" b=\"25.60%\" c=\"-3.0\" d=\"007\" e=\".5\""},
       {"SELECT format('%d items', 3) AS s", "s=\"3 items\""},  // SQLite's own format()
       {"SELECT 7 Mod 3 AS r", "r=1"},
-      {"SELECT DISTINCTROW lined FROM d ORDER BY lined", "lined=<false> | lined=<true>"},
+      {"SELECT DISTINCTROW lined FROM d ORDER BY lined", "lined=<true> | lined=<false>"},
       {"SELECT made FROM d WHERE id = 2", "made=#2023-12-01 00:00:00#"},
       {"SELECT width * 10000000 AS big FROM d WHERE id = 4", "big=5000000000r"},
       {"SELECT tag FROM d WHERE 0", ""},
@@ -96,6 +99,7 @@ TEST_F(EngineSqlTest, PlainSqliteStatementsPassUnchanged) {
            "SELECT 5 | 3, 'a' || 'b', x'41', ?1, :name FROM d -- [comment] & TOP 3",
            "UPDATE d SET note = 'it''s #1/2/2024#' WHERE tag GLOB 'S*'",
            "SELECT format('%s-%d', tag, width) FROM d /* Left(x) */",
+           "SELECT lined IS TRUE, lined IS NOT TRUE, d.true AS true FROM d",
        })
     EXPECT_EQ(sqlite::rewriteAccessSql(sql), sql);
 }
