@@ -6,9 +6,12 @@
 namespace vantry::drawing {
 
 bool AppendToModelSpace(AcDbEntity *entity) {
-  AcDbDatabase *db = acdbHostApplicationServices()->workingDatabase();
-  AcApDocument *doc = acDocManager->document(db);
-  acDocManager->lockDocument(doc, AcAp::kWrite, nullptr, nullptr, true);
+  // The current document's drawing, not the working database: a command may
+  // have pointed the working database at a side drawing, but new entities
+  // belong where the person is drawing.
+  AcApDocument *doc = acDocManager->curDocument();
+  AcDbDatabase *db = doc ? doc->database() : nullptr;
+  bool locked = doc && acDocManager->lockDocument(doc, AcAp::kWrite, nullptr, nullptr, true) == Acad::eOk;
   bool ok = false;
   AcDbBlockTable *table = nullptr;
   if (!db || db->getBlockTable(table, AcDb::kForRead) != Acad::eOk || !table) {
@@ -30,8 +33,18 @@ bool AppendToModelSpace(AcDbEntity *entity) {
     }
     table->close();
   }
-  acDocManager->unlockDocument(doc);
+  if (locked) acDocManager->unlockDocument(doc);
   return ok;
+}
+
+void returnNewEntity(AcDbEntity *entity) {
+  ads_name name;
+  if (!entity->objectId().isNull() && acdbGetAdsName(name, entity->objectId()) == Acad::eOk)
+    acedRetName(name, RTENAME);
+  if (entity->objectId().isNull())
+    delete entity;
+  else
+    entity->close();
 }
 
 }  // namespace vantry::drawing

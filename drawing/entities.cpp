@@ -39,19 +39,22 @@ int AcDbEntity_getGeomExtents() {
   return 0;
 }
 
-// Arguments: ename, colour index (0 by block, 1..255, 256 by layer). An
-// entity that cannot be opened is left alone without a word; an index no
-// colour has is bad data.
+// Arguments: ename, colour index (0 by block, 1..255, 256 by layer). The
+// colour goes to the entity and its sub-entities (an old-style polyline's
+// vertices). The result is nil in every case. An entity that cannot be
+// opened is left alone without a word, and so is one given an index that
+// no colour has: the host refuses the index and nothing is changed.
 int AcDbEntity_setColor() {
   acedRetNil();
   ArgList args;
   AcDbObjectId id;
   int index;
   if (!frame::readObjectId(args.cursor(), id) || !readIntegerValue(args.cursor(), index)) return 2;
-  AcCmColor color;
-  if (index < 0 || index > 256 || color.setColorIndex(Adesk::UInt16(index)) != Acad::eOk) return 3;
   AcDbObjectPointer<AcDbEntity> entity(id, AcDb::kForWrite);
   if (entity.openStatus() != Acad::eOk) return 0;
+  // An index beyond 16 bits must not wrap round to a valid one.
+  AcCmColor color;
+  if (index < 0 || index > 0xFFFF || color.setColorIndex(Adesk::UInt16(index)) != Acad::eOk) return 0;
   entity->setColor(color, true);
   return 0;
 }

@@ -164,9 +164,13 @@ int AcDbMText_setMask() {
 }
 
 // Arguments: contents, location, [width], [style name], [attachment 1..9].
-// Each optional position holds its own kind of value or anything else (nil)
-// to leave it out: width 0 (no wrapping), the default style, top left. A
-// style name the drawing does not have leaves the default, silently.
+// The width position holds a number or anything else (nil) to leave it out:
+// width 0, no wrapping. The style and attachment positions are read only
+// when they hold a string and an integer: a value of another kind in the
+// style position is left for the attachment position, and one in the
+// attachment position is passed over. So (insert "x" pt 0 9) is attached at
+// 9, while (insert "x" pt 0 nil 9) keeps top left. A style name the drawing
+// does not have leaves the default, silently.
 int AcDbMText_insert() {
   acedRetNil();
   ArgList args;
@@ -192,19 +196,15 @@ int AcDbMText_insert() {
       if (styles->getIdAt(styleName.c_str(), style) == Acad::eOk) text->setTextStyle(style);
       styles->close();
     }
-  } else {
-    frame::skipArgument(cur);
   }
   int attachment;
   if (cur && (cur->restype == RTSHORT || cur->restype == RTLONG) && frame::readInteger(cur, attachment))
     text->setAttachment(static_cast<AcDbMText::AttachmentPoint>(attachment));
-  if (!vantry::drawing::AppendToModelSpace(text)) {
-    delete text;  // told by the alert; nothing was added
-    return 0;
-  }
-  ads_name name;
-  if (acdbGetAdsName(name, text->objectId()) == Acad::eOk) acedRetName(name, RTENAME);
-  text->close();
+  else
+    frame::skipArgument(cur);
+  // A refused append is told by its alerts; the result is then nil.
+  vantry::drawing::AppendToModelSpace(text);
+  vantry::drawing::returnNewEntity(text);
   return 0;
 }
 
@@ -218,7 +218,9 @@ int AcDbMtext_lastLineWidth() {
   AcDbObjectId id;
   if (!frame::readObjectId(args.cursor(), id)) return 2;
   double width = 0.0;
-  AcDbDatabase *db = acdbHostApplicationServices()->workingDatabase();
+  // The current document's transaction manager, as every edit from LISP.
+  AcApDocument *doc = acDocManager->curDocument();
+  AcDbDatabase *db = doc ? doc->database() : nullptr;
   AcTransactionManager *tm = db ? db->transactionManager() : nullptr;
   if (tm) {
     tm->startTransaction();

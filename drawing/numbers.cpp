@@ -53,14 +53,16 @@ int ol_atof() {
 }
 
 // Without an argument (or with -1): rand(). With n: rand() modulo n, the C
-// remainder. n = 0 would divide by zero; it is refused as bad data.
+// remainder (0..n-1 for a positive n). n = 0 has no remainder: the result is
+// nil, with no message, as for every path of this function that sets
+// nothing; the division is never made.
 int ol_ol_rand() {
   acedRetNil();
   ArgList args;
   int n = -1;
   resbuf *&cur = args.cursor();
   if (cur && (cur->restype == RTSHORT || cur->restype == RTLONG)) frame::readInteger(cur, n);
-  if (n == 0) return 3;
+  if (n == 0) return 0;
   int r = std::rand();
   frame::returnInteger(n == -1 ? r : r % n);
   return 0;

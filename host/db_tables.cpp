@@ -2,6 +2,7 @@
 #include <cwchar>
 
 #include "host/db_internal.h"
+#include "host/session.h"
 
 using namespace vantry::host;
 
@@ -355,6 +356,8 @@ Acad::ErrorStatus AcDbBlockTableRecord::appendAcDbEntity(AcDbObjectId &id, AcDbE
   if (objectId().isNull()) return Acad::eNullObjectId;
   if (!isWriteEnabled()) return Acad::eNotOpenForWrite;
   if (!ent->objectId().isNull()) return Acad::eAlreadyInDb;
+  // A test's fault: the append fails as when memory runs out.
+  if (Session::get().faults.appendRefused) return Acad::eOutOfMemory;
   if (ent->layerId().isNull() || ent->layerId().database() != database())
     ent->setDatabaseDefaults(database());
   id = DbAccess::addToDatabase(database(), ent, objectId(), true);

@@ -182,7 +182,7 @@ Value lockStateFn(Interp &in, const Value *, int nargs) {
   return Value::integer(doc ? doc->lockCount_ : 0);
 }
 
-// (host:fault 'ENGINE|'AUTOMATION|'AUTOMATION-START flag): the flag.
+// (host:fault 'ENGINE|'AUTOMATION|'AUTOMATION-START|'APPEND flag): the flag.
 Value faultFn(Interp &in, const Value *args, int nargs) {
   lisp::needArgs(in, nargs, 2, 2);
   bool on = !args[1].isNil();
@@ -195,6 +195,8 @@ Value faultFn(Interp &in, const Value *args, int nargs) {
     f.automationUnavailable = on;
   else if (isSymbol(args[0], L"AUTOMATION-START"))
     f.automationStartFails = on;
+  else if (isSymbol(args[0], L"APPEND"))
+    f.appendRefused = on;
   else
     in.error(L"host:fault: unknown fault " + in.toString(args[0], true));
   return args[1];

@@ -80,6 +80,7 @@ struct Faults {
   bool automationUnavailable = false;  // the automation object cannot be created
   bool automationStartFails = false;   // its first method answers a failure
   bool automationStopFails = false;    // its second method answers a failure
+  bool appendRefused = false;          // block records refuse new entities (eOutOfMemory)
 };
 
 // What the automation server stand-in has seen: objects made, alive now,

@@ -105,6 +105,11 @@
   (list "straight down" '(0.0 -1.0 0.0) -1.57079)
   (list "up and left folds to down and right" '(-1.0 1.0 0.0) (/ pi -4.0)))
   (assert-equal (car c) (caddr c) (pointing (cadr c))))
+;; Text in an upright plane facing +X, reading straight up: its direction has
+;; no part in plan, so it has no angle.
+(entmake '((0 . "MTEXT") (10 0.0 0.0 0.0) (40 . 2.0) (1 . "up") (210 1.0 0.0 0.0) (11 0.0 0.0 1.0)))
+(assert-equal "reading along Z" '(0.0 0.0 1.0) (cdr (assoc 11 (entget (entlast)))))
+(assert-equal "no direction in plan: nil" nil (AcDbMText::direction (entlast)))
 (setq turned (mtext "t" 0.0))
 (assert-equal "set direction" T (AcDbMText::setDirection turned (/ pi 6.0)))
 (assert-equal "direction as set" (/ pi 6.0) (AcDbMText::direction turned))
@@ -116,6 +121,11 @@
 (assert-equal "set mask" T (AcDbMText::setMask short T 2.0))
 (assert-equal "mask on, in the background colour" 3 (cdr (assoc 90 (entget short))))
 (assert-equal "mask border" 2.0 (cdr (assoc 45 (entget short))))
+(assert-equal "mask off" T (AcDbMText::setMask short nil 1.5))
+(assert-equal "no mask" nil (cdr (assoc 90 (entget short))))
+(assert-equal "mask on again" T (AcDbMText::setMask short T 1.0))
+(assert-equal "with its new border" 1.0 (cdr (assoc 45 (entget short))))
+(assert-equal "on, in the background colour" 3 (cdr (assoc 90 (entget short))))
 
 ;; Insertion, with and without the optional arguments.
 (setq new (AcDbMText::insert "hello" '(1.0 2.0 0.0) 10.0 "Standard" 5))
@@ -127,8 +137,15 @@
 (assert-equal "no width: no wrapping" 0.0 (cdr (assoc 41 plain)))
 (assert-equal "unknown style: the default" "Standard" (cdr (assoc 7 plain)))
 (assert-equal "no attachment: top left" 1 (cdr (assoc 71 plain)))
-(assert-equal "attachment after a left-out style" 9
-              (cdr (assoc 71 (entget (AcDbMText::insert "x" '(0.0 0.0 0.0) 0 nil 9)))))
+(defun attached (args) (cdr (assoc 71 (entget (apply 'AcDbMText::insert (append '("x" (0.0 0.0 0.0)) args))))))
+;; Only the width position passes over a value of another kind; the style
+;; position leaves it to the attachment position.
+(foreach c '(("an integer after the width is the attachment" (0 9) 9)
+             ("after a style name" (0 "Standard" 8) 8)
+             ("nil in the style position is passed to the attachment position" (0 nil 9) 1)
+             ("a real is no attachment" (0 "Standard" 5.0) 1)
+             ("no width either" (nil 7) 7))
+  (assert-equal (car c) (caddr c) (attached (cadr c))))
 
 ;; The last line: after the last paragraph break, after the wrapped lines.
 (assert-equal "one line" (AcDbMText::actualWidth long) (AcDbMtext::lastLineWidth long))
@@ -177,7 +194,13 @@
 (assert-equal "by block" 0 (cdr (assoc 62 (entget ln))))
 (AcDbEntity::setColor ln 256)
 (assert-equal "by layer" nil (cdr (assoc 62 (entget ln))))
-(assert-equal "no such colour" *bad* (status-text 'AcDbEntity::setColor (list ln 300)))
+(AcDbEntity::setColor ln 5)
+;; An index no colour has changes nothing and says nothing; one beyond 16
+;; bits must not wrap round to a colour.
+(foreach i '(257 300 -1 65537)
+  (assert-equal (strcat "no colour " (itoa i) ": nil, quietly") '(nil . "")
+                (cons (AcDbEntity::setColor ln i) (status-text 'AcDbEntity::setColor (list ln i))))
+  (assert-equal (strcat "no colour " (itoa i) ": unchanged") 5 (cdr (assoc 62 (entget ln)))))
 (assert-equal "colour by name" *wrong* (status-text 'AcDbEntity::setColor (list ln "red")))
 (assert-equal "colour of an erased entity: quietly nothing" "" (status-text 'AcDbEntity::setColor (list gone 3)))
 
@@ -191,6 +214,20 @@
   (assert-equal (strcat (car c) ": T") T (AcDb2dPolyline::setCurveType poly (cadr c)))
   (assert-equal (car c) (caddr c) (poly-flags)))
 (assert-equal "fitting a line: nil" nil (AcDb2dPolyline::setCurveType ln "f"))
+
+;; The colour reaches an old-style polyline's vertices, and not its neighbours.
+(defun vertex-colours (/ e out)
+  (setq e (entnext poly))
+  (while (= "VERTEX" (cdr (assoc 0 (entget e))))
+    (setq out (cons (cdr (assoc 62 (entget e))) out) e (entnext e)))
+  out)
+(assert-true "vertices to colour" (vertex-colours))
+(AcDbEntity::setColor poly 3)
+(assert-equal "the polyline" 3 (cdr (assoc 62 (entget poly))))
+(assert-equal "every vertex" (mapcar '(lambda (c) 3) (vertex-colours)) (vertex-colours))
+(assert-equal "the line before it is untouched" 5 (cdr (assoc 62 (entget ln))))
+(AcDbEntity::setColor poly 256)
+(assert-equal "every vertex by layer again" (mapcar '(lambda (c) nil) (vertex-colours)) (vertex-colours))
 (assert-equal "type not a string" *wrong* (status-text 'AcDb2dPolyline::setCurveType (list poly 1)))
 
 (entmake '((0 . "3DFACE") (10 0.0 0.0 0.0) (11 1.0 0.0 0.0) (12 1.0 1.0 0.0) (13 0.0 1.0 0.0)))
@@ -245,5 +282,23 @@
 (setq bare (AcDbLeader::create))
 (assert-equal "appended even without points" "LEADER" (cdr (assoc 0 (entget bare))))
 (assert-equal "an entity without extents" nil (AcDbEntity::getGeomExtents bare))
+
+;;; Model space refusing a new entity: the alert with the host's status, nil,
+;;; nothing added and the document unlocked again.
+(host:fault 'APPEND T)
+(setq before (entlast))
+(foreach c (list
+  (list "a refused MText" 'AcDbMText::insert '("x" (0.0 0.0 0.0)))
+  (list "a refused leader" 'AcDbLeader::create '((0.0 0.0 0.0) (1.0 1.0 0.0))))
+  (host:clear-transcript)
+  (host:queue-dialog "OK")
+  (assert-equal (car c) nil (apply (cadr c) (caddr c)))
+  (assert-equal (strcat (car c) ": the alert, answered") "[Alert] Failed to append entity!\n6\n  -> OK\n"
+                (host:transcript))
+  (assert-equal (strcat (car c) ": nothing added") before (entlast))
+  (assert-equal (strcat (car c) ": unlocked") 0 (host:lock-state)))
+(host:fault 'APPEND nil)
+(assert-equal "appended again once model space takes entities" "MTEXT"
+              (cdr (assoc 0 (entget (AcDbMText::insert "x" '(0.0 0.0 0.0))))))
 
 (test-done)

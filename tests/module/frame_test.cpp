@@ -114,8 +114,9 @@ TEST_F(ModuleTest, StatusesBecomeResultsAndMessages) {
   EXPECT_EQ(lisp(L"(asin 1)"), lisp(L"(/ pi 2)"));
   EXPECT_EQ(lisp(L"(asin \"x\")"), L"ERROR: ADS request error");
   EXPECT_EQ(s.transcript(), L"\nWrong type of arguments passed.\n");
+  lisp(L"(entmake '((0 . \"LINE\") (10 0.0 0.0 0.0) (11 1.0 0.0 0.0)))");
   s.clearTranscript();
-  EXPECT_EQ(lisp(L"(ol_ol-rand 0)"), L"ERROR: ADS request error");
+  EXPECT_EQ(lisp(L"(AcDbMText::ascent (entlast))"), L"ERROR: ADS request error");  // not MText
   EXPECT_EQ(s.transcript(), L"\nBad data passed .\n");
   // Status 4: the implementation spoke; the frame only shows the text screen.
   s.clearTranscript();
@@ -145,6 +146,10 @@ TEST_F(ModuleTest, NumberFunctions) {
   EXPECT_EQ(lisp(L"(numberp (ol_ol-rand \"x\"))"), L"T");  // not an integer: treated as absent
   EXPECT_EQ(lisp(L"(type (ol_ol-rand 100))"), L"INT");
   EXPECT_EQ(lisp(L"(< -1 (ol_ol-rand 3) 3)"), L"T");
+  // No remainder by zero: nil without a message, and the process lives on.
+  Session::get().clearTranscript();
+  EXPECT_EQ(lisp(L"(ol_ol-rand 0)"), L"nil");
+  EXPECT_EQ(Session::get().transcript(), L"");
 }
 
 TEST_F(ModuleTest, EveryDocumentGetsBannerAndFunctions) {
