@@ -9,7 +9,6 @@
 //     -circle / -polyline        paper-space layouts are never looked at;
 //   ol_ol-entsel                 one pick, retried after a pick that hit
 //                                nothing, with keywords.
-#include <cwctype>
 #include <optional>
 #include <string>
 
@@ -29,15 +28,10 @@ constexpr size_t kKeywordBufferSize = 132;
 // ERRNO after a pick that found no entity.
 constexpr int kErrnoPickMissed = 7;
 
-// The block name that ssgetX-block's predicate compares with, upper case; no
+// The block name that ssgetX-block's predicate looks for, as given; no
 // value means any block reference. It lives between the call and its scan
 // and keeps the last call's value afterwards.
 std::optional<std::wstring> g_blockName;
-
-std::wstring upper(std::wstring s) {
-  for (wchar_t &c : s) c = wchar_t(std::towupper(c));
-  return s;
-}
 
 resbuf *appendName(resbuf *tail, const ads_name name) {
   resbuf *rb = acutNewRb(RTENAME);
@@ -76,37 +70,36 @@ int finishSelection(int rc, const ads_name ss) {
 }
 
 // What a scan accepts: entities whose class derives from `cls` (every
-// entity when null) and, for block references, the block name asked for.
+// entity when null) and, when `byBlockName`, only references to `block`.
 struct Predicate {
   const AcRxClass *cls = nullptr;
   bool byBlockName = false;
+  AcDbObjectId block;
 };
-
-// Compares the name of the reference's block definition with g_blockName;
-// case is ignored, wildcards are not special.
-bool isNamedBlockReference(const AcDbEntity *ent) {
-  AcDbObjectPointer<AcDbBlockTableRecord> block(
-      static_cast<const AcDbBlockReference *>(ent)->blockTableRecord(), AcDb::kForRead);
-  if (block.openStatus() != Acad::eOk) return false;
-  const ACHAR *name = nullptr;
-  if (block->getName(name) != Acad::eOk || !name) return false;
-  return upper(name) == *g_blockName;
-}
 
 bool accepts(const Predicate &pred, const AcDbEntity *ent) {
   if (pred.cls && !ent->isA()->isDerivedFrom(pred.cls)) return false;
-  return !pred.byBlockName || isNamedBlockReference(ent);
+  if (!pred.byBlockName) return true;
+  return !pred.block.isNull() &&
+         static_cast<const AcDbBlockReference *>(ent)->blockTableRecord() == pred.block;
 }
 
 // The entity names of model space that the predicate accepts, in database
 // order, erased entities skipped. When the drawing's tables cannot be
 // opened the result stays nil.
-int scanModelSpace(const Predicate &pred) {
+int scanModelSpace(Predicate pred) {
   AcDbDatabase *db = acdbHostApplicationServices()->workingDatabase();
   AcDbBlockTable *table = nullptr;
   if (!db || db->getBlockTable(table, AcDb::kForRead) != Acad::eOk) return 0;
   AcDbObjectId modelId;
   Acad::ErrorStatus found = table->getIdAt(ACDB_MODEL_SPACE, modelId);
+  // A block name is matched by looking it up in the block table: the table
+  // compares names with the host's own case folding (accented letters
+  // included) and treats no character as a wildcard. Block names are unique
+  // under that folding, so a reference matches exactly when it points at
+  // the record found. A name the table lacks matches nothing.
+  if (pred.byBlockName && table->getIdAt(g_blockName->c_str(), pred.block) != Acad::eOk)
+    pred.block = AcDbObjectId::kNull;
   table->close();
   AcDbBlockTableRecord *model = nullptr;
   if (found != Acad::eOk || acdbOpenObject(model, modelId, AcDb::kForRead) != Acad::eOk) return 0;
@@ -189,23 +182,23 @@ int ssgetX_block() {
   ArgList args;
   std::wstring name;
   if (frame::readString(args.cursor(), name))
-    g_blockName = upper(name);
+    g_blockName = name;
   else
     g_blockName.reset();
-  return scanModelSpace({AcDbBlockReference::desc(), g_blockName.has_value()});
+  return scanModelSpace({AcDbBlockReference::desc(), g_blockName.has_value(), {}});
 }
 
 int ssgetX_circle() {
   acedRetNil();
   ArgList args;
-  return scanModelSpace({AcDbCircle::desc()});
+  return scanModelSpace({AcDbCircle::desc(), false, {}});
 }
 
 int ssgetX_polyline() {
   acedRetNil();
   ArgList args;
   // Light polylines only: the old-style 2D and 3D polylines are other classes.
-  return scanModelSpace({AcDbPolyline::desc()});
+  return scanModelSpace({AcDbPolyline::desc(), false, {}});
 }
 
 // Arguments: prompt, [keywords]. (ename point) for a pick, the keyword for a

@@ -44,21 +44,28 @@
 (entmake '((0 . "VERTEX") (10 60.0 10.0 0.0)))
 (entmake '((0 . "VERTEX") (10 70.0 10.0 0.0)))
 (entmake '((0 . "SEQEND")))
-(setq old-style (entlast)
+(setq old-style (entlast))
+;; A 3D polyline (flag 8, 3D vertices): not a light polyline either.
+(entmake '((0 . "POLYLINE") (66 . 1) (70 . 8) (10 0.0 0.0 0.0)))
+(entmake '((0 . "VERTEX") (70 . 32) (10 60.0 20.0 0.0)))
+(entmake '((0 . "VERTEX") (70 . 32) (10 70.0 20.0 5.0)))
+(entmake '((0 . "SEQEND")))
+(setq spatial (entlast)
       paper-circle (make '((0 . "CIRCLE") (67 . 1) (10 5.0 5.0 0.0) (40 . 1.0)))
       paper-line (make '((0 . "LINE") (67 . 1) (10 1.0 1.0 0.0) (11 9.0 9.0 0.0))))
-(setq model (list inside across outside ring far-ring hoop light note old-style))
+(setq model (list inside across outside ring far-ring hoop light note old-style spatial))
 
 ;;; Model-space scans, in database order.
 (foreach c (list
   (list "every model-space entity" (ssgetX-all) model)
   (list "circles" (ssgetX-circle) (list ring far-ring hoop))
-  (list "light polylines only, no old-style one" (ssgetX-polyline) (list light))
+  (list "light polylines only, no old-style 2D or 3D one" (ssgetX-polyline) (list light))
   (list "no block references here" (ssgetX-block) nil)
   (list "no block of that name" (ssgetX-block "VALVE") nil)
   (list "extra arguments are ignored" (ssgetX-circle "x" 1) (list ring far-ring hoop)))
   (assert-equal (car c) (caddr c) (cadr c)))
 (assert-true "the old-style polyline is in the drawing" (= "POLYLINE" (cdr (assoc 0 (entget old-style)))))
+(assert-equal "the 3D polyline is one" 8 (logand 8 (cdr (assoc 70 (entget spatial)))))
 (foreach e (list paper-circle paper-line)
   (assert-equal "paper space is never scanned" nil
                 (or (member e (ssgetX-all)) (member e (ssgetX-circle)))))
@@ -111,6 +118,20 @@
 (assert-true "the add prompt is shown" (vl-string-search "Pick ducts: " (cadr seen)))
 (setq seen (answered '("EX") 'ssgetPK '(nil nil "EXit Undo")))
 (assert-equal "a keyword ends the selection with nil" nil (car seen))
+;; Both prompts and keywords (":$:K"): the add prompt, then the remove prompt
+;; after "R"; a keyword typed by its abbreviation still ends the selection.
+(setq seen (answered '((pick 1.5 1.5) (pick 8 7) "r" (pick 1.5 1.5) nil) 'ssgetPK
+                     '("Pick ducts: " "Drop ducts: " "EXit Undo")))
+(assert-equal "added two, removed one" (list ring) (car seen))
+(assert-equal "the add prompt, once per pick and for R" 3 (count-of "Pick ducts: " (cadr seen)))
+(assert-equal "the remove prompt, for the removal and Enter" 2 (count-of "Drop ducts: " (cadr seen)))
+(assert-equal "not the host's own prompt" 0 (count-of "Select objects: " (cadr seen)))
+(setq seen (answered '((pick 1.5 1.5) "ex") 'ssgetPK '("Pick ducts: " "Drop ducts: " "EXit Undo")))
+(assert-equal "a keyword after a pick: nil" nil (car seen))
+(assert-equal "the keyword was taken at the add prompt" 2 (count-of "Pick ducts: " (cadr seen)))
+(setq seen (answered '((pick 1.5 1.5) nil) 'ssgetPK '("" "Drop ducts: " "EXit Undo")))
+(assert-equal "an empty add prompt: the host's prompt" 2 (count-of "Select objects: " (cadr seen)))
+(assert-equal "an empty add prompt still selects" (list inside) (car seen))
 (assert-equal "every answer was used" 0 (host:queue-input nil))
 
 ;;; Picks.

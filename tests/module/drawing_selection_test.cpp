@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "host/session.h"
+#include "host/ss_internal.h"
 #include "tests/module/module_fixture.h"
 
 namespace vantry {
@@ -97,6 +98,58 @@ TEST_F(BlockSelectionTest, ScanByBlockNameIgnoresCaseAndPaperSpace) {
       {L"(ssgetX-block)", {v1, d1, v2, s1}},     {L"(ssgetX-block 12)", {v1, d1, v2, s1}},
   };
   for (const Case &c : cases) EXPECT_EQ(lisp(c.call), names(c.expected)) << c.call;
+}
+
+// Block names fold as the host's symbol tables fold them, accented Latin
+// letters included, and only whole names match.
+TEST_F(BlockSelectionTest, ScanByBlockNameFoldsAccentedLetters) {
+  AcDbObjectId vanne = define(L"VANNE-\u00C9T\u00C9"), ecluse = define(L"\u00E9cluse");
+  AcDbObjectId v = insert(vanne, {0, 0, 0}), e = insert(ecluse, {5, 0, 0});
+  struct Case {
+    const wchar_t *call;
+    std::initializer_list<AcDbObjectId> expected;
+  } cases[] = {
+      {L"(ssgetX-block \"vanne-\u00E9t\u00E9\")", {v}},
+      {L"(ssgetX-block \"Vanne-\u00C9t\u00E9\")", {v}},
+      {L"(ssgetX-block \"\u00C9CLUSE\")", {e}},
+      {L"(ssgetX-block \"ECLUSE\")", {}},  // a different letter, not a case
+      {L"(ssgetX-block \"vanne-*\")", {}},
+  };
+  for (const Case &c : cases) EXPECT_EQ(lisp(c.call), names(c.expected)) << c.call;
+}
+
+// Every host selection is freed, whatever it gave: members, nothing, a
+// cancel, a keyword, a malformed polygon.
+TEST_F(BlockSelectionTest, HostSelectionsAreFreed) {
+  append(new AcDbLine(AcGePoint3d(1, 1, 0), AcGePoint3d(2, 2, 0)));
+  append(new AcDbCircle(AcGePoint3d(8, 8, 0), AcGeVector3d::kZAxis, 1));
+  host::InputItem pick = point(1.5, 1.5);
+  pick.kind = host::InputItem::Pick;
+  struct Case {
+    const wchar_t *call;
+    std::vector<host::InputItem> answers;
+    bool some;
+  } cases[] = {
+      {L"(ssgetC '(0 0) '(10 10))", {}, true},
+      {L"(ssgetC '(0 0) '(10 10) '((0 . \"CIRCLE\")))", {}, true},
+      {L"(ssgetC '(0 0) '(10 10) '((0 . \"ARC\")))", {}, false},
+      {L"(ssgetC '(50 50) '(60 60))", {}, false},
+      {L"(ssgetCP '(0 0) '(12 0) '(0 12))", {}, true},
+      {L"(ssgetCP '(0 0) '(12 0))", {}, false},
+      {L"(ssgetCP \"corner\")", {}, false},
+      {L"(ssgetPK)", {pick, of(host::InputItem::Empty)}, true},
+      {L"(ssgetPK \"Add: \" \"Drop: \" \"EXit\")", {pick, text(L"ex")}, false},
+      {L"(ssgetPK \"Add: \")", {pick, of(host::InputItem::Cancel)}, false},
+      {L"(ssgetPK nil nil nil '((0 . \"ARC\")))", {text(L"all"), of(host::InputItem::Empty)}, false},
+  };
+  for (const Case &c : cases) {
+    int live = host::select::liveSets();
+    for (const host::InputItem &item : c.answers) Session::get().input.push_back(item);
+    std::wstring result = lisp(c.call);
+    EXPECT_EQ(result != L"nil", c.some) << c.call << L" gave " << result;
+    EXPECT_EQ(host::select::liveSets(), live) << c.call;
+    EXPECT_TRUE(Session::get().input.empty()) << c.call;
+  }
 }
 
 TEST_F(BlockSelectionTest, ScanSkipsErasedReferences) {
