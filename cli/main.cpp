@@ -16,7 +16,7 @@
 //   --step FILE      after the scripts, write every duct solid of the current
 //                    drawing to FILE as STEP (through the solid module)
 //   --drawing FILE   open the drawing FILE (DXF) as the first document,
-//                    before the modules load and the scripts run
+//                    after the modules load and before the scripts run
 //   --save FILE      after the scripts, save the current drawing as FILE (DXF)
 //   --png FILE       after the scripts, draw the current drawing to FILE (PNG)
 //   --view VIEW      what pictures show: plan, isometric or both (the default)
@@ -159,6 +159,16 @@ int session(const Options &opt) {
     std::fwrite(out.data(), 1, out.size(), stdout);
     std::fflush(stdout);
   };
+  // The modules start before the first drawing is read, as a host loads its start-up applications:
+  // a drawing's custom entities (the duct solids) are read back as such only while their class is
+  // registered. Each module gets the drawing's load message when the document opens.
+  if (opt.productModule) s.loadModule(kProductModule, false);
+  for (const std::string &m : opt.modules) {
+    if (!s.loadModule(lisp::fromUtf8(m), false)) {
+      std::fprintf(stderr, "vantry: cannot load module %s\n", m.c_str());
+      return 2;
+    }
+  }
   if (!opt.drawing.empty()) {
     FILE *in = std::fopen(opt.drawing.c_str(), "rb");
     if (in) std::fclose(in);
@@ -168,13 +178,6 @@ int session(const Options &opt) {
     }
   } else {
     s.newDocument(L"");
-  }
-  if (opt.productModule) s.loadModule(kProductModule, false);
-  for (const std::string &m : opt.modules) {
-    if (!s.loadModule(lisp::fromUtf8(m), false)) {
-      std::fprintf(stderr, "vantry: cannot load module %s\n", m.c_str());
-      return 2;
-    }
   }
   lisp::Interp &in = s.current()->lisp();
   for (const std::string &f : opt.inputFiles)

@@ -489,3 +489,4 @@ class AcEditor : public AcRxDictionary {
 #include "host/acdb.h"
 #include "host/aced_select.h"
 #include "host/aced_jig.h"
+#include "host/dxf_standin.h"

@@ -36,3 +36,24 @@ const DxfStandIn *findDxfStandIn(const std::wstring &className) {
 }
 
 }  // namespace vantry::host
+
+// The host API's form (host/dxf_standin.h) over the registry.
+Acad::ErrorStatus acdbRegisterDxfStandIn(AcRxClass *cls, AcDbDxfStandInWriter write,
+                                         AcDbDxfStandInReader read) {
+  if (!cls || !write || !read) return Acad::eNullObjectPointer;
+  vantry::host::DxfStandIn standIn;
+  standIn.write = [write](const AcDbEntity *ent, std::vector<AcDbEntity *> &drawable, AcDbDxfFiler &data) {
+    AcDbVoidPtrArray made;
+    Acad::ErrorStatus es = write(ent, made, &data);
+    // What the writer made is the host's whatever the status, so nothing leaks on a failed save.
+    for (void *p : made) drawable.push_back(static_cast<AcDbEntity *>(p));
+    return es;
+  };
+  standIn.read = [read](const AcDbDxfFiler &data, std::wstring *error) { return read(&data, error); };
+  vantry::host::registerDxfStandIn(cls, std::move(standIn));
+  return Acad::eOk;
+}
+
+Acad::ErrorStatus acdbRemoveDxfStandIn(AcRxClass *cls) {
+  return cls && vantry::host::standIns().erase(cls) ? Acad::eOk : Acad::eKeyNotFound;
+}

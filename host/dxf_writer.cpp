@@ -27,6 +27,9 @@ namespace vantry::host {
 namespace dxf {
 namespace {
 
+// The most characters a value of a drawing file may hold.
+constexpr size_t kMaxValueChars = 2049;
+
 // A custom entity written through its stand-in.
 struct StandIn {
   const AcDbEntity *entity = nullptr;  // the custom entity
@@ -137,6 +140,13 @@ Acad::ErrorStatus Writer::plan() {
             it.code >= 1000) {
           failureText_ = L"the " + s->className + L" entity's data holds the reserved group code " +
                          std::to_wstring(it.code);
+          return Acad::eInvalidDxfCode;
+        }
+      for (const auto &it : s->data.items())
+        if (it.text.size() > kMaxValueChars && it.dims == 0 && (it.code < 10 || it.code >= 300)) {
+          failureText_ = L"the " + s->className + L" entity's data holds a value of group " +
+                         std::to_wstring(it.code) + L" longer than " + std::to_wstring(kMaxValueChars) +
+                         L" characters";
           return Acad::eInvalidDxfCode;
         }
       do {

@@ -124,8 +124,13 @@ class ol_hvacSolid : public AcDbEntity {
   virtual bool writeStep(const char *path) const;
   // Why the last failed operation failed (empty after a success); valid until the next operation.
   virtual const char *lastError() const;
-  // The bodies, for the sibling module's own use (STEP export); the product module never calls it.
+  // The bodies, for the sibling module's own use (STEP export, drawing files); the product module
+  // never calls it.
   const vantry::solid::SolidBodies &bodies() const { return *bodies_; }
+  // Replaces the bodies by those of their filing text (the drawing-file reader's; not virtual, the
+  // product module never calls it). False, with lastError() set and the bodies kept, when the text is
+  // damaged.
+  bool restore(const std::string &text);
 
   // --- The host's entity protocol ---
 

@@ -23,6 +23,7 @@
 #include <TopoDS_Compound.hxx>
 #include <cstdio>
 #include <cstdlib>
+#include <iostream>
 #include <sstream>
 
 #include "solid/solid_internal.h"
@@ -134,11 +135,17 @@ bool SolidBodies::fromString(const std::string &text) {
     std::string shapeText(chars, '\0');
     if (!in.read(shapeText.data(), static_cast<std::streamsize>(chars)))
       return impl_->fail("a solid's text is cut short");
+    // The shape reader tells standard output what it found wrong ("Not a TShape table"); the
+    // host's transcript is no place for it, and the failure is reported below anyway.
+    std::ostringstream chatter;
+    std::streambuf *console = std::cout.rdbuf(chatter.rdbuf());
     try {
       std::istringstream shapeIn(shapeText);
       BRep_Builder builder;
       BRepTools::Read(b.shape, shapeIn, builder);
+      std::cout.rdbuf(console);
     } catch (const Standard_Failure &) {
+      std::cout.rdbuf(console);
       return impl_->fail("a solid's text holds a bad shape");
     }
     if (b.shape.IsNull()) return impl_->fail("a solid's text holds a bad shape");

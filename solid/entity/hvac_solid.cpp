@@ -192,6 +192,11 @@ bool ol_hvacSolid::writeStep(const char *path) const {
   return path && bodies_->writeStep(path);
 }
 
+bool ol_hvacSolid::restore(const std::string &text) {
+  refusal_ = nullptr;
+  return bodies_->fromString(text);
+}
+
 const char *ol_hvacSolid::lastError() const {
   return refusal_ ? refusal_ : bodies_->lastError().c_str();
 }
