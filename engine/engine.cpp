@@ -92,7 +92,32 @@ bool readTime(const char *p, int *h, int *mi, int *s) {
 
 }  // namespace
 
+namespace {
+
+// Whether s is already "YYYY-MM-DD HH:MM:SS" with a valid date and time, the
+// form the engine stores: every date of a walk is read in this form.
+bool isNormalDate(const std::string &s) {
+  static const char kShape[] = "dddd-dd-dd dd:dd:dd";
+  if (s.size() != sizeof kShape - 1) return false;
+  for (size_t i = 0; i < s.size(); ++i) {
+    bool digit = s[i] >= '0' && s[i] <= '9';
+    if (kShape[i] == 'd' ? !digit : s[i] != kShape[i]) return false;
+  }
+  auto num = [&](int at, int n) {
+    int v = 0;
+    for (int k = 0; k < n; ++k) v = v * 10 + (s[at + k] - '0');
+    return v;
+  };
+  return validDate(num(0, 4), num(5, 2), num(8, 2)) && num(11, 2) < 24 && num(14, 2) < 60 && num(17, 2) < 60;
+}
+
+}  // namespace
+
 bool normalizeDate(const std::string &in, std::string *out) {
+  if (isNormalDate(in)) {
+    if (out != &in) *out = in;
+    return true;
+  }
   const char *p = in.c_str();
   while (*p == ' ') ++p;
   int y = 0, m = 0, d = 0, h = 0, mi = 0, s = 0;

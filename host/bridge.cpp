@@ -221,16 +221,36 @@ class RecentStrings {
     slot = lisp::makeString(std::wstring(text, n));
     return slot;
   }
+  // The key-th key of one result: records of one table bring the same keys
+  // in the same order, so the key of the same place in the result before is
+  // looked at first, which costs one comparison and no hashing.
+  Value getKey(const wchar_t *text, size_t key) {
+    if (key >= kSlots) return get(text);
+    Value &last = byPlace_[key];
+    if (last.type() == Type::Str && equals(last.as<lisp::String>()->text, text)) return last;
+    last = get(text);
+    return last;
+  }
 
  private:
+  static bool equals(const std::wstring &s, const wchar_t *text) {
+    size_t n = s.size();
+    for (size_t i = 0; i < n; ++i)
+      if (s[i] != text[i]) return false;  // a shorter text stops at its 0
+    return text[n] == 0;
+  }
   static constexpr size_t kLongest = 24, kSlots = 256;
   Value slots_[kSlots];
+  Value byPlace_[kSlots];
 };
 
 RecentStrings &recentStrings() {
   static RecentStrings *cache = new RecentStrings;  // outlives every interpreter
   return *cache;
 }
+
+// How many keys the result being read has had so far.
+size_t keysRead = 0;
 
 // Reads one value starting at *rb and moves *rb past it.
 Value readValue(Interp &in, const resbuf *&rb) {
@@ -272,7 +292,7 @@ Value readValue(Interp &in, const resbuf *&rb) {
       // of a record or an association list: its key is shared with the
       // same key of the records before it.
       if (rb && rb->restype == RTSTR) {
-        b.add(recentStrings().get(rb->resval.rstring ? rb->resval.rstring : L""));
+        b.add(recentStrings().getKey(rb->resval.rstring ? rb->resval.rstring : L"", keysRead++));
         rb = rb->rbnext;
       }
       while (rb && rb->restype != RTLE) {
@@ -378,6 +398,7 @@ resbuf *valueToArgs(Interp &, const Value *args, int nargs) {
 
 Value chainToValue(Interp &in, const resbuf *rb) {
   if (!rb) return Value();
+  keysRead = 0;
   // A chain that is exactly one list is that list; otherwise its elements
   // make the list.
   const resbuf *p = rb;

@@ -13,6 +13,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "host/arx.h"
@@ -21,9 +22,10 @@
 namespace vantry::host {
 
 // What a document's LISP environment has registered: name -> code from
-// acedDefun, code -> handler from acedRegFunc.
+// acedDefun, code -> handler from acedRegFunc. Handlers are hashed: every
+// external call looks its handler up.
 struct FunctionRegistry {
-  std::map<int, int (*)()> handlers;
+  std::unordered_map<int, int (*)()> handlers;
   std::map<int, std::wstring> names;
 };
 
