@@ -274,7 +274,7 @@ bool SqliteEngine::Skip(int32_t count, Record *out) {
 }
 
 int SqliteEngine::readBlock(Cursor *c, long i, long step, bool fresh, Record *out) {
-  constexpr long kAhead = 64;
+  constexpr long kAhead = 256;
   ChangeStamp stamp{};
   bool keep = changeStamp(&stamp);  // before reading: a later change shows as a new stamp
   c->block.clear();
