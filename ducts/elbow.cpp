@@ -14,12 +14,15 @@
 //                   T as the radius elbow plus a collar of 0.05 s; one that climbs or falls
 //                   stays a radius elbow.
 //
-// The elbow has a's section throughout, except that a square elbow may end at b's own size when
-// the mitre allows it (the pairings below). When b's size (turned into the elbow's orientation) or
-// shape differs from the elbow's end, a second solid carries a 15 degree transition from the
-// elbow's end to b's size, named "en2".
+// The elbow has one size throughout: a's section (a square elbow falls back to b's when a's does
+// not fit the mitre; the pairings below). When b's size (turned into the elbow's orientation) or
+// shape differs from the elbow's, a second solid carries a 15 degree transition for the change,
+// named "en2": from the elbow's end to b's size along b, or, for a square elbow built at b's size,
+// from a's size to the elbow's start along a (dHeadLength then includes its length). Without a
+// change, "en2" is there with nil.
 #include <algorithm>
 #include <cmath>
+#include <vector>
 
 #include "ducts/fitting.h"
 #include "ducts/frame.h"
@@ -96,7 +99,7 @@ bool buildElbow(const Elbow &in, Built &out) {
   bool aligned = std::abs(turnedY.dotProduct(fb.y())) >= std::abs(turnedY.dotProduct(fb.z()));
   Size ownAtEnd = aligned ? own : Size{own.depth, own.width};
   const Size bSize{std::abs(b.width), std::abs(b.depth)};  // measured in frame B, as ownAtEnd
-  Size endSize = ownAtEnd;                                 // the elbow's end section, in frame B
+  Size startSize = own, endSize = ownAtEnd;                // the elbow's end sections, in frames A and B
 
   double ratio = in.ratio;
   if (ratio > 0 && ratio <= 0.5) ratio = 0.501;
@@ -122,21 +125,33 @@ bool buildElbow(const Elbow &in, Built &out) {
                                                 fa.data(), fb.data(), ratio * s - s / 2, in.option);
     }
   } else {
-    reach = s * tanHalf;
-    AcGePoint3d p0 = c - reach * fa.x(), p1 = c + reach * fb.x();
-    // Pairings: b's own size at the end (a mitre can change the size in the bend plane), else
-    // a's size turned through the bend, which always fits and leaves the change to a transition.
-    const Size pairings[] = {bSize, ownAtEnd};
+    // The square elbow has one size throughout. The pairings, first fit wins: a's section with its
+    // sides as they are at the end, or swapped (which of the two fits shows how the frames turn the
+    // section); then b's section the same two ways (a's section may not fit at all, say a run of no
+    // size). Swapping means nothing for a round section; b's is tried only when its shape is a's.
+    struct Pairing {
+      Size start, end;
+    };
+    std::vector<Pairing> pairings{{own, own}};
+    if (rect) pairings.push_back({own, {own.depth, own.width}});
+    if (rect == isRectangular(b)) {
+      pairings.push_back({bSize, bSize});
+      if (rect) pairings.push_back({{bSize.depth, bSize.width}, bSize});
+    }
     AModeler::Point3d heel, throat;
     AcGePoint3d mitreCorner;
     ok = false;
-    for (int i = rect == isRectangular(b) ? 0 : 1; i < 2 && !ok; ++i) {
-      if (!solid->addSquareElbowPrep(p0, own.width, own.depth, p1, pairings[i].width, pairings[i].depth,
-                                     fa.data(), fb.data(), rect, heel, throat, mitreCorner, false, 1e-6))
+    reach = 0;
+    for (const Pairing &p : pairings) {
+      reach = (widthInPlane ? p.start.width : p.start.depth) * tanHalf;
+      AcGePoint3d p0 = c - reach * fa.x(), p1 = c + reach * fb.x();
+      if (!solid->addSquareElbowPrep(p0, p.start.width, p.start.depth, p1, p.end.width, p.end.depth,
+                                     fa.data(), fb.data(), rect, heel, throat, mitreCorner, true, 1e-6))
         continue;
-      endSize = pairings[i];
-      ok = solid->addSquareElbow(p0, own.width, own.depth, p1, endSize.width, endSize.depth, fa.data(),
+      ok = solid->addSquareElbow(p0, p.start.width, p.start.depth, p1, p.end.width, p.end.depth, fa.data(),
                                  fb.data(), rect, heel, throat, mitreCorner, in.option);
+      if (ok) startSize = p.start, endSize = p.end;
+      break;
     }
   }
   if (!ok) {
@@ -146,19 +161,28 @@ bool buildElbow(const Elbow &in, Built &out) {
   out.elbow = solid;
   out.head = out.tail = reach;
 
-  if (!sameSize(endSize, bSize, rect) || rect != isRectangular(b)) {
-    double length = transitionLength(endSize.width, endSize.depth, rect, std::abs(b.width), std::abs(b.depth),
-                                     isRectangular(b), 15.0);
-    AcGePoint3d t0 = c + reach * fb.x(), t1 = t0 + length * fb.x();
-    ol_hvacSolid *change = length > 0 ? newSolid() : nullptr;
-    if (change &&
-        change->addTransition(t0, rect, endSize.width, endSize.depth, t1, isRectangular(b), std::abs(b.width),
-                              std::abs(b.depth), fb.data(), fb.data(), in.option)) {
-      out.transition = change;
-      out.tail += length;
-    } else {
-      delete change;
+  // The elbow has one size throughout; a second solid changes the size where the elbow's differs
+  // from a run's: before the elbow along a when it was built at b's size, else after it along b.
+  auto change = [&](const AcGePoint3d &from, bool fromRect, const Size &fromSize, bool toRect,
+                    const Size &toSize, const FittingFrame &f, double &length) {
+    length =
+        transitionLength(fromSize.width, fromSize.depth, fromRect, toSize.width, toSize.depth, toRect, 15.0);
+    ol_hvacSolid *t = length > 0 ? newSolid() : nullptr;
+    if (t && t->addTransition(from, fromRect, fromSize.width, fromSize.depth, from + length * f.x(), toRect,
+                              toSize.width, toSize.depth, f.data(), f.data(), in.option)) {
+      out.transition = t;
+      return true;
     }
+    delete t;
+    return false;
+  };
+  double length = 0;
+  if (!sameSize(own, startSize, rect)) {
+    double before =
+        transitionLength(own.width, own.depth, rect, startSize.width, startSize.depth, rect, 15.0);
+    if (change(c - (reach + before) * fa.x(), rect, own, rect, startSize, fa, length)) out.head += length;
+  } else if (!sameSize(endSize, bSize, rect) || rect != isRectangular(b)) {
+    if (change(c + reach * fb.x(), rect, endSize, isRectangular(b), bSize, fb, length)) out.tail += length;
   }
   return true;
 }
@@ -166,7 +190,8 @@ bool buildElbow(const Elbow &in, Built &out) {
 }  // namespace
 
 // (ol_ol-drawTripleElbow convert option [type] square radius a b)
-//   -> (("en1" . elbow) ["en2" . transition] ("dHeadLength" . T) ("dTailLength" . T + L)) or nil
+//   -> (("en1" . elbow) ("en2" . transition or nil) ("dHeadLength" . T [+ L]) ("dTailLength" . T [+ L]))
+//      or nil
 int ol_ol_drawTripleElbow() {
   acedRetNil();
   frame::ArgList args;
@@ -197,7 +222,7 @@ int ol_ol_drawTripleElbow() {
   resbuf *head, *tail;
   frame::startResultList(head, tail);
   appendNamePair(tail, L"en1", elbowName);
-  if (haveChange) appendNamePair(tail, L"en2", changeName);
+  appendNamePair(tail, L"en2", haveChange ? changeName : nullptr);
   frame::appendDottedPair(tail, L"dHeadLength", built.head);
   frame::appendDottedPair(tail, L"dTailLength", built.tail);
   frame::returnResultList(head, tail);

@@ -26,8 +26,9 @@ bool addToDrawing(ol_hvacSolid *solid, ads_name &name) {
   return addToDrawingEntity(solid, name);
 }
 
-void appendNamePair(resbuf *&tail, const ACHAR *key, const ads_name name) {
-  resbuf *pair = acutBuildList(RTLB, RTSTR, key, RTDOTE, RTENAME, name, RTLE, 0);
+void appendNamePair(resbuf *&tail, const ACHAR *key, const int64_t *name) {
+  resbuf *pair = name ? acutBuildList(RTLB, RTSTR, key, RTDOTE, RTENAME, name, RTLE, 0)
+                      : acutBuildList(RTLB, RTSTR, key, RTDOTE, RTNIL, RTLE, 0);
   tail->rbnext = pair;
   while (tail->rbnext) tail = tail->rbnext;
 }

@@ -16,7 +16,8 @@ bool addToDrawing(ol_hvacSolid *solid, ads_name &name);
 // The same for any new entity.
 bool addToDrawingEntity(AcDbEntity *entity, ads_name &name);
 
-// Appends (key . entity name) after tail and moves tail to the last node appended.
-void appendNamePair(resbuf *&tail, const ACHAR *key, const ads_name name);
+// Appends (key . entity name) after tail and moves tail to the last node appended; with a null name,
+// (key) (the key with nil), so a result keeps all its keys.
+void appendNamePair(resbuf *&tail, const ACHAR *key, const int64_t *name);
 
 }  // namespace vantry::ducts

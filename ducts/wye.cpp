@@ -52,7 +52,7 @@ bool shapeChange(const DuctRun &br, const FittingFrame &f, const AcGePoint3d &po
 }  // namespace
 
 // (ol_ol-drawTripleWye convert option shortLegs extension a b c)
-//   -> (("en1" . wye) [("en2" . t)] [("en3" . t)] ("dHeadLength" . r) ("dTailLength1" . r)
+//   -> (("en1" . wye) ("en2" . t or nil) ("en3" . t or nil) ("dHeadLength" . r) ("dTailLength1" . r)
 //       ("dTailLength2" . r)) or nil
 int ol_ol_drawTripleWye() {
   acedRetNil();
@@ -118,8 +118,8 @@ int ol_ol_drawTripleWye() {
   resbuf *headRb, *tailRb;
   frame::startResultList(headRb, tailRb);
   appendNamePair(tailRb, L"en1", n1);
-  if (have2) appendNamePair(tailRb, L"en2", n2);
-  if (have3) appendNamePair(tailRb, L"en3", n3);
+  appendNamePair(tailRb, L"en2", have2 ? n2 : nullptr);
+  appendNamePair(tailRb, L"en3", have3 ? n3 : nullptr);
   frame::appendDottedPair(tailRb, L"dHeadLength", head);
   frame::appendDottedPair(tailRb, L"dTailLength1", tail1 + (have2 ? extra2 : 0));
   frame::appendDottedPair(tailRb, L"dTailLength2", tail2 + (have3 ? extra3 : 0));
