@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cwchar>
 
 namespace vantry::ducts {
 namespace {
@@ -82,6 +83,13 @@ double transitionLength(double w1, double d1, bool r1, double w2, double d2, boo
   double length = (m * 0.5) / std::tan(angleDeg * kHalfTurn / 180);
   if (r1 != r2) length = std::max(length, std::max(w1, d1) * 0.5);
   return length;
+}
+
+double transitionLengthOf(const DuctRun &a, const DuctRun &b) {
+  double length = a.sizeText.empty() ? 0.0 : std::wcstod(a.sizeText.c_str(), nullptr);
+  if (length != 0.0) return length;
+  return transitionLength(std::abs(a.width), std::abs(a.depth), isRectangular(a), std::abs(b.width),
+                          std::abs(b.depth), isRectangular(b), 15.0);
 }
 
 }  // namespace vantry::ducts

@@ -29,4 +29,9 @@ FittingFrame computeFrame(const DuctRun &run, const DuctRun *partner, bool conve
 // most; a change between rectangular and round is at least half the larger side of the first run.
 double transitionLength(double w1, double d1, bool r1, double w2, double d2, bool r2, double angleDeg);
 
+// The length of the transition from the end of run a to run b: the number a's sizeText holds
+// when it holds a non-zero one (a leading number counts; its sign is kept), else transitionLength
+// of the two runs' sizes at 15 degrees. Zero or less means no transition.
+double transitionLengthOf(const DuctRun &a, const DuctRun &b);
+
 }  // namespace vantry::ducts

@@ -1,7 +1,5 @@
 // ol_ol-drawTripleTransition: a change of size or shape from the end of one run to the start of
 // the next, over a length for a 15 degree taper (or the length the run carries).
-#include <cwchar>
-
 #include "ducts/fitting.h"
 #include "ducts/frame.h"
 #include "frame/implementations.h"
@@ -27,10 +25,7 @@ int ol_ol_drawTripleTransition() {
   FittingFrame frameB = computeFrame(b, &a, convert);
   AcGePoint3d p1 = justifiedEnd(a, &frameA, convert);
   AcGePoint3d p2 = justifiedStart(b, &frameB, convert);
-  double length = a.sizeText.empty() ? 0.0 : std::wcstod(a.sizeText.c_str(), nullptr);
-  if (length == 0.0)
-    length = transitionLength(std::abs(a.width), std::abs(a.depth), isRectangular(a), std::abs(b.width),
-                              std::abs(b.depth), isRectangular(b), 15.0);
+  double length = transitionLengthOf(a, b);
   if (length <= 0) return 0;
 
   p2 = p2 + length * frameB.x();

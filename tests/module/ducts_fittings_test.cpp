@@ -175,7 +175,7 @@ TEST_F(DuctsTest, ElbowVolumesByPappusAndByMitre) {
     EXPECT_LT(rel(volumeOf(id), c.volume), 1e-6);
     EXPECT_NEAR(std::stod(lisp("(cdr (assoc \"dHeadLength\" r))")), c.reach, 1e-3);
     EXPECT_NEAR(std::stod(lisp("(cdr (assoc \"dTailLength\" r))")), c.reach, 1e-3);
-    EXPECT_EQ(lisp("(assoc \"en2\" r)"), "nil");
+    EXPECT_EQ(lisp("(assoc \"en2\" r)"), "(\"en2\")");  // the key is always there; no change of size
   }
 }
 
@@ -189,26 +189,45 @@ TEST_F(DuctsTest, RadiusElbowSitsInTheCorner) {
   expectPoint(e.maxPoint(), 1100, 200, 50, 1e-4);
 }
 
+// Radius or square, the elbow keeps a's size throughout and a second solid widens it to b's.
 TEST_F(DuctsTest, ElbowIntoALargerRunGetsATransition) {
   RunList east, north{.x0 = 1000, .x1 = 1000, .y1 = 1000, .width = 300};
   for (const char *square : {"nil", "T"}) {
     SCOPED_TRACE(square);
     lisp(std::string("(setq r (ol_ol-drawTripleElbow nil 0 ") + square + " 200 " + east.lisp() + " " +
          north.lisp() + "))");
+    EXPECT_EQ(lisp("(mapcar 'car r)"), "(\"en1\" \"en2\" \"dHeadLength\" \"dTailLength\")");
     AcDbObjectId change = idOf("(cdr (assoc \"en2\" r))");
     const double length = 50 / kTan15;
-    if (std::string(square) == "T") {
-      // The mitre takes the wider end itself: no transition.
-      EXPECT_TRUE(change.isNull());
-      continue;
-    }
     ASSERT_FALSE(change.isNull()) << lisp("r");
     EXPECT_LT(rel(volumeOf(change), length * 100 * 250), 1e-9);
+    EXPECT_NEAR(std::stod(lisp("(cdr (assoc \"dHeadLength\" r))")), 200, 1e-3);
     EXPECT_NEAR(std::stod(lisp("(cdr (assoc \"dTailLength\" r))")), 200 + length, 1e-3);
     AcDbExtents e = extentsOf(change);
     expectPoint(e.minPoint(), 850, 200, -50, 1e-4);
     expectPoint(e.maxPoint(), 1150, 200 + length, 50, 1e-4);
+    // The elbow itself is a's 200 x 100 at both ends.
+    AcDbExtents el = extentsOf(idOf("(cdr (assoc \"en1\" r))"));
+    EXPECT_NEAR(el.maxPoint().x, 1100, 1e-4);  // the heel
+    EXPECT_NEAR(el.maxPoint().y, 200, 1e-4);
   }
+  // A round run into a rectangular one: the shape changes in the second solid too.
+  RunList roundEast{.shape = "RD"};
+  lisp("(setq r (ol_ol-drawTripleElbow nil 0 T 200 " + roundEast.lisp() + " " + north.lisp() + "))");
+  EXPECT_GT(volumeOf(idOf("(cdr (assoc \"en2\" r))")), 0) << lisp("r");
+}
+
+// A square elbow whose run a has no size to mitre falls back to b's size throughout: the reach is
+// then b's size in the bend plane, and nothing can widen a run of no size, so "en2" is nil.
+TEST_F(DuctsTest, SquareElbowFallsBackToTheSecondRunsSize) {
+  RunList flat{.width = 0, .depth = 100}, north{.x0 = 1000, .x1 = 1000, .y1 = 1000, .width = 300};
+  lisp("(setq r (ol_ol-drawTripleElbow nil 0 T 200 " + flat.lisp() + " " + north.lisp() + "))");
+  AcDbObjectId id = idOf("(cdr (assoc \"en1\" r))");
+  ASSERT_FALSE(id.isNull()) << lisp("r");
+  EXPECT_LT(rel(volumeOf(id), 300.0 * 100 * 600), 1e-9);  // two legs, each 300 to the mitre's middle
+  EXPECT_NEAR(std::stod(lisp("(cdr (assoc \"dHeadLength\" r))")), 300, 1e-6);
+  EXPECT_NEAR(std::stod(lisp("(cdr (assoc \"dTailLength\" r))")), 300, 1e-6);
+  EXPECT_EQ(lisp("(assoc \"en2\" r)"), "(\"en2\")");
 }
 
 TEST_F(DuctsTest, ElbowThatCannotTurnIsNil) {
@@ -242,6 +261,11 @@ TEST_F(DuctsTest, HangerVolumesAreStrutPlusRodsOrBandMinusOpening) {
       {"band hung from above", "T '(500 0 0) 0.0 200 100 T 10 5 500.0 0",
        10.0 * 210 * 110 - 10.0 * 201 * 101 + rod * 449.5, -55, 500},
       {"band with its rod end at the top", "T '(500 0 0) 0.0 200 100 T 10 5 50.0 0",
+       10.0 * 210 * 110 - 10.0 * 201 * 101, -55, 55},
+      // Below the insertion the rod runs down from the clear bottom (again cut by half a unit).
+      {"band standing on a structure below", "T '(500 0 0) 0.0 200 100 T 10 5 -500.0 0",
+       10.0 * 210 * 110 - 10.0 * 201 * 101 + rod * 449.5, -500, 55},
+      {"band with its rod end at the bottom", "T '(500 0 0) 0.0 200 100 T 10 5 -50.0 0",
        10.0 * 210 * 110 - 10.0 * 201 * 101, -55, 55},
   };
   for (const Case &c : cases) {
@@ -288,11 +312,25 @@ TEST_F(DuctsTest, UnionJoinsTheSecondIntoTheFirstAndErasesIt) {
 }
 
 TEST_F(DuctsTest, UnionThatFailsKeepsBoth) {
-  RunList a;
+  RunList a, wide{.x1 = 1000}, none{.x0 = 1000, .x1 = 2000, .width = 0, .depth = 0};
   lisp("(setq s1 (ol_ol-drawTripleCenter nil 0 " + a.lisp() + "))");
-  // A solid joined with itself: the solid refuses, both stay, the answer is still nil.
-  EXPECT_EQ(lisp("(ol_ol-tripleUnion s1 s1)"), "ERROR: ADS request error");  // second write open fails
+  // A solid joined with itself: the second write open fails, a wrong argument.
+  EXPECT_EQ(lisp("(ol_ol-tripleUnion s1 s1)"), "ERROR: ADS request error");
   EXPECT_FALSE(idOf("s1").isErased());
+  // A transition to a run of no size is refused by the modeller but still added to the drawing: an
+  // empty solid, which the modeller will not join. Either way round the answer is nil and both stay.
+  lisp("(setq empty (cdr (assoc \"en1\" (ol_ol-drawTripleTransition nil 0 " + wide.lisp() + " " +
+       none.lisp() + "))))");
+  ASSERT_FALSE(idOf("empty").isNull());
+  EXPECT_EQ(volumeOf(idOf("empty")), 0);
+  for (const char *args : {"s1 empty", "empty s1"}) {
+    SCOPED_TRACE(args);
+    EXPECT_EQ(lisp(std::string("(ol_ol-tripleUnion ") + args + ")"), "nil");
+    EXPECT_FALSE(idOf("s1").isErased());
+    EXPECT_FALSE(idOf("empty").isErased());
+    EXPECT_LT(rel(volumeOf(idOf("s1")), 1000.0 * 200 * 100), 1e-9);
+    EXPECT_EQ(volumeOf(idOf("empty")), 0);
+  }
 }
 
 TEST_F(DuctsTest, ExplodeMakesFacesAndKeepsTheSolid) {

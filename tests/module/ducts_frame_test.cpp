@@ -1,4 +1,6 @@
 // Duct runs, frames, justification and transition lengths.
+#include <cwchar>
+
 #include "ducts/frame.h"
 #include "ducts_testing.h"
 
@@ -107,6 +109,28 @@ TEST(DuctFrame, TransitionLengthForAFifteenDegreeTaper) {
   EXPECT_NEAR(transitionLength(300, 200, false, 600, 200, true, 15), 150 / t15, 1e-12);
 }
 
+// The run's own length, when it carries one, stands for the 15 degree taper; its sign is kept, so a
+// negative one means no transition. b's own length plays no part.
+TEST(DuctFrame, TransitionLengthOfRunsTakesTheLengthTheRunCarries) {
+  DuctRun a = runFrom({0, 0, 0}, {1000, 0, 0}), b = runFrom({1000, 0, 0}, {2000, 0, 0});
+  a.width = 200, a.depth = 100, b.width = 300, b.depth = 100;
+  const double taper = 50 / std::tan(15 * kHalfTurn / 180);
+  struct Case {
+    const wchar_t *aText, *bText;
+    double want;
+  } cases[] = {
+      {L"", L"", taper},     {L"250", L"", 250}, {L"250mm", L"", 250}, {L"0", L"", taper},
+      {L"wide", L"", taper}, {L"-5", L"", -5},   {L"", L"400", taper},
+  };
+  for (const Case &c : cases) {
+    a.sizeText = c.aText, b.sizeText = c.bText;
+    EXPECT_NEAR(transitionLengthOf(a, b), c.want, 1e-12) << std::string(c.aText, c.aText + wcslen(c.aText));
+  }
+  // Equal sizes and no length of its own: no transition.
+  b.width = 200, a.sizeText.clear();
+  EXPECT_EQ(transitionLengthOf(a, b), 0);
+}
+
 TEST(DuctRunShape, RoundCodesAndFlex) {
   struct Case {
     const wchar_t *shape, *flex;
@@ -194,6 +218,25 @@ TEST_F(DuctsTest, ConvertedPointsComeFromTheApplication) {
   testing::expectPoint(justifiedEnd(run, nullptr, true), 20, 0, 0);
   lisp("(defun convert_rp_dp (p code) (/ 1 0))");
   testing::expectPoint(justifiedEnd(run, nullptr, true), 20, 0, 0);
+}
+
+// Converted points move the solids the fitting functions make: a converter that lifts each point by
+// its run's point code lifts a straight piece and an elbow (points and frames alike) by that much.
+TEST_F(DuctsTest, FittingsBuildOnConvertedPoints) {
+  lisp("(defun convert_rp_dp (p code) (list (car p) (cadr p) (+ (caddr p) code)))");
+  testing::RunList east{.code = 500}, north{.x0 = 1000, .x1 = 1000, .y1 = 1000, .code = 500};
+  for (const char *convert : {"nil", "T"}) {
+    SCOPED_TRACE(convert);
+    double lift = std::string(convert) == "T" ? 500 : 0;
+    AcDbExtents e =
+        extentsOf(idOf(std::string("(ol_ol-drawTripleCenter ") + convert + " 0 " + east.lisp() + ")"));
+    testing::expectPoint(e.minPoint(), 0, -100, lift - 50);
+    testing::expectPoint(e.maxPoint(), 1000, 100, lift + 50);
+    e = extentsOf(idOf(std::string("(cdr (assoc \"en1\" (ol_ol-drawTripleElbow ") + convert + " 0 nil 200 " +
+                       east.lisp() + " " + north.lisp() + ")))"));
+    testing::expectPoint(e.minPoint(), 800, -100, lift - 50, 1e-4);
+    testing::expectPoint(e.maxPoint(), 1100, 200, lift + 50, 1e-4);
+  }
 }
 
 TEST_F(DuctsTest, TripleCoordReadsAPartnerAndRefusesBadRuns) {
