@@ -52,6 +52,17 @@ ACHAR *newWideString(const std::string &s) {
   return w;
 }
 
+// An integer in a node: 16-bit when it fits, 32-bit otherwise.
+void putInteger(resbuf *rb, int32_t i) {
+  if (i >= -32768 && i <= 32767) {
+    rb->restype = RTSHORT;
+    rb->resval.rint = static_cast<short>(i);
+  } else {
+    rb->restype = RTLONG;
+    rb->resval.rlong = i;
+  }
+}
+
 // A result list grown at its tail one node at a time. Records reach LISP
 // through here by the hundred thousand, so nodes are made directly rather
 // than through the variadic builder, and text is decoded straight into the
@@ -88,15 +99,9 @@ class Chain {
       case engine::ValueType::kNull:
         add(RTNIL);
         return;
-      case engine::ValueType::kInteger: {
-        int32_t i = v.asInteger();
-        if (i >= -32768 && i <= 32767) {
-          if (resbuf *rb = add(RTSHORT)) rb->resval.rint = static_cast<short>(i);
-        } else if (resbuf *rb = add(RTLONG)) {
-          rb->resval.rlong = i;
-        }
+      case engine::ValueType::kInteger:
+        if (resbuf *rb = add(RTNIL)) putInteger(rb, v.asInteger());
         return;
-      }
       case engine::ValueType::kReal:
         if (resbuf *rb = add(RTREAL)) rb->resval.rreal = v.asReal();
         return;
@@ -212,17 +217,9 @@ class RecordChain {
       slot.capacity = 0;
     }
     switch (v.type()) {
-      case engine::ValueType::kInteger: {
-        int32_t i = v.asInteger();
-        if (i >= -32768 && i <= 32767) {
-          rb->restype = RTSHORT;
-          rb->resval.rint = static_cast<short>(i);
-        } else {
-          rb->restype = RTLONG;
-          rb->resval.rlong = i;
-        }
+      case engine::ValueType::kInteger:
+        putInteger(rb, v.asInteger());
         return true;
-      }
       case engine::ValueType::kReal:
         rb->restype = RTREAL;
         rb->resval.rreal = v.asReal();

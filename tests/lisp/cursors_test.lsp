@@ -107,5 +107,26 @@
 (assert-equal "query: an unconvertible value" 2 (status-of 'vt_query (list "Q" ename)))
 (assert-equal "append with index: no counter" 2 (status-of 'vt_append_withindex '("ID" 5)))
 
+;; --- One record after another: values change kind and length from record to record ------
+;; Each record must come out as it is stored, whatever the record before it held in the
+;; same field: text after null, a longer text after a shorter, numbers after text.
+(vt_sql "CREATE TABLE Mixed (ID INTEGER PRIMARY KEY, V)")
+(setq mixed (list "short" nil 7 "a much longer text than the one before it, by far" (strcat (chr 252) "ber")
+                  40000 2.5 "x" nil))
+(vt_table "Mixed" "")
+(setq i 0)
+(foreach v mixed
+  (setq i (1+ i))
+  (vt_append (list (cons "ID" i) (cons "V" v))))
+(setq seen (list (cdr (assoc "V" (vt_top)))) r nil)
+(while (setq r (vt_skip)) (setq seen (cons (cdr (assoc "V" r)) seen)))
+(assert-equal "walk: every value as stored" mixed (reverse seen))
+(assert-equal "walk: field names in order" '("ID" "V") (mapcar 'car (vt_bottom)))
+;; Another table's records carry its own names, and the first table's come back after it.
+(vt_table "Pts" "")
+(assert-equal "another table: its names" '("ID" "X" "Y" "Z" "Tag") (mapcar 'car (vt_top)))
+(vt_table "Mixed" "")
+(assert-equal "first table again" '(("ID" . 1) ("V" . "short")) (vt_top))
+
 (vt_close_db)
 (test-done)
