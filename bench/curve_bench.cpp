@@ -47,7 +47,7 @@ lisp::Interp &withPolylines() {
 
 void run(benchmark::State &state, const wchar_t *loop) {
   lisp::Interp &in = withPolylines();
-  lisp::Value form = in.readAll(loop, {L"bench", 1}).at(0);
+  lisp::Value form = vantry::bench::compile(loop);
   for (auto _ : state) benchmark::DoNotOptimize(in.eval(form));
   state.SetItemsProcessed(state.iterations() * 100000);
 }

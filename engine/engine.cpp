@@ -90,10 +90,6 @@ bool readTime(const char *p, int *h, int *mi, int *s) {
   return *h < 24 && *mi < 60 && *s < 60;
 }
 
-}  // namespace
-
-namespace {
-
 // Whether s is already "YYYY-MM-DD HH:MM:SS" with a valid date and time, the
 // form the engine stores: every date of a walk is read in this form.
 bool isNormalDate(const std::string &s) {

@@ -506,6 +506,7 @@ int acedRetVal(const struct resbuf *rbuf) {
   vantry::lisp::Interp *in = callInterp();
   if (!in || !rbuf) return RTERROR;
   // One value: the first node, or the whole list it opens.
+  vantry::host::keysRead = 0;
   const resbuf *p = rbuf;
   return ret(vantry::host::readValue(*in, p));
 }
@@ -534,6 +535,7 @@ int acedInvoke(const struct resbuf *args, struct resbuf **result) {
   Value fn = in->intern(args->resval.rstring)->value;
   if (fn.isNil()) return RTERROR;
   std::vector<Value> values;
+  vantry::host::keysRead = 0;
   for (const resbuf *p = args->rbnext; p;) values.push_back(vantry::host::readValue(*in, p));
   ++in->catchDepth;
   try {
