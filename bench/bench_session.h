@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "host/session.h"
+#include "session/session.h"
 
 namespace vantry::bench {
 

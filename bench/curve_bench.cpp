@@ -5,7 +5,7 @@
 
 #include <cstdlib>
 
-#include "bench/bench_session.h"
+#include "bench_session.h"
 
 namespace {
 

@@ -26,7 +26,7 @@
 #include <string>
 #include <vector>
 
-#include "bench/bench_session.h"
+#include "bench_session.h"
 #include "host/arx.h"
 
 namespace {

@@ -7,8 +7,8 @@
 #include <memory>
 #include <vector>
 
-#include "host/db_lisp.h"
-#include "host/session.h"
+#include "db/lisp_data.h"
+#include "session/session.h"
 
 namespace {
 

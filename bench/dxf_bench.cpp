@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "host/db_internal.h"
-#include "host/dxf.h"
+#include "db/db.h"
+#include "dxf/dxf.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <cmath>
 
-#include "bench/bench_session.h"
+#include "bench_session.h"
 
 namespace {
 

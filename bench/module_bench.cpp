@@ -7,7 +7,7 @@
 
 #include <string>
 
-#include "bench/bench_session.h"
+#include "bench_session.h"
 
 namespace {
 

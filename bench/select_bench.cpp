@@ -6,8 +6,8 @@
 
 #include <random>
 
-#include "bench/bench_session.h"
-#include "host/ss_internal.h"
+#include "bench_session.h"
+#include "select/select.h"
 
 namespace vantry::bench {
 namespace {

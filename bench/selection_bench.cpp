@@ -11,7 +11,7 @@
 #include <cmath>
 #include <string>
 
-#include "bench/bench_session.h"
+#include "bench_session.h"
 
 namespace {
 

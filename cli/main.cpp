@@ -35,9 +35,9 @@
 #include <string>
 #include <vector>
 
-#include "cli/repl.h"
-#include "host/session.h"
-#include "render/render.h"
+#include "repl.h"
+#include "session/session.h"
+#include "render.h"
 
 namespace {
 

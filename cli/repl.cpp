@@ -1,13 +1,13 @@
 // The interactive loop: reads until the parentheses balance, evaluates, and
 // prints the value as the host's command line does.
-#include "cli/repl.h"
+#include "repl.h"
 
 #include <editline/readline.h>
 
 #include <cstdio>
 #include <cstdlib>
 
-#include "host/session.h"
+#include "session/session.h"
 
 namespace vantry::cli {
 namespace {

@@ -1,7 +1,7 @@
 // The runner's interactive read-eval-print loop.
 #pragma once
 
-#include "host/lisp/lisp.h"
+#include "lisp/lisp.h"
 
 namespace vantry::cli {
 

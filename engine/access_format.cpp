@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <string>
 
-#include "engine/sqlite_internal.h"
+#include "sqlite_internal.h"
 
 namespace vantry::engine::sqlite {
 

@@ -9,7 +9,7 @@
 #include <regex>
 #include <string>
 
-#include "engine/sqlite_internal.h"
+#include "sqlite_internal.h"
 
 namespace vantry::engine::sqlite {
 

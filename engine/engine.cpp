@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "engine/sqlite_internal.h"
+#include "sqlite_internal.h"
 
 namespace vantry::engine {
 

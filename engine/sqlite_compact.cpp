@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/sqlite_internal.h"
+#include "sqlite_internal.h"
 
 namespace vantry::engine::sqlite {
 

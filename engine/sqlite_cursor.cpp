@@ -7,7 +7,7 @@
 // calls, so no lock outlives a call.
 #include <algorithm>
 
-#include "engine/sqlite_internal.h"
+#include "sqlite_internal.h"
 
 namespace vantry::engine::sqlite {
 

@@ -12,7 +12,7 @@
 #include <set>
 #include <tuple>
 
-#include "engine/sqlite_internal.h"
+#include "sqlite_internal.h"
 
 namespace vantry::engine::sqlite {
 

@@ -30,7 +30,7 @@
 #include <atomic>
 #include <cstring>
 
-#include "engine/sqlite_internal.h"
+#include "sqlite_internal.h"
 
 namespace vantry::engine::sqlite {
 

@@ -8,7 +8,7 @@
 // when the record before it was deleted again.
 #include <algorithm>
 
-#include "engine/sqlite_internal.h"
+#include "sqlite_internal.h"
 
 namespace vantry::engine::sqlite {
 

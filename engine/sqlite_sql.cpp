@@ -9,7 +9,7 @@
 // parameters in order.
 #include <cstring>
 
-#include "engine/sqlite_internal.h"
+#include "sqlite_internal.h"
 
 namespace vantry::engine::sqlite {
 

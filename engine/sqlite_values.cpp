@@ -12,7 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "engine/sqlite_internal.h"
+#include "sqlite_internal.h"
 
 namespace vantry::engine::sqlite {
 

@@ -9,8 +9,8 @@
 #include <cstring>
 #include <limits>
 
-#include "host/lisp/lisp.h"
-#include "render/render.h"
+#include "lisp/lisp.h"
+#include "render.h"
 
 namespace vantry::render {
 namespace {

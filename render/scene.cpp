@@ -4,7 +4,7 @@
 #include <cmath>
 #include <memory>
 
-#include "render/render.h"
+#include "render.h"
 
 namespace vantry::render {
 namespace {

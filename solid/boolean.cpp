@@ -23,7 +23,7 @@
 #include <TopoDS.hxx>
 #include <cmath>
 
-#include "solid/solid_internal.h"
+#include "solid_internal.h"
 
 namespace vantry::solid {
 

@@ -23,7 +23,7 @@
 #include <gp_Elips.hxx>
 #include <gp_Lin.hxx>
 
-#include "solid/solid_internal.h"
+#include "solid_internal.h"
 
 namespace vantry::solid {
 

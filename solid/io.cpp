@@ -26,7 +26,7 @@
 #include <iostream>
 #include <sstream>
 
-#include "solid/solid_internal.h"
+#include "solid_internal.h"
 
 namespace vantry::solid {
 

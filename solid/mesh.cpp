@@ -22,7 +22,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "solid/solid_internal.h"
+#include "solid_internal.h"
 
 namespace vantry::solid {
 

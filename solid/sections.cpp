@@ -21,7 +21,7 @@
 #include <cmath>
 #include <gp_Circ.hxx>
 
-#include "solid/solid_internal.h"
+#include "solid_internal.h"
 
 namespace vantry::solid {
 

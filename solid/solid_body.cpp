@@ -15,7 +15,7 @@
 #include <gp_Pln.hxx>
 #include <gp_Trsf.hxx>
 
-#include "solid/solid_internal.h"
+#include "solid_internal.h"
 
 namespace vantry::solid {
 

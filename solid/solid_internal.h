@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "solid/solid_body.h"
+#include "solid_body.h"
 
 namespace vantry::solid {
 

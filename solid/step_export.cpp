@@ -2,7 +2,7 @@
 // and shapes, see SolidBodies::toString), so this needs nothing of the object's inside: the shapes
 // are read back, moved from the solid's local origin to world coordinates and gathered in one
 // compound.
-#include "solid/step_export.h"
+#include "step_export.h"
 
 #include <BRepTools.hxx>
 #include <BRep_Builder.hxx>

@@ -15,7 +15,7 @@
 #include <cmath>
 #include <gp_Mat.hxx>
 
-#include "solid/solid_internal.h"
+#include "solid_internal.h"
 
 namespace vantry::solid {
 

@@ -14,7 +14,7 @@
 #include <string>
 #include <string_view>
 
-#include "host/lisp/lisp.h"
+#include "lisp/lisp.h"
 
 extern char **environ;
 

@@ -21,7 +21,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "host/lisp/lisp.h"
+#include "lisp/lisp.h"
 
 namespace vantry::lisp {
 namespace {

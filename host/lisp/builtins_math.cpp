@@ -14,7 +14,7 @@
 #include <cmath>
 #include <cstdint>
 
-#include "host/lisp/lisp.h"
+#include "lisp/lisp.h"
 
 namespace vantry::lisp {
 namespace {

@@ -19,7 +19,7 @@
 #include <string>
 #include <string_view>
 
-#include "host/lisp/lisp.h"
+#include "lisp/lisp.h"
 
 namespace vantry::lisp {
 

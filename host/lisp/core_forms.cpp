@@ -1,6 +1,6 @@
 // Special forms, evaluation and error built-ins: the part of AutoLISP that
 // decides what gets evaluated when.
-#include "host/lisp/lisp.h"
+#include "lisp/lisp.h"
 
 namespace vantry::lisp {
 namespace {

@@ -23,7 +23,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "host/lisp/value.h"
+#include "lisp/value.h"
 
 namespace vantry::lisp {
 

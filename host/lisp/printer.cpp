@@ -8,7 +8,7 @@
 #include <cmath>
 #include <cstdio>
 
-#include "host/lisp/lisp.h"
+#include "lisp/lisp.h"
 
 namespace vantry::lisp {
 namespace {

@@ -12,7 +12,7 @@
 #include <cstdlib>
 #include <cwctype>
 
-#include "host/lisp/lisp.h"
+#include "lisp/lisp.h"
 
 namespace vantry::lisp {
 namespace {

@@ -1,5 +1,5 @@
 // Freeing values and small list utilities.
-#include "host/lisp/value.h"
+#include "lisp/value.h"
 
 #include <cstdlib>
 #include <new>

@@ -13,7 +13,7 @@
 #include <string_view>
 #include <vector>
 
-#include "host/lisp/lisp.h"
+#include "lisp/lisp.h"
 
 namespace vantry::lisp {
 

@@ -9,8 +9,8 @@
 #include <cmath>
 #include <string>
 
-#include "host/session.h"
-#include "solid/solid_body.h"
+#include "session/session.h"
+#include "solid_body.h"
 
 namespace {
 

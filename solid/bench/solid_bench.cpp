@@ -28,7 +28,7 @@
 #include <gp_Circ.hxx>
 #include <sstream>
 
-#include "solid/solid_body.h"
+#include "solid_body.h"
 
 namespace {
 

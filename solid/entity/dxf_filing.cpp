@@ -16,14 +16,14 @@
 // A text value of a drawing file holds at most 2049 characters, hence the split. Reading counts each
 // body's characters anew from its lines, so a program that trims the spaces at the ends of values
 // (the shape format leaves some) does not spoil the file.
-#include "solid/entity/dxf_filing.h"
+#include "dxf_filing.h"
 
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "solid/hvac_solid.h"
-#include "solid/solid_body.h"
+#include "solid_body.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 // The library is linked with -z nodelete: solids of the class may outlive its registration (the
 // host deletes them with their drawing, possibly after the module's unload), so their code must
 // stay mapped.
-#include "solid/entity/dxf_filing.h"
-#include "solid/entity/export_step.h"
+#include "dxf_filing.h"
+#include "export_step.h"
 #include "solid/hvac_solid.h"
 
 extern "C" __attribute__((visibility("default"))) AcRx::AppRetCode acrxEntryPoint(AcRx::AppMsgCode msg,

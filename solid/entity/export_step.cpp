@@ -5,13 +5,13 @@
 //
 // Registered for each document under kExportStepCode, a code far above the product module's
 // (0 to 173): the stand-in keeps one code space per document.
-#include "solid/entity/export_step.h"
+#include "export_step.h"
 
 #include <string>
 #include <vector>
 
 #include "solid/hvac_solid.h"
-#include "solid/step_export.h"
+#include "step_export.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 // modeller's, the write check, and the host's entity protocol (extents, explode, transform, copy).
 #include "solid/hvac_solid.h"
 
-#include "solid/solid_body.h"
+#include "solid_body.h"
 
 using vantry::solid::Frame;
 using vantry::solid::Pt;

@@ -8,9 +8,9 @@
 #include <string>
 
 #include "database/context.h"
-#include "host/session.h"
-#include "host/win32_standin.h"
-#include "tests/module/module_fixture.h"
+#include "session/session.h"
+#include "session/platform.h"
+#include "module_fixture.h"
 
 namespace vantry {
 namespace {

@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "database/context.h"
-#include "host/session.h"
-#include "tests/module/module_fixture.h"
+#include "session/session.h"
+#include "module_fixture.h"
 
 namespace vantry {
 namespace {

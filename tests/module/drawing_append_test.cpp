@@ -2,8 +2,8 @@
 // go, the alerts when model space cannot be had, and the document lock.
 #include <gtest/gtest.h>
 
-#include "host/session.h"
-#include "tests/module/module_fixture.h"
+#include "session/session.h"
+#include "module_fixture.h"
 
 namespace vantry {
 namespace {

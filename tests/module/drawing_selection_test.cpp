@@ -4,9 +4,9 @@
 // module's jigs stand on.
 #include <gtest/gtest.h>
 
-#include "host/session.h"
-#include "host/ss_internal.h"
-#include "tests/module/module_fixture.h"
+#include "session/session.h"
+#include "select/select.h"
+#include "module_fixture.h"
 
 namespace vantry {
 namespace {

@@ -10,7 +10,7 @@
 #include <map>
 
 #include "ducts_testing.h"
-#include "host/dxf.h"
+#include "dxf/dxf.h"
 
 namespace vantry::ducts {
 namespace {

@@ -9,9 +9,9 @@
 #include <string>
 
 #include "database/context.h"
-#include "host/session.h"
+#include "session/session.h"
 #include "solid/hvac_solid.h"
-#include "tests/module/module_fixture.h"
+#include "module_fixture.h"
 
 namespace vantry::ducts::testing {
 

@@ -9,8 +9,8 @@
 #include "frame/function_table.h"
 #include "frame/lifecycle.h"
 #include "frame/value_list.h"
-#include "host/session.h"
-#include "tests/module/module_fixture.h"
+#include "session/session.h"
+#include "module_fixture.h"
 
 namespace vantry::frame {
 namespace {

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "database/context.h"
-#include "host/session.h"
+#include "session/session.h"
 
 extern "C" AcRx::AppRetCode acrxEntryPoint(AcRx::AppMsgCode msg, void *appId);
 

@@ -4,7 +4,7 @@
 
 #include <limits>
 
-#include "tests/solid/solid_testing.h"
+#include "solid_testing.h"
 
 namespace vantry::solid {
 namespace {

@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <filesystem>
 
-#include "tests/solid/solid_testing.h"
+#include "solid_testing.h"
 
 // The STEP translators keep a few allocations for the life of the process (their static tables
 // and session), which the leak checker of the sanitizer build reports at exit. They are the

@@ -3,7 +3,7 @@
 
 #include <cmath>
 
-#include "solid/solid_body.h"
+#include "solid_body.h"
 
 namespace vantry::solid::testing {
 

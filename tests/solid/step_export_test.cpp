@@ -1,5 +1,5 @@
 // Several solids into one STEP file: read back, the bodies keep their volumes and places.
-#include "solid/step_export.h"
+#include "step_export.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 
 #include <limits>
 
-#include "tests/solid/solid_testing.h"
+#include "solid_testing.h"
 
 namespace vantry::solid {
 namespace {

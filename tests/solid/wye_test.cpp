@@ -1,7 +1,7 @@
 // The wye: junction and collars from the prep, the body's extents and volume bounds, refusals.
 #include <gtest/gtest.h>
 
-#include "tests/solid/solid_testing.h"
+#include "solid_testing.h"
 
 namespace vantry::solid {
 namespace {

@@ -1,6 +1,6 @@
 // The bridge seen from C++: calls outside an external function, and a failing
 // external function meeting *error*.
-#include "tests/unit/host_fixture.h"
+#include "host_fixture.h"
 
 namespace vantry::host {
 namespace {

@@ -6,7 +6,7 @@
 #include <cmath>
 #include <functional>
 
-#include "host/db_internal.h"
+#include "db/db.h"
 
 namespace {
 

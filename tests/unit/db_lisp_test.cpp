@@ -1,11 +1,11 @@
 // The entity and table built-ins as a LISP caller sees them: entmake, entget
 // and entmod round trips, extended data, walking the drawing, tables and
 // dictionaries, and bad input.
-#include "host/db_lisp.h"
+#include "db/lisp_data.h"
 
 #include <gtest/gtest.h>
 
-#include "tests/unit/host_fixture.h"
+#include "host_fixture.h"
 
 namespace vantry::host {
 namespace {

@@ -8,7 +8,7 @@
 #include <functional>
 #include <memory>
 
-#include "host/db_internal.h"
+#include "db/db.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <cmath>
 
-#include "host/db_internal.h"
+#include "db/db.h"
 
 namespace {
 

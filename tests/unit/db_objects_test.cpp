@@ -5,7 +5,7 @@
 
 #include <memory>
 
-#include "host/db_internal.h"
+#include "db/db.h"
 
 namespace {
 

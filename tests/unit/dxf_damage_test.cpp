@@ -5,7 +5,7 @@
 #include <random>
 #include <sstream>
 
-#include "tests/unit/dxf_fixture.h"
+#include "dxf_fixture.h"
 
 namespace vantry::host {
 namespace {

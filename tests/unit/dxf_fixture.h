@@ -11,10 +11,10 @@
 #include <string>
 #include <vector>
 
-#include "host/db_internal.h"
-#include "host/dxf.h"
-#include "host/lisp/lisp.h"
-#include "host/session.h"
+#include "db/db.h"
+#include "dxf/dxf.h"
+#include "lisp/lisp.h"
+#include "session/session.h"
 
 namespace vantry::host::testing {
 

@@ -8,7 +8,7 @@
 #include <set>
 #include <sstream>
 
-#include "tests/unit/dxf_fixture.h"
+#include "dxf_fixture.h"
 
 namespace vantry::host {
 namespace {

@@ -4,7 +4,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "tests/unit/dxf_fixture.h"
+#include "dxf_fixture.h"
 
 // A square of a size at a corner, carrying an opaque payload.
 class TestSquare : public AcDbEntity {

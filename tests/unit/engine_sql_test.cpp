@@ -1,7 +1,7 @@
 // SQL through the engine: the Access dialect by the rows it must give, error
 // numbers, action statements, and stored queries with bound parameters.
 #include "engine/engine.h"
-#include "engine/sqlite_internal.h"
+#include "sqlite_internal.h"
 #include "engine_testing.h"
 
 namespace vantry::engine {

@@ -1,5 +1,5 @@
 // Run-time classes, the system registry's editor service and module loading.
-#include "tests/unit/host_fixture.h"
+#include "host_fixture.h"
 
 namespace vantry::host {
 namespace {

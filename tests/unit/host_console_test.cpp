@@ -1,6 +1,6 @@
 // The command line (acutPrintf, screens, alerts) and the platform services
 // answered by the scripted person (message boxes, mutexes, COM start-up).
-#include "tests/unit/host_fixture.h"
+#include "host_fixture.h"
 
 namespace vantry::host {
 namespace {

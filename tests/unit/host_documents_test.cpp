@@ -3,8 +3,8 @@
 #include <filesystem>
 #include <fstream>
 
-#include "host/dxf.h"
-#include "tests/unit/host_fixture.h"
+#include "dxf/dxf.h"
+#include "host_fixture.h"
 
 namespace vantry::host {
 namespace {

@@ -6,8 +6,8 @@
 
 #include <string>
 
-#include "host/session.h"
-#include "host/standin.h"
+#include "session/session.h"
+#include "session/internal.h"
 
 namespace vantry::host {
 

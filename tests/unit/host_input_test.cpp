@@ -2,8 +2,8 @@
 // built-ins answered by the scripted person.
 #include <cmath>
 
-#include "host/editor_input.h"
-#include "tests/unit/host_fixture.h"
+#include "editor/editor.h"
+#include "host_fixture.h"
 
 namespace vantry::host {
 namespace {

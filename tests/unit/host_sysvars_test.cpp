@@ -1,7 +1,7 @@
 // System variables through the C API and through getvar/setvar.
 #include <ctime>
 
-#include "tests/unit/host_fixture.h"
+#include "host_fixture.h"
 
 namespace vantry::host {
 namespace {

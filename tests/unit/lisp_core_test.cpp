@@ -1,7 +1,7 @@
 // The evaluator, reader and printer: what a LISP caller sees of them.
 #include <gtest/gtest.h>
 
-#include "host/lisp/lisp.h"
+#include "lisp/lisp.h"
 
 namespace vantry::lisp {
 namespace {

@@ -7,7 +7,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "host/lisp/lisp.h"
+#include "lisp/lisp.h"
 
 namespace vantry::lisp {
 namespace {

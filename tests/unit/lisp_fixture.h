@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "host/lisp/lisp.h"
+#include "lisp/lisp.h"
 
 namespace vantry::lisp {
 

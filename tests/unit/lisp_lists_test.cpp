@@ -1,6 +1,6 @@
 // List functions and predicates, checked through the printed form a LISP
 // caller sees.
-#include "tests/unit/lisp_fixture.h"
+#include "lisp_fixture.h"
 
 namespace vantry::lisp {
 namespace {

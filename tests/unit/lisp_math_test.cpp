@@ -1,5 +1,5 @@
 // Numbers and geometry, checked through the printed form a LISP caller sees.
-#include "tests/unit/lisp_fixture.h"
+#include "lisp_fixture.h"
 
 namespace vantry::lisp {
 namespace {

@@ -1,7 +1,7 @@
 // String, conversion and pattern built-ins as a LISP caller sees them.
 #include <gtest/gtest.h>
 
-#include "host/lisp/lisp.h"
+#include "lisp/lisp.h"
 
 namespace vantry::lisp {
 namespace {

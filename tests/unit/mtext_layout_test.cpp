@@ -1,5 +1,5 @@
 // MText layout: format codes, font resolution and metrics that behave as text does.
-#include "host/mtext_layout.h"
+#include "mtext/layout.h"
 
 #include <gtest/gtest.h>
 

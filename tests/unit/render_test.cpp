@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <filesystem>
 
-#include "host/db_internal.h"
-#include "render/render.h"
+#include "db/db.h"
+#include "render.h"
 
 namespace vantry::render {
 namespace {

@@ -2,7 +2,7 @@
 // forms a filter arrives in, and malformed filters.
 #include <gtest/gtest.h>
 
-#include "tests/unit/ss_fixture.h"
+#include "ss_fixture.h"
 
 namespace vantry::host {
 namespace {

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "host/ss_internal.h"
-#include "tests/unit/host_fixture.h"
+#include "select/select.h"
+#include "host_fixture.h"
 
 namespace vantry::host {
 

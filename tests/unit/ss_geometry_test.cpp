@@ -6,7 +6,7 @@
 #include <cmath>
 #include <functional>
 
-#include "tests/unit/ss_fixture.h"
+#include "ss_fixture.h"
 
 namespace vantry::host {
 namespace {

@@ -4,7 +4,7 @@
 
 #include <random>
 
-#include "tests/unit/ss_fixture.h"
+#include "ss_fixture.h"
 
 namespace vantry::host {
 namespace {

@@ -2,7 +2,7 @@
 // driven by queued answers, and picking with acedEntSel.
 #include <gtest/gtest.h>
 
-#include "tests/unit/ss_fixture.h"
+#include "ss_fixture.h"
 
 namespace vantry::host {
 namespace {

@@ -1,0 +1,500 @@
+// Making a database's contents from a drawing file as read (dxf_reader.cpp).
+//
+// Every object keeps the handle the file gave it: the store is first filled
+// with free stubs up to the largest handle the file names, and a handle
+// chooser puts each new object on the stub of its file handle (vertices and
+// end markers that join with their polyline too). Objects the file lacks get
+// new handles above all of the file's, so a reference in the file always
+// finds what it named, or nothing.
+//
+// What is made: the layer, linetype, text style, application and block
+// tables with their records; block origins; the entities of every block, of
+// model space and of paper space; the root dictionary with the dictionaries
+// and groups under it; extended data; the current layer, text style,
+// linetype, colour, text size and spline settings. Entity kinds the database
+// has no class for are counted as skipped. Viewports, views, UCSs,
+// dimension styles, layouts and other objects are not kept: the writer makes
+// them anew.
+#include <set>
+#include <unordered_map>
+
+#include "dxf/internal.h"
+
+namespace vantry::host::dxf {
+namespace {
+
+struct BuildError {
+  Acad::ErrorStatus es;
+  std::wstring text;
+};
+
+AcDbEntity *makeEntity(const std::wstring &type) {
+  if (type == L"LINE") return new AcDbLine;
+  if (type == L"CIRCLE") return new AcDbCircle;
+  if (type == L"ARC") return new AcDbArc;
+  if (type == L"LWPOLYLINE") return new AcDbPolyline;
+  if (type == L"MTEXT") return new AcDbMText;
+  if (type == L"LEADER") return new AcDbLeader;
+  if (type == L"3DFACE") return new AcDbFace;
+  if (type == L"INSERT") return new AcDbBlockReference;
+  return nullptr;
+}
+
+class Builder {
+ public:
+  Builder(Drawing &d, AcDbDatabase *db, std::map<std::wstring, int> &skipped)
+      : d_(d), db_(db), impl_(db->impl()), skipped_(skipped) {}
+  ~Builder() {
+    for (AcDbObject *o : open_) o->close();
+    setHandleChooser(db_, nullptr);
+  }
+  void build();
+
+ private:
+  [[noreturn]] void fail(const Record &r, const std::wstring &what,
+                         Acad::ErrorStatus es = Acad::eDxfReadAborted) {
+    throw BuildError{es, L"line " + std::to_wstring(r.line) + L": " + what};
+  }
+  AcDbObjectId idOf(uint64_t h) const {
+    auto &stubs = impl_->stubs;
+    return h == 0 || h > stubs.size() ? AcDbObjectId::kNull : AcDbObjectId(&stubs[size_t(h - 1)]);
+  }
+  // The object joins with the handle (when free), open for write until the end.
+  AcDbObjectId place(AcDbObject *obj, uint64_t handle, AcDbObjectId owner) {
+    want_[obj] = handle;
+    AcDbObjectId id = DbAccess::addToDatabase(db_, obj, owner, true);
+    open_.push_back(obj);
+    return id;
+  }
+  void resolve(Record &r) {
+    for (auto &it : r.fields.items())
+      if (isReference(it.code) && !it.dims) it.id = idOf(uint64_t(it.integer));
+  }
+  void applyXData(AcDbObject *obj, const Record &r);
+  void findStandIns(std::vector<Record> &records);
+  const DxfStandIn *standInOf(const Record &insert, const Record **xrecord, std::wstring *cls) const;
+  Table *table(const wchar_t *name);
+  void symbolTable(const wchar_t *name, const wchar_t *recordType, AcDbObjectId &slot, AcDbSymbolTable *table,
+                   AcRxClass *recordClass);
+  void blockDefinitions(std::vector<std::pair<AcDbObjectId, Block *>> &defs);
+  void entity(Record &r, AcDbObjectId btr);
+  void polyline(Record &r, AcDbObjectId btr);
+  void appendTo(AcDbObjectId btr, AcDbObjectId id) {
+    DbAccess::blockEntities(static_cast<AcDbBlockTableRecord *>(objectOf(btr))).push_back(id);
+  }
+  void objects();
+  void dictionary(Record &r, AcDbDictionary *dict, bool root);
+  void headerVariables();
+
+  Drawing &d_;
+  AcDbDatabase *db_;
+  AcDbDatabase::Impl *impl_;
+  std::map<std::wstring, int> &skipped_;
+  std::unordered_map<const AcDbObject *, uint64_t> want_;
+  uint64_t seqend_ = 0;  // the end marker's handle while a polyline joins
+  std::unordered_map<uint64_t, Record *> objectsByHandle_;
+  std::set<std::wstring> droppedBlocks_;  // upper-case names of stand-in blocks
+  std::set<uint64_t> visited_;
+  std::vector<AcDbObject *> open_;
+};
+
+void Builder::build() {
+  while (impl_->stubs.size() < d_.maxHandle)
+    impl_->stubs.push_back(AcDbStub{db_, nullptr, impl_->stubs.size() + 1});
+  setHandleChooser(db_, [this](const AcDbObject *o) -> uint64_t {
+    auto it = want_.find(o);
+    if (it != want_.end()) return it->second;
+    return AcDbSequenceEnd::cast(o) ? seqend_ : 0;
+  });
+  for (Record &o : d_.objects)
+    if (o.handle) objectsByHandle_.emplace(o.handle, &o);
+  findStandIns(d_.entities);
+  for (Block &b : d_.blocks) findStandIns(b.entities);
+
+  symbolTable(L"LTYPE", L"LTYPE", impl_->linetypeTable, new AcDbLinetypeTable,
+              AcDbLinetypeTableRecord::desc());
+  symbolTable(L"LAYER", L"LAYER", impl_->layerTable, new AcDbLayerTable, AcDbLayerTableRecord::desc());
+  symbolTable(L"STYLE", L"STYLE", impl_->styleTable, new AcDbTextStyleTable,
+              AcDbTextStyleTableRecord::desc());
+  symbolTable(L"APPID", L"APPID", impl_->regAppTable, new AcDbRegAppTable, AcDbRegAppTableRecord::desc());
+  symbolTable(L"BLOCK_RECORD", L"BLOCK_RECORD", impl_->blockTable, new AcDbBlockTable,
+              AcDbBlockTableRecord::desc());
+  std::vector<std::pair<AcDbObjectId, Block *>> defs;
+  blockDefinitions(defs);
+  completeDatabase(db_, false);
+
+  for (auto &[btr, block] : defs)
+    for (Record &r : block->entities) entity(r, btr);
+  for (Record &r : d_.entities) {
+    AcDbObjectId owner = idOf(r.owner);
+    if (!AcDbBlockTableRecord::cast(objectOf(owner))) {
+      int64_t paper = 0;
+      r.fields.getInt(67, paper);
+      owner = paper ? impl_->paperSpace : impl_->modelSpace;
+    }
+    entity(r, owner);
+  }
+  objects();
+  headerVariables();
+}
+
+Table *Builder::table(const wchar_t *name) {
+  for (Table &t : d_.tables)
+    if (upperKey(t.name) == name) return &t;
+  return nullptr;
+}
+
+// An INSERT stands in for a custom entity when its extension dictionary
+// holds an XRECORD under the name of a class with a registered stand-in.
+const DxfStandIn *Builder::standInOf(const Record &insert, const Record **xrecord, std::wstring *cls) const {
+  auto xd = objectsByHandle_.find(insert.xdict);
+  if (!insert.xdict || xd == objectsByHandle_.end()) return nullptr;
+  const auto &its = xd->second->fields.items();
+  for (size_t i = 0; i + 1 < its.size(); ++i) {
+    if (its[i].code != 3 || (its[i + 1].code != 350 && its[i + 1].code != 360)) continue;
+    const DxfStandIn *si = findDxfStandIn(its[i].text);
+    auto xr = objectsByHandle_.find(uint64_t(its[i + 1].integer));
+    if (!si || !si->read || xr == objectsByHandle_.end() || xr->second->type != L"XRECORD") continue;
+    *xrecord = xr->second;
+    *cls = its[i].text;
+    return si;
+  }
+  return nullptr;
+}
+
+void Builder::findStandIns(std::vector<Record> &records) {
+  for (Record &r : records) {
+    const Record *xr;
+    std::wstring cls, block;
+    if (r.type == L"INSERT" && standInOf(r, &xr, &cls) && r.fields.getString(2, block))
+      droppedBlocks_.insert(upperKey(block));
+  }
+}
+
+// A table and its records. A record without a name, with a name the
+// database refuses, or with the name of one before it is skipped.
+void Builder::symbolTable(const wchar_t *name, const wchar_t *recordType, AcDbObjectId &slot,
+                          AcDbSymbolTable *tableObj, AcRxClass *recordClass) {
+  Table *t = table(name);
+  slot = place(tableObj, t ? t->head.handle : 0, AcDbObjectId::kNull);
+  if (!t) return;
+  for (Record &r : t->records) {
+    std::wstring recName;
+    if (upperKey(r.type) != recordType || !r.fields.getString(2, recName)) continue;
+    if (droppedBlocks_.count(upperKey(recName))) continue;
+    auto *rec = AcDbSymbolTableRecord::cast(recordClass->create());
+    if (tableObj->has(recName.c_str()) || rec->setName(recName.c_str()) != Acad::eOk) {
+      delete rec;
+      ++skipped_[std::wstring(recordType) + L" " + recName];
+      continue;
+    }
+    AcDbObjectId id = place(rec, r.handle, slot);
+    DbAccess::addTableRecord(tableObj, upperKey(recName), id);
+    resolve(r);
+    if (Acad::ErrorStatus es = rec->dxfInFields(&r.fields); es != Acad::eOk)
+      fail(r, L"the " + std::wstring(recordType) + L" " + recName + L" is not valid", es);
+    if (auto *layer = AcDbLayerTableRecord::cast(rec)) {
+      // 390: the plot style name's placeholder, named by its dictionary entry.
+      if (const auto *ps = r.fields.find(390)) {
+        uint64_t h = uint64_t(ps->integer);
+        for (const Record &o : d_.objects) {
+          const auto &its = o.fields.items();
+          for (size_t i = 0; i + 1 < its.size(); ++i)
+            if (its[i].code == 3 && its[i + 1].code == 350 && uint64_t(its[i + 1].integer) == h)
+              layer->setPlotStyleName(its[i].text.c_str());
+        }
+      }
+    }
+    applyXData(rec, r);
+  }
+}
+
+// Ties each BLOCK of the file to its block record (by owner, else by name;
+// a file without block records gets them from the blocks) and takes its
+// origin.
+void Builder::blockDefinitions(std::vector<std::pair<AcDbObjectId, Block *>> &defs) {
+  auto *blocks = static_cast<AcDbBlockTable *>(objectOf(impl_->blockTable));
+  for (Block &b : d_.blocks) {
+    std::wstring name;
+    b.begin.fields.getString(2, name);
+    if (name.empty() || droppedBlocks_.count(upperKey(name))) continue;
+    AcDbObjectId btr = idOf(b.begin.owner);
+    auto *rec = AcDbBlockTableRecord::cast(objectOf(btr));
+    if (!rec || upperKey(rec->name()) != upperKey(name)) {
+      btr = recordId(impl_->blockTable, name);
+      rec = AcDbBlockTableRecord::cast(objectOf(btr));
+    }
+    if (!rec) {
+      rec = new AcDbBlockTableRecord;
+      if (rec->setName(name.c_str()) != Acad::eOk) {
+        delete rec;
+        fail(b.begin, L"the block name \"" + name + L"\" is not valid");
+      }
+      btr = place(rec, 0, impl_->blockTable);
+      DbAccess::addTableRecord(blocks, upperKey(name), btr);
+    }
+    AcGePoint3d origin;
+    if (b.begin.fields.getPoint(10, origin)) rec->setOrigin(origin);
+    defs.emplace_back(btr, &b);
+  }
+}
+
+void Builder::entity(Record &r, AcDbObjectId btr) {
+  if (r.type == L"POLYLINE") return polyline(r, btr);
+  const Record *xrecord = nullptr;
+  std::wstring cls;
+  if (r.type == L"INSERT") {
+    if (const DxfStandIn *si = standInOf(r, &xrecord, &cls)) {
+      // The class's data: the XRECORD's groups after its marker and cloning flag.
+      AcDbDxfFiler data(true);
+      const auto &its = xrecord->fields.items();
+      size_t i = 0;
+      if (i < its.size() && its[i].code == 100) ++i;
+      if (i < its.size() && its[i].code == 280) ++i;
+      data.items().assign(its.begin() + long(i), its.end());
+      std::wstring why;
+      AcDbEntity *ent = si->read(data, &why);
+      if (!ent) fail(r, L"the " + cls + L" entity cannot be read: " + why);
+      appendTo(btr, place(ent, r.handle, btr));
+      resolve(r);
+      if (Acad::ErrorStatus es = ent->AcDbEntity::dxfInFields(&r.fields); es != Acad::eOk)
+        fail(r, L"the " + cls + L" entity is not valid", es);
+      applyXData(ent, r);
+      return;
+    }
+  }
+  AcDbEntity *ent = makeEntity(r.type);
+  if (!ent) {
+    ++skipped_[r.type];
+    return;
+  }
+  appendTo(btr, place(ent, r.handle, btr));
+  ent->setLayer(recordId(impl_->layerTable, L"0"));
+  resolve(r);
+  if (Acad::ErrorStatus es = ent->dxfInFields(&r.fields); es != Acad::eOk)
+    fail(r, L"the " + r.type + L" is not valid", es);
+  applyXData(ent, r);
+}
+
+// An old-style polyline: its vertices are made first and join the database
+// with it, each with its file handle, and so does its end marker.
+void Builder::polyline(Record &r, AcDbObjectId btr) {
+  int64_t flags = 0;
+  r.fields.getInt(70, flags);
+  if (flags & (16 | 64)) {
+    ++skipped_[L"POLYLINE (mesh)"];
+    return;
+  }
+  std::vector<Record *> verts;
+  seqend_ = 0;
+  for (Record &s : r.subs) {
+    if (s.type == L"VERTEX") verts.push_back(&s);
+    if (s.type == L"SEQEND") seqend_ = s.handle;
+  }
+  AcDbEntity *pl;
+  std::vector<AcDbEntity *> made;
+  if (flags & 8) {
+    auto *p3 = new AcDb3dPolyline;
+    for (Record *v : verts) {
+      auto *vx = new AcDb3dPolylineVertex;
+      want_[vx] = v->handle;
+      p3->appendVertex(vx);
+      made.push_back(vx);
+    }
+    pl = p3;
+  } else {
+    auto *p2 = new AcDb2dPolyline;
+    for (Record *v : verts) {
+      auto *vx = new AcDb2dVertex;
+      want_[vx] = v->handle;
+      p2->appendVertex(vx);
+      made.push_back(vx);
+    }
+    pl = p2;
+  }
+  appendTo(btr, place(pl, r.handle, btr));
+  seqend_ = 0;
+  pl->setLayer(recordId(impl_->layerTable, L"0"));
+  resolve(r);
+  if (Acad::ErrorStatus es = pl->dxfInFields(&r.fields); es != Acad::eOk)
+    fail(r, L"the POLYLINE is not valid", es);
+  applyXData(pl, r);
+  for (size_t i = 0; i < verts.size(); ++i) {
+    AcDbObject *v = nullptr;
+    if (acdbOpenObject(v, made[i]->objectId(), AcDb::kForWrite) != Acad::eOk)
+      fail(*verts[i], L"a VERTEX is busy");
+    open_.push_back(v);
+    resolve(*verts[i]);
+    if (Acad::ErrorStatus es = v->dxfInFields(&verts[i]->fields); es != Acad::eOk)
+      fail(*verts[i], L"the VERTEX is not valid", es);
+    applyXData(v, *verts[i]);
+  }
+}
+
+// Extended data, registering the applications it names that are not yet.
+void Builder::applyXData(AcDbObject *obj, const Record &r) {
+  if (!r.xdata) return;
+  for (const resbuf *p = r.xdata; p; p = p->rbnext)
+    if (p->restype == 1001 && p->resval.rstring && *p->resval.rstring)
+      ensureRecord(impl_->regAppTable, AcDbRegAppTableRecord::desc(), p->resval.rstring);
+  if (Acad::ErrorStatus es = obj->setXData(r.xdata); es != Acad::eOk)
+    fail(r, L"the extended data of the " + r.type + L" is not valid", es);
+}
+
+// The root dictionary is the first DICTIONARY without an owner.
+void Builder::objects() {
+  for (Record &r : d_.objects) {
+    if (r.type != L"DICTIONARY" || (r.hasOwner && r.owner != 0)) continue;
+    auto *nod = new AcDbDictionary;
+    impl_->nod = place(nod, r.handle, AcDbObjectId::kNull);
+    visited_.insert(r.handle);
+    applyXData(nod, r);
+    dictionary(r, nod, true);
+    return;
+  }
+}
+
+// A dictionary's entries that are dictionaries or groups; others are left out.
+void Builder::dictionary(Record &r, AcDbDictionary *dict, bool root) {
+  const auto &its = r.fields.items();
+  for (size_t i = 0; i + 1 < its.size(); ++i) {
+    if (its[i].code != 3 || (its[i + 1].code != 350 && its[i + 1].code != 360)) continue;
+    std::wstring key = its[i].text;
+    uint64_t h = uint64_t(its[i + 1].integer);
+    auto found = objectsByHandle_.find(h);
+    if ((root && isFixedRootKey(upperKey(key))) || found == objectsByHandle_.end() || key.empty()) continue;
+    Record &child = *found->second;
+    if (!visited_.insert(h).second) continue;  // a second way to the same object
+    AcDbObject *obj = child.type == L"DICTIONARY" ? static_cast<AcDbObject *>(new AcDbDictionary)
+                      : child.type == L"GROUP"    ? new AcDbGroup
+                                                  : nullptr;
+    if (!obj) continue;
+    want_[obj] = h;
+    AcDbObjectId id;
+    if (Acad::ErrorStatus es = dict->setAt(key.c_str(), obj, id); es != Acad::eOk) {
+      delete obj;
+      fail(child, L"the dictionary entry \"" + key + L"\" is not valid", es);
+    }
+    open_.push_back(obj);
+    if (root && upperKey(key) == L"ACAD_GROUP") impl_->groupDict = id;
+    if (auto *sub = AcDbDictionary::cast(obj)) {
+      dictionary(child, sub, false);
+    } else {
+      resolve(child);
+      if (Acad::ErrorStatus es = obj->dxfInFields(&child.fields); es != Acad::eOk)
+        fail(child, L"the GROUP \"" + key + L"\" is not valid", es);
+    }
+    applyXData(obj, child);
+  }
+}
+
+void Builder::headerVariables() {
+  auto text = [&](const wchar_t *name) {
+    auto it = d_.header.find(name);
+    return it == d_.header.end() ? std::wstring() : it->second.text;
+  };
+  auto item = [&](const wchar_t *name) -> const AcDbDxfFiler::Item * {
+    auto it = d_.header.find(name);
+    return it == d_.header.end() ? nullptr : &it->second;
+  };
+  if (AcDbObjectId id = recordId(impl_->layerTable, text(L"$CLAYER")); !id.isNull()) db_->setClayer(id);
+  if (AcDbObjectId id = recordId(impl_->styleTable, text(L"$TEXTSTYLE")); !id.isNull()) db_->setTextstyle(id);
+  if (AcDbObjectId id = recordId(impl_->linetypeTable, text(L"$CELTYPE")); !id.isNull()) db_->setCeltype(id);
+  if (const auto *c = item(L"$CECOLOR"); c && c->integer >= 0 && c->integer <= 256) {
+    AcCmColor color;
+    color.setColorIndex(Adesk::UInt16(c->integer));
+    db_->setCecolor(color);
+  }
+  if (const auto *s = item(L"$TEXTSIZE")) db_->setTextsize(s->real[0]);
+  if (const auto *s = item(L"$SPLINESEGS")) db_->setSplinesegs(Adesk::Int16(s->integer));
+  if (const auto *s = item(L"$SPLINETYPE")) db_->setSplinetype(Adesk::Int16(s->integer));
+}
+
+}  // namespace
+
+Acad::ErrorStatus buildDrawing(Drawing &d, AcDbDatabase *db, std::map<std::wstring, int> &skipped,
+                               std::wstring *error) {
+  try {
+    Builder(d, db, skipped).build();
+  } catch (const BuildError &e) {
+    if (error) *error = e.text;
+    return e.es;
+  }
+  return Acad::eOk;
+}
+
+bool emptyDatabase(AcDbDatabase *db) {
+  auto *impl = db->impl();
+  for (const AcDbStub &s : impl->stubs)
+    if (s.obj && (s.obj->isReadEnabled() || s.obj->isNotifyEnabled())) return false;
+  for (AcDbStub &s : impl->stubs) {
+    delete s.obj;
+    s.obj = nullptr;
+  }
+  AcDbDatabase::Impl fresh;
+  fresh.serial = impl->serial;
+  fresh.transactions = std::move(impl->transactions);
+  *impl = std::move(fresh);
+  return true;
+}
+
+void completeDatabase(AcDbDatabase *db, bool dictionaries) {
+  auto *impl = db->impl();
+  auto table = [&](AcDbObjectId &slot, AcDbSymbolTable *(*make)()) {
+    if (!AcDbSymbolTable::cast(objectOf(slot)))
+      slot = DbAccess::addToDatabase(db, make(), AcDbObjectId::kNull, false);
+  };
+  table(impl->blockTable, [] { return static_cast<AcDbSymbolTable *>(new AcDbBlockTable); });
+  table(impl->layerTable, [] { return static_cast<AcDbSymbolTable *>(new AcDbLayerTable); });
+  table(impl->styleTable, [] { return static_cast<AcDbSymbolTable *>(new AcDbTextStyleTable); });
+  table(impl->linetypeTable, [] { return static_cast<AcDbSymbolTable *>(new AcDbLinetypeTable); });
+  table(impl->regAppTable, [] { return static_cast<AcDbSymbolTable *>(new AcDbRegAppTable); });
+
+  AcRxClass *lt = AcDbLinetypeTableRecord::desc();
+  impl->byBlock = ensureRecord(impl->linetypeTable, lt, L"ByBlock");
+  impl->byLayer = ensureRecord(impl->linetypeTable, lt, L"ByLayer");
+  bool hadContinuous = !recordId(impl->linetypeTable, L"Continuous").isNull();
+  impl->continuous = ensureRecord(impl->linetypeTable, lt, L"Continuous");
+  if (!hadContinuous)
+    static_cast<AcDbLinetypeTableRecord *>(objectOf(impl->continuous))->setComments(L"Solid line");
+  bool hadZero = !recordId(impl->layerTable, L"0").isNull();
+  AcDbObjectId zero = ensureRecord(impl->layerTable, AcDbLayerTableRecord::desc(), L"0");
+  if (!hadZero) static_cast<AcDbLayerTableRecord *>(objectOf(zero))->setLinetypeObjectId(impl->continuous);
+  AcDbObjectId standard = ensureRecord(impl->styleTable, AcDbTextStyleTableRecord::desc(), L"Standard");
+  ensureRecord(impl->regAppTable, AcDbRegAppTableRecord::desc(), L"ACAD");
+
+  auto space = [&](const wchar_t *name) {
+    AcDbObjectId id = recordId(impl->blockTable, name);
+    if (!id.isNull()) return id;
+    auto *rec = new AcDbBlockTableRecord;
+    rec->setName(name);
+    id = DbAccess::addToDatabase(db, rec, impl->blockTable, false);
+    DbAccess::addTableRecord(static_cast<AcDbSymbolTable *>(objectOf(impl->blockTable)), upperKey(name), id);
+    return id;
+  };
+  impl->modelSpace = space(ACDB_MODEL_SPACE);
+  impl->paperSpace = space(ACDB_PAPER_SPACE);
+
+  if (impl->clayer.isNull()) impl->clayer = zero;
+  if (impl->textstyle.isNull()) impl->textstyle = standard;
+  if (impl->celtype.isNull()) impl->celtype = impl->byLayer;
+  if (!dictionaries) return;
+  if (!AcDbDictionary::cast(objectOf(impl->nod))) {
+    impl->nod = DbAccess::addToDatabase(db, new AcDbDictionary, AcDbObjectId::kNull, false);
+    impl->groupDict = AcDbObjectId::kNull;
+  }
+  auto *nod = static_cast<AcDbDictionary *>(objectOf(impl->nod));
+  if (!AcDbDictionary::cast(objectOf(impl->groupDict))) {
+    AcDbObjectId groups;
+    if (nod->getAt(L"ACAD_GROUP", groups) != Acad::eOk || !AcDbDictionary::cast(objectOf(groups))) {
+      bool wasWrite = nod->isWriteEnabled();
+      if (!wasWrite) DbAccess::open(nod, AcDb::kForWrite, 256);
+      nod->setAt(L"ACAD_GROUP", new AcDbDictionary, groups);
+      objectOf(groups)->close();
+      if (!wasWrite) nod->close();
+    }
+    impl->groupDict = groups;
+  }
+}
+
+}  // namespace vantry::host::dxf

@@ -1,0 +1,60 @@
+// Wiring between the stand-in's own files, behind host/session.h.
+//
+// Session::reset() in documents.cpp puts every part of the stand-in back to
+// a fresh process; the parts that keep state outside Session (the platform's
+// counters, the pending initget, the class registry's built-ins) expose their
+// reset here. installHostFunctions() gathers the LISP built-ins that live in
+// the files of the part they belong to (getvar/setvar beside the system
+// variables, alert beside the command line). Neither the module nor the LISP
+// core includes this header.
+#pragma once
+
+#include <cstdarg>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/arx.h"
+#include "lisp/lisp.h"
+
+namespace vantry::host {
+
+// --- System variables (sysvars.cpp)
+// Clears Session::sysvars and seeds the variables a script expects.
+void seedSystemVariables();
+// Sets a variable whatever its access, for the host's own bookkeeping
+// (DWGNAME, DWGPREFIX, LASTPOINT) and for tests. Creates it when unknown.
+void setSystemString(const std::wstring &name, std::wstring_view value);
+void setSystemValue(const std::wstring &name, const resbuf &value);
+// ACADPREFIX split at ";" (the host's support directories).
+std::vector<std::wstring> supportDirectories();
+// getvar and setvar.
+void installSystemVariableLisp(lisp::Interp &in);
+
+// --- Command line (console.cpp)
+// The text acutPrintf prints for a format and its arguments.
+std::wstring formatHostPrintf(const wchar_t *format, va_list args);
+// alert.
+void installAlertLisp(lisp::Interp &in);
+
+// --- Platform (win32.cpp)
+void resetPlatform();
+// CoInitialize calls not yet matched by CoUninitialize.
+int comInitCount();
+int beepCount();
+
+// --- Editor input (input.cpp)
+// Forgets a pending initget and the last keyword.
+void resetEditorInput();
+
+// --- Applications (apps.cpp)
+// Sends every loaded module its unload messages and closes it, last loaded first.
+void unloadAllModules();
+
+// --- Documents (documents.cpp)
+// Turns a file name as LISP or the module writes it into an absolute native
+// path, and gives the title (the last component).
+std::wstring absolutePath(const std::wstring &path);
+std::wstring titleOf(const std::wstring &path);
+
+}  // namespace vantry::host
