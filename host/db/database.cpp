@@ -12,7 +12,7 @@ namespace vantry::host {
 
 // Chooses the handle an object joins a database with, while a drawing file
 // is read into it (0: the next new handle). Declared where it is used
-// (host/dxf_internal.h); null removes the chooser.
+// (host/dxf/internal.h); null removes the chooser.
 using HandleChooser = std::function<uint64_t(const AcDbObject *)>;
 void setHandleChooser(const AcDbDatabase *db, HandleChooser chooser);
 

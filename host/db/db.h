@@ -1,4 +1,4 @@
-// The drawing database's insides, shared by the host/db_*.cpp files and the
+// The drawing database's insides, shared by the host/db/*.cpp files and the
 // stand-in's LISP entity functions. Module code never includes this.
 //
 // Store: a database keeps one AcDbStub per object it ever held, in a deque
@@ -37,7 +37,7 @@ struct AcDbDatabase::Impl {
   double textsize = 2.5;
   Adesk::Int16 splinesegs = 8, splinetype = 6;
   std::unique_ptr<AcTransactionManager> transactions;
-  // Objects written since the selection index last looked (host/ss_index.cpp).
+  // Objects written since the selection index last looked (host/select/index.cpp).
   // While `tracking`, every open for write, write close and join records the
   // object's stub (noteWritten); past a limit the list is dropped, tracking
   // stops and `touchOverflow` makes the index rebuild in full.

@@ -3,7 +3,7 @@
 // CAD programs open what a script drew. docs/dxf.md describes the layout
 // written, what is read and what is skipped.
 //
-// Callers: the session's save and open of documents (host/documents.cpp),
+// Callers: the session's save and open of documents (host/session/documents.cpp),
 // the runner's --drawing/--save options, tests and benchmarks.
 #pragma once
 

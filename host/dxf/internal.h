@@ -1,4 +1,4 @@
-// Insides of the drawing-file writer and reader (host/dxf_*.cpp).
+// Insides of the drawing-file writer and reader (host/dxf/*.cpp).
 //
 // The file is a sequence of group pairs, each two lines: the group code (an
 // integer, right-aligned in three columns when written) and its value. The
@@ -24,7 +24,7 @@ namespace vantry::host {
 
 // Chooses the handle an object joins a database with while a file is read
 // into it (0: the next new handle); a null chooser removes it
-// (host/db_database.cpp).
+// (host/db/database.cpp).
 using HandleChooser = std::function<uint64_t(const AcDbObject *)>;
 void setHandleChooser(const AcDbDatabase *db, HandleChooser chooser);
 

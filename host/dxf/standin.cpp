@@ -37,7 +37,7 @@ const DxfStandIn *findDxfStandIn(const std::wstring &className) {
 
 }  // namespace vantry::host
 
-// The host API's form (host/dxf_standin.h) over the registry.
+// The host API's form (include/host/dxf_standin.h) over the registry.
 Acad::ErrorStatus acdbRegisterDxfStandIn(AcRxClass *cls, AcDbDxfStandInWriter write,
                                          AcDbDxfStandInReader read) {
   if (!cls || !write || !read) return Acad::eNullObjectPointer;

@@ -1,4 +1,4 @@
-// The editor's C API over the shared input code of host/editor_input.h.
+// The editor's C API over the shared input code of host/editor/editor.h.
 #include <cwchar>
 
 #include "editor/editor.h"

@@ -1,5 +1,5 @@
 // Editor input over the scripted person: the request loop of
-// host/editor_input.h (its conversions are in input_parse.cpp), the session's
+// host/editor/editor.h (its conversions are in (parse.cpp)), the session's
 // input and dialog queues, and the
 // LISP built-ins initget, getpoint, getcorner, getstring, getint, getreal,
 // getkword, getdist, getangle and getorient.

@@ -1,5 +1,5 @@
 // AcEdJig over the scripted person: every acquire is one editor request of
-// host/editor_input.h (prompt, answer, echo, keyword completion and the
+// host/editor/editor.h (prompt, answer, echo, keyword completion and the
 // host's messages), whose answer ends the drag.
 #include <cstdarg>
 

@@ -1,7 +1,7 @@
 // Conversions of the scripted person's typed answers: initget keyword
 // strings and their abbreviations, integers, reals, angles in the host's
 // angular units, and points (absolute, relative "@", polar "<"). Plain
-// functions of host/editor_input.h, with no session.
+// functions of host/editor/editor.h, with no session.
 #include <cmath>
 #include <cwchar>
 #include <cwctype>

@@ -10,7 +10,7 @@
 //
 // Updates: while an index exists the database records every object written
 // (opened for write, closed after a write, or joined: noteWritten in
-// host/db_internal.h). Before answering, the index reads that list and
+// host/db/db.h). Before answering, the index reads that list and
 // re-files each model-space entity on it (a vertex or end marker stands for
 // its polyline); an entity still open for write stays on a pending list and
 // is answered by every query until it is closed. A change to a block

@@ -1,6 +1,6 @@
 // acedEntSel and acedNEntSel: one entity picked at a point.
 //
-// The request runs through the editor's point request (host/editor_input.h),
+// The request runs through the editor's point request (host/editor/editor.h),
 // so a pending acedInitGet applies: its keywords answer RTKWORD (acedGetInput
 // hands the keyword over), bit 1 refuses Enter. A pick or a point picks the
 // entity nearest the point within the pick box (pickAt); none there answers

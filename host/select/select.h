@@ -1,6 +1,6 @@
 // The insides of the host's selection: selection sets, what an entity looks
 // like in plan (its shape), filters, the spatial index over model space and
-// the queries that the selection modes and the pick share. Only host/ss_*.cpp
+// the queries that the selection modes and the pick share. Only host/select/*.cpp
 // include this; the module sees host/aced_select.h.
 //
 // Geometry is tested in the XY plane of the world (the headless view is a

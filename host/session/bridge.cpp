@@ -410,7 +410,7 @@ Value chainToValue(Interp &in, const resbuf *rb) {
   return b.take();
 }
 
-void installSelectionLisp(Interp &in);  // host/ss_lisp.cpp
+void installSelectionLisp(Interp &in);  // host/select/lisp.cpp
 
 void installHostLisp(Interp &in) {
   in.callExternal = callExternal;

@@ -1,4 +1,4 @@
-// Wiring between the stand-in's own files, behind host/session.h.
+// Wiring between the stand-in's own files, behind host/session/session.h.
 //
 // Session::reset() in documents.cpp puts every part of the stand-in back to
 // a fresh process; the parts that keep state outside Session (the platform's

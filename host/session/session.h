@@ -194,7 +194,7 @@ void installHostLisp(lisp::Interp &in);
 void installEditorInput(lisp::Interp &in);
 void installHostFunctions(lisp::Interp &in);
 // The drawing database's built-ins: entget, entmake ..., tblsearch,
-// dictsearch, regapp ... (host/db_lisp_entities.cpp).
+// dictsearch, regapp ... (host/db/lisp_entities.cpp).
 void installEntityLisp(lisp::Interp &in);
 
 }  // namespace vantry::host

@@ -1,4 +1,4 @@
-// The platform services of host/win32.h, answered headless.
+// The platform services of include/host/win32.h, answered headless.
 //
 // A message box is written to the transcript as
 //   [<caption>] <text>

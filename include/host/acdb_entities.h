@@ -480,7 +480,7 @@ class AcDb3dPolyline : public AcDbCurve {
 // --- Annotation -------------------------------------------------------------------------------
 
 // Multiline text. Its metrics come from the MText layout with the text style's
-// font (host/mtext_layout.h).
+// font (host/mtext/layout.h).
 class AcDbMText : public AcDbEntity {
  public:
   ACRX_DECLARE_MEMBERS(AcDbMText);

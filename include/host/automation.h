@@ -1,7 +1,7 @@
 // The product's automation server, as its type library publishes it: the
 // class and the one custom interface that the module starts at load and
 // stops at unload. On the host's platform the server is a separate COM
-// component; here the host stand-in plays it (host/com.cpp), and tests can
+// component; here the host stand-in plays it (host/session/com.cpp), and tests can
 // make it absent or make its start fail.
 #pragma once
 
