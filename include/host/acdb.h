@@ -2,7 +2,8 @@
 // are opened and closed, the database with its symbol tables and
 // dictionaries, groups, extended data, transactions and the class
 // descriptors of every database class. The entities live in
-// host/acdb_entities.h (included at the end), geometry in host/acge.h.
+// host/acdb_entity.h, acdb_curves.h, acdb_polylines.h, acdb_annotation.h and
+// acdb_references.h (included at the end), geometry in host/acge.h.
 //
 // Ownership:
 //  - A database owns every object added to it (by appendAcDbEntity, add,
@@ -476,5 +477,9 @@ AcTransactionManager *acdbWorkingTransactionManager();
 #define acdbTransactionManager acdbWorkingTransactionManager()
 #define actrTransactionManager acdbWorkingTransactionManager()
 
-#include "host/acdb_entities.h"
+#include "host/acdb_entity.h"
+#include "host/acdb_curves.h"
+#include "host/acdb_polylines.h"
+#include "host/acdb_annotation.h"
+#include "host/acdb_references.h"
 #include "host/acdb_tables.h"
