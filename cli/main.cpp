@@ -87,11 +87,11 @@ bool queueInput(lisp::Interp &in, const std::string &path) {
     return false;
   }
   try {
-    std::vector<lisp::Value> forms = in.readAll(lisp::fromUtf8(text), {lisp::fromUtf8(path), 1});
+    std::vector<lisp::Value> forms = in.readAll(vantry::text::fromUtf8(text), {vantry::text::fromUtf8(path), 1});
     lisp::Value list = lisp::vectorToList(forms);
     in.apply(lisp::Value(in.intern(L"HOST:QUEUE-INPUT")), &list, 1);
   } catch (const lisp::LispError &e) {
-    std::fprintf(stderr, "vantry: %s\n", lisp::toUtf8(e.message).c_str());
+    std::fprintf(stderr, "vantry: %s\n", vantry::text::toUtf8(e.message).c_str());
     return false;
   } catch (const lisp::ErrorHandled &) {
     return false;
@@ -107,7 +107,7 @@ int runScripts(lisp::Interp &in, const std::vector<std::string> &files) {
       return 2;
     }
     try {
-      in.evalText(lisp::fromUtf8(text), {lisp::fromUtf8(file), 1});
+      in.evalText(vantry::text::fromUtf8(text), {vantry::text::fromUtf8(file), 1});
     } catch (const lisp::ErrorHandled &) {
       return 1;
     }
@@ -125,7 +125,7 @@ int exportStep(lisp::Interp &in, const std::string &file) {
     std::fprintf(stderr, "vantry: --step needs the solid module, which is not loaded\n");
     return 2;
   }
-  lisp::Value path = lisp::makeString(lisp::fromUtf8(file));
+  lisp::Value path = lisp::makeString(vantry::text::fromUtf8(file));
   try {
     ++in.catchDepth;
     lisp::Value n = in.apply(fn, &path, 1);
@@ -136,7 +136,7 @@ int exportStep(lisp::Interp &in, const std::string &file) {
     }
   } catch (const lisp::LispError &e) {
     --in.catchDepth;
-    std::fprintf(stderr, "vantry: %s\n", lisp::toUtf8(e.message).c_str());
+    std::fprintf(stderr, "vantry: %s\n", vantry::text::toUtf8(e.message).c_str());
     return 1;
   }
   return 0;
@@ -144,7 +144,7 @@ int exportStep(lisp::Interp &in, const std::string &file) {
 
 int evalExpression(lisp::Interp &in, const std::string &expr) {
   try {
-    lisp::Value v = in.evalText(lisp::fromUtf8(expr), {L"-e", 1});
+    lisp::Value v = in.evalText(vantry::text::fromUtf8(expr), {L"-e", 1});
     Session::get().print(in.toString(v, true) + L"\n");
   } catch (const lisp::ErrorHandled &) {
     return 1;
@@ -155,7 +155,7 @@ int evalExpression(lisp::Interp &in, const std::string &expr) {
 int session(const Options &opt) {
   Session &s = Session::get();
   s.echo = [](std::wstring_view text) {
-    std::string out = lisp::toUtf8(text);
+    std::string out = vantry::text::toUtf8(text);
     std::fwrite(out.data(), 1, out.size(), stdout);
     std::fflush(stdout);
   };
@@ -164,7 +164,7 @@ int session(const Options &opt) {
   // registered. Each module gets the drawing's load message when the document opens.
   if (opt.productModule) s.loadModule(kProductModule, false);
   for (const std::string &m : opt.modules) {
-    if (!s.loadModule(lisp::fromUtf8(m), false)) {
+    if (!s.loadModule(vantry::text::fromUtf8(m), false)) {
       std::fprintf(stderr, "vantry: cannot load module %s\n", m.c_str());
       return 2;
     }
@@ -172,7 +172,7 @@ int session(const Options &opt) {
   if (!opt.drawing.empty()) {
     FILE *in = std::fopen(opt.drawing.c_str(), "rb");
     if (in) std::fclose(in);
-    if (!in || !s.newDocument(lisp::fromUtf8(opt.drawing))) {
+    if (!in || !s.newDocument(vantry::text::fromUtf8(opt.drawing))) {
       std::fprintf(stderr, "vantry: cannot open the drawing %s\n", opt.drawing.c_str());
       return 2;
     }
@@ -182,7 +182,7 @@ int session(const Options &opt) {
   lisp::Interp &in = s.current()->lisp();
   for (const std::string &f : opt.inputFiles)
     if (!queueInput(in, f)) return 2;
-  for (const std::string &a : opt.dialogAnswers) s.dialogAnswers.push_back(lisp::fromUtf8(a));
+  for (const std::string &a : opt.dialogAnswers) s.dialogAnswers.push_back(vantry::text::fromUtf8(a));
 
   int status = 0;
   if (opt.command == "run")
@@ -206,7 +206,7 @@ int session(const Options &opt) {
     if (!s.current()) {
       std::fprintf(stderr, "vantry: --save: no drawing is open\n");
       status = 1;
-    } else if (!s.save(s.current(), lisp::fromUtf8(opt.saveAs))) {
+    } else if (!s.save(s.current(), vantry::text::fromUtf8(opt.saveAs))) {
       std::fprintf(stderr, "vantry: cannot save the drawing as %s\n", opt.saveAs.c_str());
       status = 1;
     }

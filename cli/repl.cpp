@@ -51,7 +51,7 @@ int repl(lisp::Interp &in) {
     std::free(line);
     if (!complete(pending)) continue;
     try {
-      lisp::Value v = in.evalText(lisp::fromUtf8(pending), {L"", 1});
+      lisp::Value v = in.evalText(vantry::text::fromUtf8(pending), {L"", 1});
       if (!s.atLineStart()) s.print(L"\n");
       s.print(in.toString(v, true) + L"\n");
     } catch (const lisp::ErrorHandled &) {

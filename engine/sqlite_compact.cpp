@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "common/files.h"
 #include "sqlite_internal.h"
 
 namespace vantry::engine::sqlite {
@@ -193,20 +194,20 @@ bool SqliteEngine::CompactDatabase(const std::string &source, const std::string 
     sqlite3_busy_timeout(in.h, 2000);
     rc = checkSource(in.h);
   }
-  std::string tmp = dst + ".compacting";
-  ::unlink(tmp.c_str());
-  if (rc == SQLITE_OK) {
-    char *sql = sqlite3_mprintf("VACUUM INTO %Q", tmp.c_str());
-    rc = sqlite3_exec(in.h, sql, nullptr, nullptr, nullptr);
-    sqlite3_free(sql);
-  } else if ((rc & 0xff) == SQLITE_CORRUPT || (rc & 0xff) == SQLITE_NOTADB) {
-    Db out;
-    rc = sqlite3_open_v2(tmp.c_str(), &out.h, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
-    if (rc == SQLITE_OK && !salvage(in.h, out.h)) rc = SQLITE_NOTADB;
-  }
-  if (rc == SQLITE_OK && std::rename(tmp.c_str(), dst.c_str()) != 0) rc = SQLITE_CANTOPEN;
-  if (rc == SQLITE_OK) return true;
-  ::unlink(tmp.c_str());
+  bool replaced = files::replaceFile(dst, [&](const std::string &tmp) {
+    if (rc == SQLITE_OK) {
+      char *sql = sqlite3_mprintf("VACUUM INTO %Q", tmp.c_str());
+      rc = sqlite3_exec(in.h, sql, nullptr, nullptr, nullptr);
+      sqlite3_free(sql);
+    } else if ((rc & 0xff) == SQLITE_CORRUPT || (rc & 0xff) == SQLITE_NOTADB) {
+      Db out;
+      rc = sqlite3_open_v2(tmp.c_str(), &out.h, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+      if (rc == SQLITE_OK && !salvage(in.h, out.h)) rc = SQLITE_NOTADB;
+    }
+    return rc == SQLITE_OK;
+  });
+  if (replaced) return true;
+  if (rc == SQLITE_OK) rc = SQLITE_CANTOPEN;
   switch (rc & 0xff) {
     case SQLITE_NOTADB:
     case SQLITE_CORRUPT:

@@ -3,13 +3,13 @@
 #include <cairo.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <limits>
 
-#include "lisp/lisp.h"
+#include "common/files.h"
+#include "common/text.h"
 #include "render.h"
 
 namespace vantry::render {
@@ -213,7 +213,7 @@ class Painter {
     cairo_select_font_face(cr, "sans-serif", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
     cairo_set_font_size(cr, size);
     cairo_move_to(cr, at.x, at.y + size);  // the text hangs from its location
-    cairo_show_text(cr, lisp::toUtf8(p.text).c_str());
+    cairo_show_text(cr, text::toUtf8(p.text).c_str());
   }
 
   Canvas &canvas_;
@@ -297,19 +297,18 @@ bool writePng(AcDbDatabase *db, const std::string &path, const Options &options,
   cairo_surface_t *surface = paint(prims, options, nullptr);
   // Written beside the target and renamed over it when complete, so a
   // failed write leaves an older picture as it was.
-  std::string temp = path + ".part";
-  cairo_status_t status = cairo_surface_write_to_png(surface, temp.c_str());
+  cairo_status_t status = CAIRO_STATUS_SUCCESS;
+  bool written = files::replaceFile(
+      path,
+      [&](const std::string &temp) {
+        status = cairo_surface_write_to_png(surface, temp.c_str());
+        return status == CAIRO_STATUS_SUCCESS;
+      },
+      error);
   cairo_surface_destroy(surface);
-  if (status != CAIRO_STATUS_SUCCESS) {
-    std::remove(temp.c_str());
-    if (error) *error = "cannot write " + path + ": " + cairo_status_to_string(status);
-    return false;
-  }
-  if (std::rename(temp.c_str(), path.c_str()) != 0) {
-    if (error) *error = "cannot write " + path + ": " + std::strerror(errno);
-    std::remove(temp.c_str());
-    return false;
-  }
+  if (status != CAIRO_STATUS_SUCCESS && error)
+    *error = "cannot write " + path + ": " + cairo_status_to_string(status);
+  if (!written) return false;
   return true;
 }
 

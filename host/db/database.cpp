@@ -4,7 +4,7 @@
 #include <map>
 
 #include "db/db.h"
-#include "lisp/lisp.h"
+#include "common/text.h"
 
 using vantry::host::DbAccess;
 
@@ -83,7 +83,7 @@ AcDbObjectId DbAccess::addToDatabase(AcDbDatabase *db, AcDbObject *obj, AcDbObje
 }
 
 std::wstring upperKey(std::wstring_view s) {
-  return lisp::upcase(s);
+  return text::upcase(s);
 }
 
 bool validSymbolName(std::wstring_view name) {

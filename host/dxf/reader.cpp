@@ -18,7 +18,7 @@
 #include <sstream>
 
 #include "dxf/internal.h"
-#include "lisp/lisp.h"
+#include "common/text.h"
 
 namespace vantry::host {
 namespace dxf {
@@ -460,16 +460,16 @@ Acad::ErrorStatus openDxf(const std::string &path, AcDbDatabase *into, std::wstr
   if (!f) {
     int e = errno;
     return fail(e == ENOENT ? Acad::eFileNotFound : Acad::eFileAccessErr,
-                L"cannot read " + lisp::fromUtf8(path) + L": " + lisp::fromUtf8(std::strerror(e)));
+                L"cannot read " + text::fromUtf8(path) + L": " + text::fromUtf8(std::strerror(e)));
   }
   std::string text;
   f.seekg(0, std::ios::end);
   std::streamoff size = f.tellg();
-  if (size < 0) return fail(Acad::eFileAccessErr, L"cannot read " + lisp::fromUtf8(path));
+  if (size < 0) return fail(Acad::eFileAccessErr, L"cannot read " + text::fromUtf8(path));
   f.seekg(0);
   text.resize(size_t(size));
   if (size > 0 && !f.read(text.data(), size))
-    return fail(Acad::eFileAccessErr, L"cannot read " + lisp::fromUtf8(path));
+    return fail(Acad::eFileAccessErr, L"cannot read " + text::fromUtf8(path));
   if (text.find('\0') != std::string::npos)
     return fail(Acad::eDxfReadAborted, L"line 1: not an ASCII drawing file (binary data)");
 

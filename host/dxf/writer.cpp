@@ -13,15 +13,14 @@
 // up, and $HANDSEED is above them all. Each object's own groups come from its
 // dxfOutFields in the file form; the writer adds the 0 type, the handle, the
 // owner, the 102 groups of an extension dictionary and the extended data.
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstring>
 #include <map>
 #include <memory>
 
+#include "common/files.h"
+#include "common/text.h"
 #include "dxf/internal.h"
-#include "lisp/lisp.h"
 
 namespace vantry::host {
 namespace dxf {
@@ -291,7 +290,7 @@ void Writer::symbolTable(AcDbObjectId tableId, const char *name) {
   out_.handle(330, 0);
   for (const auto &it : head.items())
     if (it.code == 100 || it.code == 70) item(it);
-  std::wstring type = lisp::fromUtf8(name);
+  std::wstring type = text::fromUtf8(name);
   for (AcDbObjectId id : table->recordIds()) {
     AcDbObject *rec = objectOf(id);
     if (!rec || rec->isErased()) continue;
@@ -565,6 +564,8 @@ void Writer::item(const AcDbDxfFiler::Item &it) {
 }  // namespace
 }  // namespace dxf
 
+// The section writer's output replaces the target only when complete
+// (common/files.h), so a failed save loses nothing.
 Acad::ErrorStatus saveDxf(AcDbDatabase *db, const std::string &path, std::wstring *error) {
   auto fail = [&](Acad::ErrorStatus es, const std::wstring &why) {
     if (error) *error = why;
@@ -572,31 +573,28 @@ Acad::ErrorStatus saveDxf(AcDbDatabase *db, const std::string &path, std::wstrin
   };
   if (!db) return fail(Acad::eNullObjectPointer, L"no drawing to save");
   if (path.empty()) return fail(Acad::eInvalidInput, L"no file name");
-  std::string temp = path + ".tmp" + std::to_string(::getpid());
-  FILE *f = std::fopen(temp.c_str(), "wb");
-  if (!f)
-    return fail(Acad::eFileAccessErr,
-                L"cannot write " + lisp::fromUtf8(temp) + L": " + lisp::fromUtf8(std::strerror(errno)));
-  dxf::Out out(f);
+  Acad::ErrorStatus es = Acad::eOk;
   std::wstring why;
-  Acad::ErrorStatus es = dxf::Writer(db, out).write(&why);
-  bool written = es == Acad::eOk && out.flush();
-  int savedErrno = errno;
-  written = (std::fflush(f) == 0) && written;
-  written = (::fsync(fileno(f)) == 0) && written;
-  written = (std::fclose(f) == 0) && written;
-  if (es == Acad::eOk && !written) {
-    es = Acad::eFileAccessErr;
-    why = L"cannot write " + lisp::fromUtf8(temp) + L": " + lisp::fromUtf8(std::strerror(savedErrno));
-  }
-  if (es == Acad::eOk && std::rename(temp.c_str(), path.c_str()) != 0) {
-    es = Acad::eFileAccessErr;
-    why = L"cannot replace " + lisp::fromUtf8(path) + L": " + lisp::fromUtf8(std::strerror(errno));
-  }
-  if (es != Acad::eOk) {
-    std::remove(temp.c_str());
-    return fail(es, why);
-  }
+  std::string ioError;
+  bool replaced = files::replaceFile(
+      path,
+      [&](const std::string &temp) {
+        FILE *f = std::fopen(temp.c_str(), "wb");
+        if (!f) {
+          ioError = "cannot write " + temp + ": " + std::strerror(errno);
+          return false;
+        }
+        dxf::Out out(f);
+        es = dxf::Writer(db, out).write(&why);
+        bool written = es == Acad::eOk && out.flush();
+        int savedErrno = errno;
+        written = std::fclose(f) == 0 && written;
+        if (es == Acad::eOk && !written) ioError = "cannot write " + temp + ": " + std::strerror(savedErrno);
+        return written;
+      },
+      &ioError);
+  if (es != Acad::eOk) return fail(es, why);
+  if (!replaced) return fail(Acad::eFileAccessErr, text::fromUtf8(ioError));
   if (error) error->clear();
   return Acad::eOk;
 }

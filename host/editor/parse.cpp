@@ -7,7 +7,7 @@
 #include <cwctype>
 
 #include "editor/editor.h"
-#include "lisp/lisp.h"
+#include "common/text.h"
 
 namespace vantry::host::editor {
 namespace {
@@ -40,7 +40,7 @@ Keyword makeKeyword(const std::wstring &word) {
   size_t comma = word.find(L',');
   if (comma != std::wstring::npos) {
     k.local = word.substr(0, comma);
-    k.minimum = lisp::upcase(word.substr(comma + 1));
+    k.minimum = text::upcase(word.substr(comma + 1));
     k.prefix = true;
     return k;
   }
@@ -51,7 +51,7 @@ Keyword makeKeyword(const std::wstring &word) {
     upper = upper || std::iswupper(c);
   }
   if (!lower || !upper) {  // one case: the whole word
-    k.minimum = lisp::upcase(word);
+    k.minimum = text::upcase(word);
     return k;
   }
   size_t lead = 0;
@@ -69,7 +69,7 @@ Keyword makeKeyword(const std::wstring &word) {
 }
 
 bool accepts(const std::wstring &word, const Keyword &k, const std::wstring &typed) {
-  std::wstring full = lisp::upcase(word);
+  std::wstring full = text::upcase(word);
   if (typed == full || typed == k.minimum) return true;
   return k.prefix && typed.size() >= k.minimum.size() && full.compare(0, typed.size(), typed) == 0 &&
          typed.compare(0, k.minimum.size(), k.minimum) == 0;
@@ -126,12 +126,12 @@ std::vector<Keyword> parseKeywords(std::wstring_view format) {
 }
 
 const Keyword *matchKeyword(const std::vector<Keyword> &keywords, std::wstring_view typed) {
-  std::wstring t = lisp::upcase(trim(typed));
+  std::wstring t = text::upcase(trim(typed));
   if (t.empty()) return nullptr;
   if (t.size() > 1 && t[0] == L'_') {
     std::wstring g = t.substr(1);
     for (const Keyword &k : keywords)
-      if (lisp::upcase(k.global) == g) return &k;
+      if (text::upcase(k.global) == g) return &k;
     return nullptr;
   }
   for (const Keyword &k : keywords)
@@ -172,7 +172,7 @@ std::optional<double> parseReal(std::wstring_view text) {
 }
 
 std::optional<double> parseAngle(std::wstring_view text, int aunits) {
-  std::wstring t = lisp::upcase(trim(text));
+  std::wstring t = text::upcase(trim(text));
   if (t.empty()) return std::nullopt;
   auto rad = [](double deg) { return deg * kPi / 180.0; };
   // Surveyor's bearing: N|S [angle E|W], or a bare compass direction.

@@ -22,69 +22,6 @@ namespace vantry::lisp {
 
 namespace fs = std::filesystem;
 
-// --- Encoding ------------------------------------------------------------------
-
-std::string toUtf8(std::wstring_view w) {
-  std::string out;
-  out.reserve(w.size());
-  for (wchar_t wc : w) {
-    uint32_t c = uint32_t(wc);
-    if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) c = 0xFFFD;
-    if (c < 0x80) {
-      out += char(c);
-    } else if (c < 0x800) {
-      out += char(0xC0 | (c >> 6));
-      out += char(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-      out += char(0xE0 | (c >> 12));
-      out += char(0x80 | ((c >> 6) & 0x3F));
-      out += char(0x80 | (c & 0x3F));
-    } else {
-      out += char(0xF0 | (c >> 18));
-      out += char(0x80 | ((c >> 12) & 0x3F));
-      out += char(0x80 | ((c >> 6) & 0x3F));
-      out += char(0x80 | (c & 0x3F));
-    }
-  }
-  return out;
-}
-
-// A byte that does not start a well-formed UTF-8 sequence is taken as a
-// Latin-1 character, so that files written in the host's legacy 8-bit code
-// page still read as text.
-std::wstring fromUtf8(std::string_view s) {
-  std::wstring out;
-  out.reserve(s.size());
-  for (size_t i = 0; i < s.size();) {
-    unsigned char b = static_cast<unsigned char>(s[i]);
-    int len = b < 0x80 ? 1 : (b >> 5) == 6 ? 2 : (b >> 4) == 14 ? 3 : (b >> 3) == 30 ? 4 : 0;
-    uint32_t c = len == 1 ? b : len == 2 ? (b & 0x1F) : len == 3 ? (b & 0x0F) : (b & 0x07);
-    bool ok = len > 0 && i + size_t(len) <= s.size();
-    for (int k = 1; ok && k < len; ++k) {
-      unsigned char cb = static_cast<unsigned char>(s[i + size_t(k)]);
-      ok = (cb & 0xC0) == 0x80;
-      c = (c << 6) | (cb & 0x3F);
-    }
-    static constexpr uint32_t kMin[] = {0, 0, 0x80, 0x800, 0x10000};
-    if (ok && (c < kMin[len] || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF))) ok = false;
-    if (!ok) {
-      out += wchar_t(b);
-      ++i;
-    } else {
-      out += wchar_t(c);
-      i += size_t(len);
-    }
-  }
-  return out;
-}
-
-std::string nativePath(std::wstring_view lispPath) {
-  std::wstring p(lispPath);
-  for (wchar_t &c : p)
-    if (c == L'\\') c = L'/';
-  return toUtf8(p);
-}
-
 namespace {
 
 bool present(const Value *args, int nargs, int i) {

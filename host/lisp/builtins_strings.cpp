@@ -14,48 +14,6 @@ namespace vantry::lisp {
 
 namespace {
 
-// --- Case mapping -------------------------------------------------------------
-// `latinOnly` limits the mapping to ASCII and Latin-1, the letters AutoLISP
-// folds in symbol names; strcase also maps Latin Extended-A, Greek and
-// Cyrillic, so that text in the languages the product is used in changes case.
-
-wchar_t toUpper(wchar_t c, bool latinOnly) {
-  if (c >= L'a' && c <= L'z') return c - 32;
-  if (c < 0xE0) return c;
-  if (c <= 0xFE) return c == 0xF7 ? c : c - 32;
-  if (latinOnly) return c;
-  if (c == 0xFF) return 0x178;
-  if (c >= 0x100 && c <= 0x137 && c != 0x130 && c != 0x131) return c & ~1u;
-  if ((c >= 0x139 && c <= 0x148) || (c >= 0x179 && c <= 0x17E)) return (c & 1) ? c : c - 1;
-  if (c >= 0x14A && c <= 0x177) return c & ~1u;
-  if (c == 0x3C2) return 0x3A3;
-  if (c >= 0x3B1 && c <= 0x3C9) return c - 32;
-  if (c >= 0x430 && c <= 0x44F) return c - 32;
-  if (c >= 0x450 && c <= 0x45F) return c - 80;
-  return c;
-}
-
-wchar_t toLower(wchar_t c, bool latinOnly) {
-  if (c >= L'A' && c <= L'Z') return c + 32;
-  if (c < 0xC0) return c;
-  if (c <= 0xDE) return c == 0xD7 ? c : c + 32;
-  if (latinOnly) return c;
-  if (c == 0x178) return 0xFF;
-  if (c >= 0x100 && c <= 0x137 && c != 0x130 && c != 0x131) return c | 1u;
-  if ((c >= 0x139 && c <= 0x148) || (c >= 0x179 && c <= 0x17E)) return (c & 1) ? c + 1 : c;
-  if (c >= 0x14A && c <= 0x177) return c | 1u;
-  if (c >= 0x391 && c <= 0x3A9 && c != 0x3A2) return c + 32;
-  if (c >= 0x410 && c <= 0x42F) return c + 32;
-  if (c >= 0x400 && c <= 0x40F) return c + 80;
-  return c;
-}
-
-std::wstring mapCase(std::wstring_view s, bool upper, bool latinOnly) {
-  std::wstring r(s);
-  for (wchar_t &c : r) c = upper ? toUpper(c, latinOnly) : toLower(c, latinOnly);
-  return r;
-}
-
 // --- Argument helpers ---------------------------------------------------------
 
 bool present(const Value *args, int nargs, int i) {
@@ -106,7 +64,7 @@ Value fSubstr(Interp &in, const Value *args, int nargs) {
 
 Value fStrcase(Interp &in, const Value *args, int nargs) {
   needArgs(in, nargs, 1, 2);
-  return makeString(mapCase(strArg(in, args[0]), !present(args, nargs, 1), false));
+  return makeString(present(args, nargs, 1) ? text::downcaseText(strArg(in, args[0])) : text::upcaseText(strArg(in, args[0])));
 }
 
 Value fAscii(Interp &in, const Value *args, int nargs) {
@@ -302,7 +260,7 @@ Value fStringMismatch(Interp &in, const Value *args, int nargs) {
   int32_t n = 0;
   for (; i < a.size() && j < b.size(); ++i, ++j, ++n) {
     wchar_t x = a[i], y = b[j];
-    if (fold) x = toUpper(x, false), y = toUpper(y, false);
+    if (fold) x = text::upcaseText(x), y = text::upcaseText(y);
     if (x != y) break;
   }
   return Value::integer(n);
@@ -389,13 +347,6 @@ constexpr Entry kStrings[] = {
 };
 
 }  // namespace
-
-std::wstring upcase(std::wstring_view s) {
-  return mapCase(s, true, true);
-}
-std::wstring downcase(std::wstring_view s) {
-  return mapCase(s, false, true);
-}
 
 void installStrings(Interp &in) {
   for (const Entry &e : kStrings) in.defineSubr(e.name, e.fn);

@@ -23,6 +23,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "common/text.h"
 #include "lisp/value.h"
 
 namespace vantry::lisp {
@@ -154,16 +155,12 @@ int32_t intArg(Interp &in, const Value &v);              // "fixnump"
 const std::wstring &strArg(Interp &in, const Value &v);  // "stringp"
 Value listArg(Interp &in, const Value &v);               // "listp"
 
-// Upper-cases ASCII and Latin letters as AutoLISP symbols do.
-std::wstring upcase(std::wstring_view s);
-std::wstring downcase(std::wstring_view s);
-
-// A file name as LISP writes it ("\\" or "/" between directories) turned
-// into a path this machine opens.
-std::string nativePath(std::wstring_view lispPath);
-
-// Wide/UTF-8 conversion for files and the terminal.
-std::string toUtf8(std::wstring_view w);
-std::wstring fromUtf8(std::string_view s);
+// Text conversion and case folding are the shared ones (common/text.h);
+// symbols fold as names do.
+using text::downcase;
+using text::fromUtf8;
+using text::nativePath;
+using text::toUtf8;
+using text::upcase;
 
 }  // namespace vantry::lisp

@@ -239,11 +239,11 @@ Node *testNode(Item &it, std::wstring op) {
   n->code = it.code;
   n->op = std::move(op);
   n->value = it.value;
-  n->text = lisp::upcase(it.text);
+  n->text = text::upcase(it.text);
   n->num = it.num;
   n->integral = it.integral;
   for (int i = 0; i < 3; ++i) n->pt[i] = it.pt[i];
-  for (auto &a : it.apps) n->apps.push_back(lisp::upcase(a));
+  for (auto &a : it.apps) n->apps.push_back(text::upcase(a));
   return n;
 }
 
@@ -255,7 +255,7 @@ bool build(std::vector<Item> &items, size_t &i, const std::wstring &closer, std:
       out.push_back(testNode(it, L""));
       continue;
     }
-    std::wstring op = lisp::upcase(it.text);
+    std::wstring op = text::upcase(it.text);
     if (op == closer && !closer.empty()) return true;
     Node::Kind kind;
     if (op == L"<AND")
@@ -331,7 +331,7 @@ bool comparePoint(const std::wstring &op, const double *v, const double *f) {
 }
 
 bool compareText(const std::wstring &op, const std::wstring &v, const std::wstring &pattern) {
-  std::wstring value = lisp::upcase(v);
+  std::wstring value = text::upcase(v);
   if (op.empty() || op == L"=") return lisp::wcmatch(value, pattern);
   if (op == L"!=" || op == L"/=" || op == L"<>") return !lisp::wcmatch(value, pattern);
   if (op == L"*") return true;
@@ -389,7 +389,7 @@ bool testItem(const Node &n, const Subject &s) {
       std::vector<std::wstring> have = ent.xDataApplications();
       for (const std::wstring &want : n.apps) {
         bool found = false;
-        for (const std::wstring &a : have) found = found || lisp::wcmatch(lisp::upcase(a), want);
+        for (const std::wstring &a : have) found = found || lisp::wcmatch(text::upcase(a), want);
         if (!found) return false;
       }
       return true;

@@ -12,7 +12,7 @@
 // one ("P").
 #include <cwctype>
 
-#include "lisp/lisp.h"
+#include "common/text.h"
 #include "select/select.h"
 
 namespace vantry::host::select {

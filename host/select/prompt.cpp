@@ -26,7 +26,7 @@
 #include <cwctype>
 
 #include "editor/editor.h"
-#include "lisp/lisp.h"
+#include "common/text.h"
 #include "session/session.h"
 #include "select/select.h"
 
@@ -36,7 +36,7 @@ namespace {
 resbuf *(*keywordCallback)(const ACHAR *) = nullptr;
 
 std::wstring option(const std::wstring &text) {
-  std::wstring t = lisp::upcase(text);
+  std::wstring t = text::upcase(text);
   t.erase(std::remove_if(t.begin(), t.end(), [](wchar_t c) { return std::iswspace(c); }), t.end());
   if (!t.empty() && t[0] == L'_') t.erase(0, 1);
   return t;

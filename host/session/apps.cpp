@@ -275,12 +275,12 @@ using EntryPoint = AcRx::AppRetCode (*)(AcRx::AppMsgCode, void *);
 
 // Modules are known by their file name, whatever the case or directory.
 std::wstring moduleKey(const std::wstring &name) {
-  return lisp::upcase(titleOf(name));
+  return text::upcase(titleOf(name));
 }
 
 std::string libraryFileName(const std::wstring &name) {
-  fs::path p(lisp::nativePath(name));
-  std::string ext = lisp::toUtf8(lisp::downcase(lisp::fromUtf8(p.extension().string())));
+  fs::path p(text::nativePath(name));
+  std::string ext = text::toUtf8(text::downcase(text::fromUtf8(p.extension().string())));
   if (ext == ".arx" || ext == ".dbx" || ext.empty())
     p.replace_extension(".so");
   else if (ext != ".so")
@@ -388,7 +388,7 @@ bool Session::loadModule(const std::wstring &name, bool printit) {
   void *handle = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (!handle) {
     const char *why = dlerror();
-    return fail(lisp::fromUtf8(why ? why : "the library does not open."));
+    return fail(text::fromUtf8(why ? why : "the library does not open."));
   }
   auto entry = reinterpret_cast<EntryPoint>(dlsym(handle, "acrxEntryPoint"));
   if (!entry) {

@@ -173,7 +173,7 @@ std::wstring formatHostPrintf(const wchar_t *format, va_list args) {
           } else {
             // Precision counts bytes of a narrow string.
             size_t n = precision >= 0 ? strnlen(s, size_t(precision)) : strlen(s);
-            text = lisp::fromUtf8(std::string_view(s, n));
+            text = text::fromUtf8(std::string_view(s, n));
           }
         } else {
           const wchar_t *s = va_arg(args, const wchar_t *);

@@ -31,14 +31,14 @@ AcDbDatabase *workingOverride = nullptr;
 std::vector<std::unique_ptr<Document>> retired;
 
 bool sameTitle(std::wstring_view a, std::wstring_view b) {
-  return lisp::upcase(a) == lisp::upcase(b);
+  return text::upcase(a) == text::upcase(b);
 }
 
 std::wstring directoryOf(const std::wstring &path) {
-  fs::path p(lisp::toUtf8(path));
+  fs::path p(text::toUtf8(path));
   std::string dir = p.parent_path().string();
   if (dir.empty() || dir.back() != '/') dir += '/';
-  return lisp::fromUtf8(dir);
+  return text::fromUtf8(dir);
 }
 
 // DWGNAME and DWGPREFIX follow the current document.
@@ -55,17 +55,17 @@ void publishCurrent(Document *doc) {
 }  // namespace
 
 std::wstring absolutePath(const std::wstring &path) {
-  fs::path p(lisp::nativePath(path));
+  fs::path p(text::nativePath(path));
   if (p.is_relative()) {
     std::error_code ec;
     fs::path cwd = fs::current_path(ec);
     if (!ec) p = cwd / p;
   }
-  return lisp::fromUtf8(p.lexically_normal().string());
+  return text::fromUtf8(p.lexically_normal().string());
 }
 
 std::wstring titleOf(const std::wstring &path) {
-  return lisp::fromUtf8(fs::path(lisp::nativePath(path)).filename().string());
+  return text::fromUtf8(fs::path(text::nativePath(path)).filename().string());
 }
 
 // --- Document ---------------------------------------------------------------------
@@ -150,7 +150,7 @@ Document *Session::newDocument(const std::wstring &path) {
     title = titleOf(full);
   }
   auto made = std::make_unique<Document>(full, title);
-  std::string native = lisp::toUtf8(full);
+  std::string native = text::toUtf8(full);
   std::error_code ec;
   if (!path.empty() && fs::is_regular_file(native, ec)) {
     std::wstring why;
@@ -224,7 +224,7 @@ bool Session::save(Document *doc, const std::wstring &name) {
   for (AcEditorReactor *r : reactors) r->beginSave(doc->database(), target.c_str());
 
   std::wstring why;
-  if (saveDxf(doc->database(), lisp::toUtf8(target), &why) != Acad::eOk) {
+  if (saveDxf(doc->database(), text::toUtf8(target), &why) != Acad::eOk) {
     print(L"\nUnable to save the drawing as \"" + target + L"\": " + why + L"\n");
     reactors = editorReactors;
     for (AcEditorReactor *r : reactors) r->abortSave(doc->database());

@@ -59,7 +59,7 @@ Value openDocumentFn(Interp &in, const Value *args, int nargs) {
       return title(d.get());
     }
   }
-  FILE *f = fopen(lisp::toUtf8(full).c_str(), "rb");
+  FILE *f = fopen(text::toUtf8(full).c_str(), "rb");
   if (!f) {
     session().print(L"\nCannot find the drawing \"" + path + L"\".\n");
     return Value();

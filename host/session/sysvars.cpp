@@ -102,7 +102,7 @@ std::wstring defaultSupportPath() {
   std::wstring joined;
   for (const std::string &d : dirs) {
     if (!joined.empty()) joined += L';';
-    joined += lisp::fromUtf8(d);
+    joined += text::fromUtf8(d);
     if (joined.back() != L'/') joined += L'/';
   }
   return joined;
@@ -164,7 +164,7 @@ void seedSystemVariables() {
   last.restype = RT3DPOINT;
   define(L"LASTPOINT", last, {});
   const char *user = getenv("USER");
-  define(L"LOGINNAME", stringValue(lisp::fromUtf8(user ? user : "").c_str()), ro);
+  define(L"LOGINNAME", stringValue(text::fromUtf8(user ? user : "").c_str()), ro);
   define(L"LUNITS", shortValue(2), range(1, 5));
   define(L"LUPREC", shortValue(4), range(0, 8));
   resbuf ms{};
@@ -182,7 +182,7 @@ void seedSystemVariables() {
 }
 
 void setSystemValue(const std::wstring &name, const resbuf &value) {
-  std::wstring key = lisp::upcase(name);
+  std::wstring key = text::upcase(name);
   if (!descriptors().count(key)) descriptors()[key] = VarInfo{};
   store(key, value);
 }
@@ -215,7 +215,7 @@ using vantry::host::Session;
 // acutDelString, or with acutRelRb when the node is part of a chain).
 int acedGetVar(const ACHAR *sym, struct resbuf *result) {
   if (!sym || !result) return RTERROR;
-  std::wstring name = vantry::lisp::upcase(sym);
+  std::wstring name = vantry::text::upcase(sym);
   auto &vars = Session::get().sysvars;
   auto it = vars.find(name);
   if (it == vars.end()) return RTERROR;
@@ -233,7 +233,7 @@ int acedGetVar(const ACHAR *sym, struct resbuf *result) {
 int acedSetVar(const ACHAR *sym, const struct resbuf *val) {
   using namespace vantry::host;
   if (!sym || !val) return RTERROR;
-  std::wstring name = vantry::lisp::upcase(sym);
+  std::wstring name = vantry::text::upcase(sym);
   auto &vars = Session::get().sysvars;
   auto it = vars.find(name);
   if (it == vars.end()) return RTERROR;
@@ -359,7 +359,7 @@ Value setvarFn(Interp &in, const Value *args, int nargs) {
     ok = false;
   }
   if (!ok || acedSetVar(name.c_str(), &rb) != RTNORM)
-    in.error(L"AutoCAD variable setting rejected: \"" + lisp::upcase(name) + L"\" " + in.toString(v, true));
+    in.error(L"AutoCAD variable setting rejected: \"" + text::upcase(name) + L"\" " + in.toString(v, true));
   return getvarFn(in, args, 1);
 }
 

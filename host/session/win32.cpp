@@ -126,9 +126,9 @@ int MessageBoxW(HWND owner, const wchar_t *text, const wchar_t *caption, UINT ty
     s.print(std::wstring(fallback.name) + L" (no answer queued)\n");
     return fallback.id;
   }
-  std::wstring wanted = vantry::lisp::upcase(*answer);
+  std::wstring wanted = vantry::text::upcase(*answer);
   for (const Button &b : buttons) {
-    if (vantry::lisp::upcase(b.name) == wanted) {
+    if (vantry::text::upcase(b.name) == wanted) {
       s.print(std::wstring(b.name) + L"\n");
       return b.id;
     }

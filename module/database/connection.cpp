@@ -3,7 +3,8 @@
 // vt_getVersion, vt_lastError, vt_resetLastError.
 #include "database/context.h"
 #include "frame/implementations.h"
-#include "frame/text.h"
+#include "common/files.h"
+#include "common/text.h"
 #include "frame/value_list.h"
 
 namespace vantry::lispfn {
@@ -18,7 +19,7 @@ const char kRepair[] = "*REPAIR*";
 // Finds a database file: the name as given, else each ACADPREFIX directory
 // joined with "\" and the name exactly as they stand. Empty when not found.
 std::wstring resolveDatabasePath(const std::wstring &path) {
-  if (frame::fileExists(path)) return path;
+  if (files::isFile(path)) return path;
   resbuf rb{};
   if (acedGetVar(L"ACADPREFIX", &rb) != RTNORM || rb.restype != RTSTR || !rb.resval.rstring) return L"";
   std::wstring dirs = rb.resval.rstring;
@@ -28,7 +29,7 @@ std::wstring resolveDatabasePath(const std::wstring &path) {
     size_t end = dirs.find(L';', start);
     if (end == std::wstring::npos) end = dirs.size();
     std::wstring candidate = dirs.substr(start, end - start) + L"\\" + path;
-    if (end > start && frame::fileExists(candidate)) return candidate;
+    if (end > start && files::isFile(candidate)) return candidate;
     start = end + 1;
   }
   return L"";
@@ -83,10 +84,10 @@ int vt_connect() {
     if (!c.connection->IsAlive()) {
       database::releaseCurrent();
     } else {
-      bool samePath = frame::samePath(path, c.path);
+      bool samePath = text::samePath(path, c.path);
       if (!samePath) {
         std::wstring resolved = resolveDatabasePath(path);
-        samePath = !resolved.empty() && frame::samePath(resolved, c.path);
+        samePath = !resolved.empty() && text::samePath(resolved, c.path);
       }
       if (samePath && c.connection->IsUpdatable() != readOnly) {
         acedRetT();
@@ -110,7 +111,7 @@ int vt_connect() {
     resolved = resolveDatabasePath(path);
     if (resolved.empty()) return 0;
     // 7. Open it, repairing once through the product's LISP when it asks for that.
-    std::string native = frame::nativePath(resolved);
+    std::string native = text::nativePath(resolved);
     std::string status = conn->Open(native, 0, readOnly != 0);
     if (status == kRepair) {
       conn->Close();
@@ -141,7 +142,7 @@ int vt_mdb() {
   acedRetNil();
   database::EngineConnection conn = database::currentConnection();
   if (!conn) return 0;
-  std::wstring name = frame::fromUtf8(conn->GetName());
+  std::wstring name = text::fromUtf8(conn->GetName());
   if (name.empty()) {
     database::reportEngineError();
     return 0;
@@ -166,12 +167,12 @@ int vt_compact() {
 
   database::EngineConnection conn = database::newConnection();
   if (!conn) return 0;
-  if (conn->CompactDatabase(frame::nativePath(source), frame::nativePath(destination))) {
+  if (conn->CompactDatabase(text::nativePath(source), text::nativePath(destination))) {
     acedRetStr(L"OK");
     return 0;
   }
   engine::LastError e = conn->GetLastError();
-  std::wstring text = frame::fromUtf8(e.description);
+  std::wstring text = text::fromUtf8(e.description);
   if (conn->HasError()) {
     database::setLastError(e.number, text);
     database::printEngineError(e.number, text);

@@ -5,7 +5,7 @@
 #include <cstdio>
 
 #include "frame/function_table.h"
-#include "frame/text.h"
+#include "common/text.h"
 #include "host/arx.h"
 
 namespace vantry::database {
@@ -60,7 +60,7 @@ bool reportEngineError(const EngineConnection &connection) {
   acedRetNil();
   if (!connection || !connection->HasError()) return false;
   engine::LastError e = connection->GetLastError();
-  std::wstring description = frame::fromUtf8(e.description);
+  std::wstring description = text::fromUtf8(e.description);
   setLastError(e.number, description);
   printEngineError(e.number, description);
   return true;
@@ -184,7 +184,7 @@ void checkDatabaseBeforeCall() {
     makeCurrent(nullptr, L"", 0);
     return;
   }
-  std::string status = c.connection->Open(nativePath(c.path), 0, c.readOnly != 0);
+  std::string status = c.connection->Open(text::nativePath(c.path), 0, c.readOnly != 0);
   if (status.empty() || status == "*REPAIR*") {
     makeCurrent(nullptr, L"", 0);
     return;

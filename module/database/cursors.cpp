@@ -7,7 +7,7 @@
 #include "database/context.h"
 #include "database/values.h"
 #include "frame/implementations.h"
-#include "frame/text.h"
+#include "common/text.h"
 #include "frame/value_list.h"
 
 namespace vantry::lispfn {
@@ -55,7 +55,7 @@ int vt_table() {
   std::wstring table, index;
   if (firstText) frame::readString(first, table);
   if (secondText) frame::readString(second, index);
-  if (c->OpenTable(frame::toUtf8(table), frame::toUtf8(index)))
+  if (c->OpenTable(text::toUtf8(table), text::toUtf8(index)))
     acedRetStr(table.c_str());
   else
     database::reportEngineError(c);
@@ -65,14 +65,14 @@ int vt_table() {
 int vt_current_table() {
   acedRetNil();
   EngineConnection c = database::currentConnection();
-  if (c) acedRetStr(frame::fromUtf8(c->CurrentTable()).c_str());
+  if (c) acedRetStr(text::fromUtf8(c->CurrentTable()).c_str());
   return 0;
 }
 
 int vt_current_index() {
   acedRetNil();
   EngineConnection c = database::currentConnection();
-  if (c) acedRetStr(frame::fromUtf8(c->CurrentIndex()).c_str());
+  if (c) acedRetStr(text::fromUtf8(c->CurrentIndex()).c_str());
   return 0;
 }
 

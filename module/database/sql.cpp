@@ -14,7 +14,7 @@
 #include "database/context.h"
 #include "database/values.h"
 #include "frame/implementations.h"
-#include "frame/text.h"
+#include "common/text.h"
 #include "frame/value_list.h"
 
 namespace vantry::lispfn {
@@ -50,11 +50,11 @@ int connectionFailure(const EngineConnection &c, int mode, const wchar_t *label,
 int runStatement(const std::wstring &sql, int mode) {
   EngineConnection c = database::currentConnection();
   if (!c) return 0;
-  std::string text = frame::toUtf8(sql);
+  std::string text = text::toUtf8(sql);
   engine::ValueArray result;
   bool ok = c->ExecuteSql(text, &result);
   if (!ok) {
-    std::wstring path = frame::fromUtf8(c->GetName());
+    std::wstring path = text::fromUtf8(c->GetName());
     bool readOnly;
     if (path.empty()) {
       path = database::context().path;
@@ -64,7 +64,7 @@ int runStatement(const std::wstring &sql, int mode) {
       c->Close();
     }
     if (path.empty()) return connectionFailure(c, mode, L"\nQuery 1: ", sql);
-    std::string status = c->Open(frame::nativePath(path), 0, readOnly);
+    std::string status = c->Open(text::nativePath(path), 0, readOnly);
     if (status.empty() || status == "*REPAIR*") {
       database::reportEngineError(c);
       if (mode == 1) return 0;
@@ -127,7 +127,7 @@ int vt_command() {
   std::wstring sql;
   if (int st = readSql(args, sql)) return st;
   int32_t affected = 0;
-  if (c->ExecuteCommand(frame::toUtf8(sql), &affected))
+  if (c->ExecuteCommand(text::toUtf8(sql), &affected))
     database::returnCount(affected);
   else
     database::reportEngineError(c);
@@ -143,7 +143,7 @@ int vt_query() {
   if (int st = readSql(args, name)) return st;
   engine::ValueArray params, result;
   if (!database::flattenArguments(args.cursor(), params)) return 2;
-  if (c->RunQuery(frame::toUtf8(name), params, &result))
+  if (c->RunQuery(text::toUtf8(name), params, &result))
     database::returnValueArray(result);
   else
     database::reportEngineError(c);
@@ -159,7 +159,7 @@ int vt_create_query() {
   if (int st = readSql(args, name)) return st;
   // Too few arguments means none at all; a missing SQL text is not a string.
   if (!frame::readString(args.cursor(), sql)) return 2;
-  if (c->CreateQuery(frame::toUtf8(name), frame::toUtf8(sql)))
+  if (c->CreateQuery(text::toUtf8(name), text::toUtf8(sql)))
     acedRetT();
   else
     database::reportEngineError(c);

@@ -20,7 +20,8 @@
 
 #include "database/context.h"
 #include "frame/implementations.h"
-#include "frame/text.h"
+#include "common/files.h"
+#include "common/text.h"
 #include "frame/value_list.h"
 
 namespace vantry::lispfn {
@@ -32,7 +33,7 @@ int vt_exist() {
   ArgList args;
   std::wstring path;
   if (!frame::readString(args.cursor(), path)) return 2;
-  if (frame::fileExists(path)) acedRetT();
+  if (files::isFile(path)) acedRetT();
   return 0;
 }
 
@@ -45,7 +46,7 @@ int vt_readonly() {
   }
   std::wstring path;
   if (!frame::readString(args.cursor(), path)) return 2;
-  if (frame::fileExists(path) && ::access(frame::nativePath(path).c_str(), W_OK) != 0) acedRetT();
+  if (files::isFile(path) && ::access(text::nativePath(path).c_str(), W_OK) != 0) acedRetT();
   return 0;
 }
 
@@ -103,11 +104,11 @@ int vt_create_db() {
   std::wstring path;
   if (!frame::readString(args.cursor(), path)) return 2;
   engine::LastError error;
-  if (engine::CreateDatabaseFile(frame::nativePath(path), &error)) {
+  if (engine::CreateDatabaseFile(text::nativePath(path), &error)) {
     acedRetT();
     return 0;
   }
-  std::wstring text = frame::fromUtf8(error.description);
+  std::wstring text = text::fromUtf8(error.description);
   database::setLastError(error.number, text);
   database::printEngineError(error.number, text);
   return 0;

@@ -4,7 +4,7 @@
 #include <cwchar>
 #include <vector>
 
-#include "frame/text.h"
+#include "common/text.h"
 #include "frame/value_list.h"
 
 namespace vantry::database {
@@ -22,7 +22,7 @@ bool toEngineValue(const resbuf *rb, engine::Value &out) {
       out = engine::Value::integer(rb->resval.rlong);
       return true;
     case RTSTR:
-      out = engine::Value::text(frame::toUtf8(rb->resval.rstring ? rb->resval.rstring : L""));
+      out = engine::Value::text(text::toUtf8(rb->resval.rstring ? rb->resval.rstring : L""));
       return true;
     case RTT:
       out = engine::Value::boolean(true);
@@ -43,7 +43,7 @@ ACHAR *newWideString(const std::string &s) {
   bool ascii = true;
   for (char ch : s) ascii &= static_cast<unsigned char>(ch) < 0x80;
   std::wstring wide;
-  if (!ascii) wide = frame::fromUtf8(s);
+  if (!ascii) wide = text::fromUtf8(s);
   size_t n = ascii ? s.size() : wide.size();
   auto *w = static_cast<ACHAR *>(std::malloc((n + 1) * sizeof(ACHAR)));
   if (!w) return nullptr;
@@ -325,7 +325,7 @@ bool readRecord(resbuf *cur, engine::Record &out) {
     if (cur && cur->restype == RTDOTE) cur = cur->rbnext;
     if (!cur) return false;
     engine::Field f;
-    f.name = frame::toUtf8(name);
+    f.name = text::toUtf8(name);
     if (cur->restype == RTLE) {
       f.value = engine::Value::null();
     } else {

@@ -67,7 +67,7 @@ TEST(DxfDamage, BadFilesNameTheLineAtFault) {
     AcDbDatabase db;
     std::wstring error;
     EXPECT_NE(openDxf(path, &db, &error), Acad::eOk) << c.name;
-    EXPECT_EQ(error.substr(0, c.message.size()), c.message) << c.name << ": " << lisp::toUtf8(error);
+    EXPECT_EQ(error.substr(0, c.message.size()), c.message) << c.name << ": " << text::toUtf8(error);
     // The drawing is still a whole drawing afterwards.
     EXPECT_FALSE(db.impl()->modelSpace.isNull()) << c.name;
   }
@@ -96,7 +96,7 @@ TEST(DxfDamage, TruncatedAndFlippedFilesNeverCrash) {
     ++cuts;
     if (es != Acad::eOk) {
       ++refused;
-      EXPECT_EQ(error.rfind(L"line ", 0), 0u) << "cut at " << cut << ": " << lisp::toUtf8(error);
+      EXPECT_EQ(error.rfind(L"line ", 0), 0u) << "cut at " << cut << ": " << text::toUtf8(error);
     }
   }
   EXPECT_EQ(refused, cuts) << "a cut file must never pass as whole";
@@ -110,7 +110,7 @@ TEST(DxfDamage, TruncatedAndFlippedFilesNeverCrash) {
     AcDbDatabase into;
     std::wstring error;
     if (openDxf(path, &into, &error) != Acad::eOk)
-      EXPECT_EQ(error.rfind(L"line ", 0), 0u) << lisp::toUtf8(error);
+      EXPECT_EQ(error.rfind(L"line ", 0), 0u) << text::toUtf8(error);
     else
       EXPECT_EQ(saveDxf(&into, tempPath("resaved.dxf"), nullptr), Acad::eOk);
   }
@@ -127,7 +127,7 @@ TEST(DxfDamage, AFailedSaveKeepsTheOldFile) {
   fs::create_directories(dir);
   std::wstring error;
   EXPECT_EQ(saveDxf(&db, dir, &error), Acad::eFileAccessErr);
-  EXPECT_NE(error.find(L"cannot replace"), std::wstring::npos) << lisp::toUtf8(error);
+  EXPECT_NE(error.find(L"cannot replace"), std::wstring::npos) << text::toUtf8(error);
   EXPECT_TRUE(fs::is_directory(dir));
 
   // The folder does not exist: nothing is written.

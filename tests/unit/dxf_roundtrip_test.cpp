@@ -47,19 +47,19 @@ TEST(DxfRoundTrip, EveryObjectComesBackUnderItsHandle) {
   buildEveryKind(db);
   std::string path = tempPath("every.dxf");
   std::wstring error = L"not cleared";
-  ASSERT_EQ(saveDxf(&db, path, &error), Acad::eOk) << lisp::toUtf8(error);
+  ASSERT_EQ(saveDxf(&db, path, &error), Acad::eOk) << text::toUtf8(error);
   EXPECT_TRUE(error.empty());
 
   AcDbDatabase back;
-  ASSERT_EQ(openDxf(path, &back, &error), Acad::eOk) << lisp::toUtf8(error);
-  EXPECT_TRUE(error.empty()) << lisp::toUtf8(error);
+  ASSERT_EQ(openDxf(path, &back, &error), Acad::eOk) << text::toUtf8(error);
+  EXPECT_TRUE(error.empty()) << text::toUtf8(error);
   testing::expectSameObjects(db, back);
 
   // A second generation reads the same again.
   std::string again = tempPath("every2.dxf");
   ASSERT_EQ(saveDxf(&back, again, &error), Acad::eOk);
   AcDbDatabase third(false);
-  ASSERT_EQ(openDxf(again, &third, &error), Acad::eOk) << lisp::toUtf8(error);
+  ASSERT_EQ(openDxf(again, &third, &error), Acad::eOk) << text::toUtf8(error);
   testing::expectSameObjects(db, third);
 }
 
@@ -80,7 +80,7 @@ TEST(DxfRoundTrip, RealsAndSettingsComeBackExactly) {
 
   AcDbDatabase back;
   std::wstring error;
-  ASSERT_EQ(openDxf(path, &back, &error), Acad::eOk) << lisp::toUtf8(error);
+  ASSERT_EQ(openDxf(path, &back, &error), Acad::eOk) << text::toUtf8(error);
   AcDbObjectId id;
   ASSERT_EQ(back.getAcDbObjectId(id, false, lineId.handle()), Acad::eOk);
   auto *line = AcDbLine::cast(objectOf(id));
@@ -186,7 +186,7 @@ TEST(DxfRoundTrip, ForeignFilesOpenWithWhatTheyHave) {
                          "0\nENDSEC\n0\nSECTION\n2\nTHUMBNAILIMAGE\n90\n3\n310\nABCDEF\n0\nENDSEC\n0\nEOF\n";
   AcDbDatabase db;
   std::wstring error;
-  ASSERT_EQ(openDxf(path, &db, &error), Acad::eOk) << lisp::toUtf8(error);
+  ASSERT_EQ(openDxf(path, &db, &error), Acad::eOk) << text::toUtf8(error);
   EXPECT_EQ(error, L"skipped 2 TEXT");
   auto *ms = AcDbBlockTableRecord::cast(objectOf(db.impl()->modelSpace));
   ASSERT_TRUE(ms);
@@ -212,7 +212,7 @@ TEST(DxfRoundTrip, TheRunnerOpensAndSavesDrawings) {
   AcDbObjectId first = AcDbBlockTableRecord::cast(objectOf(db.impl()->modelSpace))->entityIds().front();
   std::ofstream(script) << "(entmake '((0 . \"LINE\") (8 . \"Added\") (10 0.0 0.0 0.0) (11 1.0 2.0 0.0)))\n"
                            "(princ (cdr (assoc 8 (entget (handent \""
-                        << lisp::toUtf8(first.handle().toString()) << "\")))))\n";
+                        << text::toUtf8(first.handle().toString()) << "\")))))\n";
   std::remove(out.c_str());
   auto run = [](const std::string &args) {
     std::string cmd = std::string(VANTRY_BIN_DIR) + "/vantry --no-module " + args + " </dev/null 2>&1";
@@ -229,7 +229,7 @@ TEST(DxfRoundTrip, TheRunnerOpensAndSavesDrawings) {
   EXPECT_NE(text.find("Ducts"), std::string::npos) << "the script did not see the opened drawing: " << text;
   AcDbDatabase back;
   std::wstring error;
-  ASSERT_EQ(openDxf(out, &back, &error), Acad::eOk) << lisp::toUtf8(error);
+  ASSERT_EQ(openDxf(out, &back, &error), Acad::eOk) << text::toUtf8(error);
   auto *ms = AcDbBlockTableRecord::cast(objectOf(back.impl()->modelSpace));
   EXPECT_EQ(ms->entityIds().size(),
             AcDbBlockTableRecord::cast(objectOf(db.impl()->modelSpace))->entityIds().size() + 1);

@@ -50,7 +50,7 @@ DxfStandIn squareStandIn() {
     data.writeDouble(40, d);
     data.writeInt32(90, int32_t(sq->payload.size()));
     for (size_t i = 0; i < sq->payload.size(); i += 127)
-      data.writeString(310, lisp::fromUtf8(hex(sq->payload.substr(i, 127))));
+      data.writeString(310, text::fromUtf8(hex(sq->payload.substr(i, 127))));
     return Acad::eOk;
   };
   s.read = [](const AcDbDxfFiler &data, std::wstring *error) -> AcDbEntity * {
@@ -64,7 +64,7 @@ DxfStandIn squareStandIn() {
     data.getDouble(40, sq->size);
     for (const auto &it : data.items()) {
       if (it.code != 310) continue;
-      std::string h = lisp::toUtf8(it.text);
+      std::string h = text::toUtf8(it.text);
       for (size_t i = 0; i + 1 < h.size(); i += 2)
         sq->payload += char(std::stoi(h.substr(i, 2), nullptr, 16));
     }
@@ -116,7 +116,7 @@ TEST_F(DxfStandInTest, ACustomEntityComesBackFromItsStandIn) {
   AcDbObjectId id = addSquare(db, payload);
   std::string path = tempPath("square.dxf");
   std::wstring error;
-  ASSERT_EQ(saveDxf(&db, path, &error), Acad::eOk) << lisp::toUtf8(error);
+  ASSERT_EQ(saveDxf(&db, path, &error), Acad::eOk) << text::toUtf8(error);
 
   // Any reader sees an INSERT of a block of four lines.
   std::ifstream f(path);
@@ -129,7 +129,7 @@ TEST_F(DxfStandInTest, ACustomEntityComesBackFromItsStandIn) {
   EXPECT_NE(file.find("\nTestSquare\n"), std::string::npos);
 
   AcDbDatabase back;
-  ASSERT_EQ(openDxf(path, &back, &error), Acad::eOk) << lisp::toUtf8(error);
+  ASSERT_EQ(openDxf(path, &back, &error), Acad::eOk) << text::toUtf8(error);
   AcDbObjectId again;
   ASSERT_EQ(back.getAcDbObjectId(again, false, id.handle()), Acad::eOk);
   auto *sq = TestSquare::cast(objectOf(again));
@@ -157,7 +157,7 @@ TEST_F(DxfStandInTest, WithoutItsStandInTheFileKeepsTheDrawable) {
 
   AcDbDatabase back;
   std::wstring error;
-  ASSERT_EQ(openDxf(path, &back, &error), Acad::eOk) << lisp::toUtf8(error);
+  ASSERT_EQ(openDxf(path, &back, &error), Acad::eOk) << text::toUtf8(error);
   auto *ms = AcDbBlockTableRecord::cast(objectOf(back.impl()->modelSpace));
   ASSERT_EQ(ms->entityIds().size(), 1u);
   auto *ref = AcDbBlockReference::cast(objectOf(ms->entityIds()[0]));
@@ -212,7 +212,7 @@ TEST_F(DxfStandInTest, RefusalsFailTheSaveOrTheOpen) {
   AcDbDatabase back;
   EXPECT_EQ(openDxf(path, &back, &error), Acad::eDxfReadAborted);
   EXPECT_NE(error.find(L"the TestSquare entity cannot be read: version 2 wanted"), std::wstring::npos)
-      << lisp::toUtf8(error);
+      << text::toUtf8(error);
   EXPECT_EQ(error.rfind(L"line ", 0), 0u);
 }
 

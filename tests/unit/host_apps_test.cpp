@@ -109,7 +109,7 @@ TEST_F(Modules, AMissingModuleIsQuietlyRefused) {
 }
 
 TEST_F(Modules, LoadingDefinesTheFunctionsInEveryDocument) {
-  ASSERT_TRUE(acrxLoadModule(L"vantry_testmod.arx", true)) << lisp::toUtf8(s().transcript());
+  ASSERT_TRUE(acrxLoadModule(L"vantry_testmod.arx", true)) << text::toUtf8(s().transcript());
   EXPECT_TRUE(s().isModuleLoaded(L"VANTRY_TESTMOD.ARX"));
   ASSERT_EQ(s().modules.size(), 1u);
   void *appId = s().modules[0].handle;

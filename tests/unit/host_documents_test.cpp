@@ -38,7 +38,7 @@ TEST_F(Documents, UntitledDrawingsAreNumberedAndBecomeCurrent) {
   EXPECT_EQ(s().current(), second);
   EXPECT_EQ(fs::path(second->fileName()).parent_path(), fs::current_path());
   EXPECT_EQ(sysvarString(L"DWGNAME"), L"Drawing2.dwg");
-  EXPECT_EQ(sysvarString(L"DWGPREFIX"), lisp::fromUtf8(fs::current_path().string()) + L"/");
+  EXPECT_EQ(sysvarString(L"DWGPREFIX"), text::fromUtf8(fs::current_path().string()) + L"/");
   EXPECT_EQ(acDocManager->documentCount(), 2);
   EXPECT_EQ(acdbHostApplicationServices()->workingDatabase(), second->database());
 }
@@ -115,7 +115,7 @@ TEST_F(Documents, SaveAsRenamesTheDocumentAndFiresTheReactors) {
   acedEditor->addReactor(&log);  // once only
 
   Document *doc = s().current();
-  std::wstring target = lisp::fromUtf8((dir / "duct.dwg").string());
+  std::wstring target = text::fromUtf8((dir / "duct.dwg").string());
   ASSERT_TRUE(s().save(doc, target));
   EXPECT_TRUE(fs::exists(dir / "duct.dwg"));
   EXPECT_STREQ(doc->docTitle(), L"duct.dwg");
@@ -125,11 +125,11 @@ TEST_F(Documents, SaveAsRenamesTheDocumentAndFiresTheReactors) {
 
   // Saving over an existing file replaces it with the drawing.
   std::ofstream(dir / "kept.dwg") << "contents";
-  EXPECT_EQ(lisp(L"(host:save-as \"" + lisp::fromUtf8((dir / "kept.dwg").string()) + L"\")"), L"T");
+  EXPECT_EQ(lisp(L"(host:save-as \"" + text::fromUtf8((dir / "kept.dwg").string()) + L"\")"), L"T");
   EXPECT_GT(fs::file_size(dir / "kept.dwg"), 1000u);
 
   log.events.clear();
-  EXPECT_FALSE(s().save(doc, lisp::fromUtf8((dir / "no-such-dir" / "x.dwg").string())));
+  EXPECT_FALSE(s().save(doc, text::fromUtf8((dir / "no-such-dir" / "x.dwg").string())));
   EXPECT_EQ(log.events, (std::vector<std::wstring>{L"begin x.dwg", L"abort"}));
   EXPECT_STREQ(doc->docTitle(), L"kept.dwg");
 
@@ -146,7 +146,7 @@ TEST_F(Documents, ScriptsDriveDocumentsThroughHostFunctions) {
     AcDbDatabase drawing;
     ASSERT_EQ(saveDxf(&drawing, file.string(), nullptr), Acad::eOk);
   }
-  std::wstring path = lisp::fromUtf8(file.string());
+  std::wstring path = text::fromUtf8(file.string());
   EXPECT_EQ(lisp(L"(host:new-document)"), L"\"Drawing2.dwg\"");
   EXPECT_EQ(lisp(L"(host:open-document \"" + path + L"\")"), L"\"vantry-open-test.dwg\"");
   EXPECT_EQ(lisp(L"(host:open-document \"/no/such/file.dwg\")"), L"nil");
