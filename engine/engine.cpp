@@ -145,19 +145,8 @@ bool normalizeDate(const std::string &in, std::string *out) {
   return true;
 }
 
-namespace {
-std::atomic<bool> g_factoryFails{false};
-}  // namespace
-
-void setEngineFactoryFailure(bool fail) {
-  g_factoryFails.store(fail);
-}
-bool engineFactoryFailure() {
-  return g_factoryFails.load();
-}
-
 EngineConnection createEngine(int32_t *hresult) {
-  if (g_factoryFails.load()) {
+  if (env().creationFails()) {
     if (hresult) *hresult = hr::kClassNotRegistered;
     return nullptr;
   }

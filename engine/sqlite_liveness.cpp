@@ -5,7 +5,7 @@
 //
 // A look at the file is a system call, which costs as much as reading a
 // record; so a look that found the file alive vouches for it during the next
-// millisecond (on the coarse clock, so a few at most), unless this process
+// millisecond (on the Env's coarse clock, so a few at most), unless this process
 // changed files meanwhile (the host says so through noteFileSystemChange). A
 // file deleted by another process is thus noticed within a few milliseconds.
 //
@@ -47,19 +47,12 @@ int64_t nanos(const timespec &t) {
 constexpr int64_t kVouchNs = 1'000'000;
 std::atomic<uint64_t> g_fileChanges{0};
 
-// The coarse clock (a few milliseconds fine) is read without the cycle
-// counter: every call of every database function asks it, and a vouch that
-// runs a tick long is as good as one that does not.
 int64_t monotonicNow() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-  return nanos(now);
+  return env().monotonicNanos();
 }
 
 bool settled(const timespec &stamp) {
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME_COARSE, &now);
-  return nanos(stamp) < nanos(now) - kStampSlackNs;
+  return nanos(stamp) < env().wallNanos() - kStampSlackNs;
 }
 
 // WAL-index header: two 48-byte copies at the start of the shared memory.

@@ -14,6 +14,18 @@ namespace vantry::host {
 // is read into it (0: the next new handle). Declared where it is used
 // (host/dxf/internal.h); null removes the chooser.
 using HandleChooser = std::function<uint64_t(const AcDbObject *)>;
+namespace {
+DbEnv *g_dbEnv = nullptr;
+}  // namespace
+
+void setDbEnv(DbEnv *env) {
+  g_dbEnv = env;
+}
+
+DbEnv *dbEnv() {
+  return g_dbEnv;
+}
+
 void setHandleChooser(const AcDbDatabase *db, HandleChooser chooser);
 
 namespace {

@@ -48,6 +48,25 @@ struct AcDbDatabase::Impl {
 
 namespace vantry::host {
 
+// What kind of value a result buffer of a given type code holds: the RT
+// codes and the drawing-data group codes by their ranges.
+enum class RbKind { None, Real, Point, Short, Long, Int64, String, Name, Binary };
+RbKind rbKind(int restype);
+
+// The drawing database's surroundings: the faults a host or a test can
+// switch on. The session installs one that answers its host:fault switches;
+// with none installed nothing fails.
+class DbEnv {
+ public:
+  virtual ~DbEnv() = default;
+  // Whether block table records refuse new entities now, as when memory
+  // runs out (eOutOfMemory).
+  virtual bool appendRefused() = 0;
+};
+// Installs env (null: none). The caller keeps env alive while installed.
+void setDbEnv(DbEnv *env);
+DbEnv *dbEnv();
+
 // Records that an object of a database may have changed (see Impl::touched).
 inline void noteWritten(AcDbStub *s) {
   if (!s || !s->db) return;

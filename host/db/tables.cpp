@@ -2,7 +2,6 @@
 #include <cwchar>
 
 #include "db/db.h"
-#include "session/session.h"
 
 using namespace vantry::host;
 
@@ -356,8 +355,7 @@ Acad::ErrorStatus AcDbBlockTableRecord::appendAcDbEntity(AcDbObjectId &id, AcDbE
   if (objectId().isNull()) return Acad::eNullObjectId;
   if (!isWriteEnabled()) return Acad::eNotOpenForWrite;
   if (!ent->objectId().isNull()) return Acad::eAlreadyInDb;
-  // A test's fault: the append fails as when memory runs out.
-  if (Session::get().faults.appendRefused) return Acad::eOutOfMemory;
+  if (DbEnv *env = dbEnv(); env && env->appendRefused()) return Acad::eOutOfMemory;
   if (ent->layerId().isNull() || ent->layerId().database() != database())
     ent->setDatabaseDefaults(database());
   id = DbAccess::addToDatabase(database(), ent, objectId(), true);

@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include "db/db.h"
-#include "session/session.h"
 
 namespace vantry::host {
 

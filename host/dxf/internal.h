@@ -18,7 +18,6 @@
 
 #include "db/db.h"
 #include "dxf/dxf.h"
-#include "session/session.h"
 
 namespace vantry::host {
 

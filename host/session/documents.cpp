@@ -93,6 +93,10 @@ Session::Session() {
   mallopt(M_TRIM_THRESHOLD, 512 << 20);
   mallopt(M_TOP_PAD, 16 << 20);
   mallopt(M_MMAP_THRESHOLD, 32 << 20);
+  // The session's fault switches are what the drawing database and the
+  // engine ask.
+  setDbEnv(&faults);
+  engine::setEnv(&faults);
 }
 
 Session &Session::get() {
@@ -123,8 +127,7 @@ void Session::reset() {
   moduleLibraries.clear();
   editorReactors.clear();
   mutexes.clear();
-  faults = Faults{};
-  engine::setEngineFactoryFailure(false);
+  faults.clear();
   calls.clear();
   seedSystemVariables();
   resetPlatform();

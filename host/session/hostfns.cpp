@@ -189,14 +189,12 @@ Value faultFn(Interp &in, const Value *args, int nargs) {
   Faults &f = session().faults;
   if (isSymbol(args[0], L"ENGINE")) {
     f.engineUnavailable = on;
-    // The engine plays a separate server: it is told directly.
-    engine::setEngineFactoryFailure(on);
   } else if (isSymbol(args[0], L"AUTOMATION"))
     f.automationUnavailable = on;
   else if (isSymbol(args[0], L"AUTOMATION-START"))
     f.automationStartFails = on;
   else if (isSymbol(args[0], L"APPEND"))
-    f.appendRefused = on;
+    f.refuseAppends = on;
   else
     in.error(L"host:fault: unknown fault " + in.toString(args[0], true));
   return args[1];

@@ -16,6 +16,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "db/db.h"
+#include "engine/engine.h"
 #include "host/arx.h"
 #include "lisp/lisp.h"
 
@@ -76,13 +78,19 @@ struct InputItem {
   std::wstring text;
 };
 
-// Faults that a test can switch on.
-struct Faults {
+// Faults that a script (host:fault) or a test can switch on. The session
+// installs them as the drawing database's and the engine's surroundings
+// (DbEnv, engine::Env), so that neither reads the session.
+struct Faults final : DbEnv, engine::EnvWrapper {
+  Faults() : engine::EnvWrapper(engine::defaultEnv()) {}
   bool engineUnavailable = false;      // the database engine cannot be created
   bool automationUnavailable = false;  // the automation object cannot be created
   bool automationStartFails = false;   // its first method answers a failure
   bool automationStopFails = false;    // its second method answers a failure
-  bool appendRefused = false;          // block records refuse new entities (eOutOfMemory)
+  bool refuseAppends = false;          // block records refuse new entities (eOutOfMemory)
+  bool appendRefused() override { return refuseAppends; }
+  bool creationFails() override { return engineUnavailable || engine::EnvWrapper::creationFails(); }
+  void clear() { engineUnavailable = automationUnavailable = automationStartFails = automationStopFails = refuseAppends = false; }
 };
 
 // What the automation server stand-in has seen: objects made, alive now,
@@ -175,11 +183,6 @@ class Session {
   std::vector<std::unique_ptr<Document>> documents_;
   Document *current_ = nullptr;
 };
-
-// What kind of value a result buffer of a given type code holds: the RT
-// codes and the drawing-data group codes by their ranges.
-enum class RbKind { None, Real, Point, Short, Long, Int64, String, Name, Binary };
-RbKind rbKind(int restype);
 
 // Builds a chain for a LISP value as the host passes it to external
 // functions, and turns a chain returned by one back into a LISP value.

@@ -259,12 +259,46 @@ class Engine {
 using EngineConnection = std::shared_ptr<Engine>;
 
 // Makes a new engine object with no database open. Answers an empty handle
-// (and *hresult < 0) when creation fails, as after setEngineFactoryFailure(true).
+// (and *hresult = hr::kClassNotRegistered) when the installed Env says
+// creation fails, as when the engine's server is not registered.
 EngineConnection createEngine(int32_t *hresult = nullptr);
-// Process-wide fault switch: while true, createEngine fails with
-// hr::kClassNotRegistered. The host's fault injection sets it.
-void setEngineFactoryFailure(bool fail);
-bool engineFactoryFailure();
+
+// The engine's surroundings: the clocks its liveness checks read and the
+// faults that can be switched on. Every engine of the process asks the one
+// installed; the default reads the system's coarse clocks and fails nothing.
+// A host or a test wraps it (EnvWrapper) to make creation fail, or to move
+// time on instead of waiting it out.
+class Env {
+ public:
+  virtual ~Env() = default;
+  // Monotonic time and wall-clock time (that of file time stamps), in
+  // nanoseconds; a few milliseconds fine is enough.
+  virtual int64_t monotonicNanos() = 0;
+  virtual int64_t wallNanos() = 0;
+  // Whether createEngine fails now.
+  virtual bool creationFails() = 0;
+};
+
+// Passes every call on to another Env; override what differs.
+class EnvWrapper : public Env {
+ public:
+  explicit EnvWrapper(Env *target) : target_(target) {}
+  int64_t monotonicNanos() override { return target_->monotonicNanos(); }
+  int64_t wallNanos() override { return target_->wallNanos(); }
+  bool creationFails() override { return target_->creationFails(); }
+  Env *target() const { return target_; }
+
+ private:
+  Env *target_;
+};
+
+// The system's Env (never deleted).
+Env *defaultEnv();
+// Installs env for every engine of the process; null puts the default back.
+// The caller keeps env, which must stay alive while installed.
+void setEnv(Env *env);
+Env &env();
+
 // Tells every engine that this process changed files (deleted, renamed or
 // overwrote one), so that the next IsAlive looks at its file again instead of
 // trusting its last look. Changes made by other processes are seen at most a

@@ -200,13 +200,14 @@ TEST_F(EngineConnectionTest, DamageFoundLaterMakesTheConnectionDeadAndTheNextOpe
   EXPECT_EQ(e->Open(big, 0, true), "*REPAIR*");
 }
 
-TEST(EngineFactory, FailsWhileTheFaultSwitchIsOnAndHandlesAreShared) {
+TEST(EngineFactory, FailsWhileItsEnvSaysSoAndHandlesAreShared) {
   int32_t hr = 0;
-  setEngineFactoryFailure(true);
-  EXPECT_FALSE(createEngine(&hr));
-  EXPECT_EQ(hr, hr::kClassNotRegistered);
-  EXPECT_LT(hr, 0);
-  setEngineFactoryFailure(false);
+  {
+    testing::FailingCreation fault;
+    EXPECT_FALSE(createEngine(&hr));
+    EXPECT_EQ(hr, hr::kClassNotRegistered);
+    EXPECT_LT(hr, 0);
+  }
   EngineConnection a = createEngine(&hr);
   ASSERT_TRUE(a);
   EXPECT_EQ(hr, hr::kOk);

@@ -23,7 +23,8 @@ using testing::TempDir;
 constexpr int kRows = 300;  // several read-ahead blocks
 
 // Longer than the slack the engine allows for coarse file time stamps, so
-// that its fast paths are the ones under test.
+// that its fast paths are the ones under test. A real wait: the stamps come
+// from the kernel's clock, which no test can move.
 void letTimeStampsSettle() {
   std::this_thread::sleep_for(std::chrono::milliseconds(120));
 }
@@ -180,9 +181,9 @@ TEST_F(EngineReadAheadTest, AliveChecksHoldOnceTheChangeTimeIsTrusted) {
        },
        false},
   };
-  // A change is seen at once when the process says it changed files, and a
-  // few milliseconds later when another process made it unannounced (a check
-  // vouches for a millisecond, on a clock that ticks every few).
+  // A change is seen at once when the process says it changed files, and
+  // once the last look's vouch (a millisecond) has run out when another
+  // process made it unannounced; until then the last look stands.
   for (bool told : {true, false}) {
     for (const Case &c : cases) {
       std::remove((dir / "moved.db").c_str());
@@ -190,13 +191,16 @@ TEST_F(EngineReadAheadTest, AliveChecksHoldOnceTheChangeTimeIsTrusted) {
       SetUp();
       ASSERT_EQ(e->Open(db, 0, false), "OK") << c.what;
       letTimeStampsSettle();
+      testing::ManualClock clock;
       ASSERT_TRUE(e->IsAlive()) << c.what;  // a full check; from now on the change time vouches
       ASSERT_TRUE(e->IsAlive()) << c.what;
       c.act();
-      if (told)
+      if (told) {
         noteFileSystemChange();
-      else
-        std::this_thread::sleep_for(std::chrono::milliseconds(12));
+      } else {
+        EXPECT_TRUE(e->IsAlive()) << c.what << " (within the vouch)";
+        clock.advance(std::chrono::milliseconds(2));
+      }
       EXPECT_EQ(e->IsAlive(), c.alive) << c.what << (told ? " (told)" : " (later)");
       EXPECT_EQ(e->IsAlive(), c.alive) << c.what << " (asked again)";
       e->Close();

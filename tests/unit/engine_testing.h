@@ -6,6 +6,7 @@
 #include <sqlite3.h>
 #include <stdlib.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -13,6 +14,29 @@
 #include "engine/engine.h"
 
 namespace vantry::engine::testing {
+
+// A monotonic clock that stands still until the test moves it, installed for
+// the object's life, so that the engine's time windows are tested without
+// waiting them out. The wall clock stays the system's: it must agree with
+// the kernel's file time stamps.
+class ManualClock : public EnvWrapper {
+ public:
+  ManualClock() : EnvWrapper(&env()), now_(env().monotonicNanos()) { setEnv(this); }
+  ~ManualClock() override { setEnv(target()); }
+  void advance(std::chrono::nanoseconds by) { now_ += by.count(); }
+  int64_t monotonicNanos() override { return now_; }
+
+ private:
+  int64_t now_;
+};
+
+// Fails engine creation for the object's life.
+class FailingCreation : public EnvWrapper {
+ public:
+  FailingCreation() : EnvWrapper(&env()) { setEnv(this); }
+  ~FailingCreation() override { setEnv(target()); }
+  bool creationFails() override { return true; }
+};
 
 class TempDir {
  public:

@@ -3,7 +3,7 @@
 #include <cstring>
 #include <cwchar>
 
-#include "session/session.h"
+#include "db/db.h"
 
 namespace vantry::host {
 
