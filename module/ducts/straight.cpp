@@ -28,16 +28,12 @@ int ol_ol_drawTripleCenter() {
   // Cut back past each other (head + tail beyond the run's length) is as degenerate as too short.
   if (s.distanceTo(e) < 0.01 || (e - s).dotProduct(f.x()) < 0) return 0;
 
-  ol_hvacSolid *solid = newSolid();
-  if (!solid) return 0;
+  SolidPtr solid = newSolid();
   bool rc = shapeFamily(a) == L"RC";
   double w = std::abs(a.width), d = std::abs(a.depth);
-  if (!solid->addTransition(s, rc, w, d, e, rc, w, d, f.data(), f.data(), option)) {
-    delete solid;
-    return 0;
-  }
+  if (!solid || !solid->addTransition(s, rc, w, d, e, rc, w, d, f.data(), f.data(), option)) return 0;
   ads_name name;
-  if (addToDrawing(solid, name)) acedRetName(name, RTENAME);
+  if (addToDrawing(std::move(solid), name)) acedRetName(name, RTENAME);
   return 0;
 }
 

@@ -29,13 +29,13 @@ int ol_ol_drawTripleTransition() {
   if (length <= 0) return 0;
 
   p2 = p2 + length * frameB.x();
-  ol_hvacSolid *solid = newSolid();
+  SolidPtr solid = newSolid();
   if (!solid) return 0;
   // Added to the drawing whatever the modeller answered: the caller counts on the length.
   solid->addTransition(p1, isRectangular(a), std::abs(a.width), std::abs(a.depth), p2, isRectangular(b),
                        std::abs(b.width), std::abs(b.depth), frameA.data(), frameB.data(), option);
   ads_name name;
-  if (!addToDrawing(solid, name)) return 0;
+  if (!addToDrawing(std::move(solid), name)) return 0;
   resbuf *head, *tail;
   frame::startResultList(head, tail);
   appendNamePair(tail, L"en1", name);
