@@ -17,7 +17,6 @@
 #include <Bnd_OBB.hxx>
 #include <GProp_GProps.hxx>
 #include <ShapeUpgrade_UnifySameDomain.hxx>
-#include <Standard_Failure.hxx>
 #include <TopExp_Explorer.hxx>
 #include <TopTools_ListOfShape.hxx>
 #include <TopoDS.hxx>
@@ -104,7 +103,7 @@ TopoDS_Shape fuseAll(const std::vector<TopoDS_Shape> &shapes, Contact contact, s
     return {};
   }
   if (shapes.size() == 1) return shapes[0];
-  try {
+  return guarded(why, "the union failed", [&]() -> TopoDS_Shape {
     if (contact == Contact::kTouching || (contact == Contact::kUnknown && onlyTouching(shapes))) {
       double sum = pieceVolume;
       if (!(sum > 0)) {
@@ -122,16 +121,14 @@ TopoDS_Shape fuseAll(const std::vector<TopoDS_Shape> &shapes, Contact contact, s
       return {};
     }
     return fused;
-  } catch (const Standard_Failure &e) {
-    why = std::string("the union failed: ") + e.GetMessageString();
-    return {};
-  }
+  });
 }
 
 template <class Op>
 static TopoDS_Shape runBinary(const TopoDS_Shape &a, const TopoDS_Shape &b, const char *name,
                               std::string &why) {
-  try {
+  const std::string failed = std::string("the ") + name + " failed";
+  return guarded(why, failed.c_str(), [&]() -> TopoDS_Shape {
     Op cut;
     TopTools_ListOfShape args, tools;
     args.Append(a);
@@ -142,14 +139,11 @@ static TopoDS_Shape runBinary(const TopoDS_Shape &a, const TopoDS_Shape &b, cons
     cut.SetRunParallel(Standard_False);
     cut.Build();
     if (!cut.IsDone() || cut.HasErrors()) {
-      why = std::string("the ") + name + " failed";
+      why = failed;
       return {};
     }
     return unify(cut.Shape());
-  } catch (const Standard_Failure &e) {
-    why = std::string("the ") + name + " failed: " + e.GetMessageString();
-    return {};
-  }
+  });
 }
 
 TopoDS_Shape cutShape(const TopoDS_Shape &a, const TopoDS_Shape &b, std::string &why) {

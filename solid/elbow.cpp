@@ -14,7 +14,6 @@
 #include <BRepPrimAPI_MakeRevol.hxx>
 #include <GC_MakeArcOfCircle.hxx>
 #include <GC_MakeArcOfEllipse.hxx>
-#include <Standard_Failure.hxx>
 #include <TopExp_Explorer.hxx>
 #include <TopoDS.hxx>
 #include <algorithm>
@@ -228,78 +227,58 @@ bool SolidBodies::addSquareElbowPrep(Pt start, double widthA, double depthA, Pt 
 bool SolidBodies::addSquareElbow(Pt start, double widthA, double depthA, Pt end, double widthB, double depthB,
                                  const Frame &frameA, const Frame &frameB, bool rect, Pt heel, Pt throat,
                                  Pt corner, int option) {
-  Impl &im = *impl_;
-  Impl saved = im;
-  auto undo = [&] {
-    saved.error = im.error;
-    im = saved;
-    return false;
-  };
-  Section a, b;
-  if (!makeSection(im, start, rect, widthA, depthA, frameA, a) ||
-      !makeSection(im, end, rect, widthB, depthB, frameB, b))
-    return undo();
-  if (!finitePt(heel) || !finitePt(throat) || !finitePt(corner)) {
-    im.error = "a mitre point is not finite";
-    return undo();
-  }
-  Bend bend;
-  if (!findBend(a, b, 1e-6 * sectionScale(a, b) + 1e-4, bend, im.error)) return undo();
-  try {
+  return impl_->transaction("the square elbow failed", [&](Impl &im) {
+    Section a, b;
+    if (!makeSection(im, start, rect, widthA, depthA, frameA, a) ||
+        !makeSection(im, end, rect, widthB, depthB, frameB, b))
+      return false;
+    if (!finitePt(heel) || !finitePt(throat) || !finitePt(corner))
+      return im.fail("a mitre point is not finite");
+    Bend bend;
+    if (!findBend(a, b, 1e-6 * sectionScale(a, b) + 1e-4, bend, im.error)) return false;
     gp_Pnt h = im.local(heel), t = im.local(throat);
     gp_Pnt onPlane = h.Distance(t) > 1e-9 ? gp_Pnt((h.XYZ() + t.XYZ()) / 2) : im.local(corner);
     TopoDS_Shape elbow = squareElbow(a, b, bend, onPlane, mitreNormal(bend, h, t), im.error);
-    if (elbow.IsNull()) return undo();
+    if (elbow.IsNull()) return false;
     im.bodies.push_back({elbow, option});
-  } catch (const Standard_Failure &e) {
-    im.error = std::string("the square elbow failed: ") + e.GetMessageString();
-    return undo();
-  }
-  im.error.clear();
-  return true;
+    return true;
+  });
 }
 
 bool SolidBodies::addRadiusElbow(Pt start, double width, double depth, double extraA, double extraB, Pt end,
                                  double endWidth, double endDepth, const Frame &frameA, const Frame &frameB,
                                  bool rect, double radiusRatio, bool throatRatio, int option, bool legs) {
-  Impl &im = *impl_;
-  Impl saved = im;
-  auto undo = [&](const char *why = nullptr) {
-    saved.error = why ? why : im.error;
-    im = saved;
-    return false;
-  };
-  Section a, b;
-  if (!makeSection(im, start, rect, width, depth, frameA, a)) return undo();
-  if (!makeSection(im, end, rect, endWidth, endDepth, frameB, b)) return undo();
-  if (!std::isfinite(extraA) || !std::isfinite(extraB) || extraA < 0 || extraB < 0)
-    return undo("an extra thickness is negative");
-  double bare = 2 * (extraA + extraB);
-  if (!(a.width - bare > 0) || (rect && !(a.depth - bare > 0)))
-    return undo("the extra thicknesses leave no duct inside");
-  if (!std::isfinite(radiusRatio) || !(radiusRatio > 0)) return undo("the radius ratio is not positive");
-  double scale = sectionScale(a, b);
-  Bend bend;
-  if (!findBend(a, b, 1e-6 * scale + 1e-4, bend, im.error)) return undo();
-  gp_Dir k = inward(bend, bend.u);
-  double half = halfExtent(a, k);
-  double radius = throatRatio ? radiusRatio * 2 * half + half : radiusRatio * 2 * half;
-  if (!(radius - half > 1e-9 * scale)) return undo("the elbow's throat radius is not positive");
-  // The end section must be the start section turned through the bend.
-  gp_Ax1 axis(bend.corner, bend.n);
-  Section turned = a;
-  turned.y = a.y.Rotated(axis, bend.angle);
-  turned.z = a.z.Rotated(axis, bend.angle);
-  turned.x = bend.v;
-  double sizeTol = 1e-6 * scale;
-  if (std::abs(2 * halfExtent(turned, b.y) - b.width) > sizeTol ||
-      (rect && std::abs(2 * halfExtent(turned, b.z) - b.depth) > sizeTol))
-    return undo("the elbow's end size is not its start size turned through the bend");
-  double tangent = radius * std::tan(bend.angle / 2);
-  double head = bend.toStart - tangent, tail = bend.toEnd - tangent;
-  if (legs && (head < -sizeTol || tail < -sizeTol))
-    return undo("the elbow's radius does not fit between its ends");
-  try {
+  return impl_->transaction("the radius elbow failed", [&](Impl &im) {
+    Section a, b;
+    if (!makeSection(im, start, rect, width, depth, frameA, a)) return false;
+    if (!makeSection(im, end, rect, endWidth, endDepth, frameB, b)) return false;
+    if (!std::isfinite(extraA) || !std::isfinite(extraB) || extraA < 0 || extraB < 0)
+      return im.fail("an extra thickness is negative");
+    double bare = 2 * (extraA + extraB);
+    if (!(a.width - bare > 0) || (rect && !(a.depth - bare > 0)))
+      return im.fail("the extra thicknesses leave no duct inside");
+    if (!std::isfinite(radiusRatio) || !(radiusRatio > 0)) return im.fail("the radius ratio is not positive");
+    double scale = sectionScale(a, b);
+    Bend bend;
+    if (!findBend(a, b, 1e-6 * scale + 1e-4, bend, im.error)) return false;
+    gp_Dir k = inward(bend, bend.u);
+    double half = halfExtent(a, k);
+    double radius = throatRatio ? radiusRatio * 2 * half + half : radiusRatio * 2 * half;
+    if (!(radius - half > 1e-9 * scale)) return im.fail("the elbow's throat radius is not positive");
+    // The end section must be the start section turned through the bend.
+    gp_Ax1 axis(bend.corner, bend.n);
+    Section turned = a;
+    turned.y = a.y.Rotated(axis, bend.angle);
+    turned.z = a.z.Rotated(axis, bend.angle);
+    turned.x = bend.v;
+    double sizeTol = 1e-6 * scale;
+    if (std::abs(2 * halfExtent(turned, b.y) - b.width) > sizeTol ||
+        (rect && std::abs(2 * halfExtent(turned, b.z) - b.depth) > sizeTol))
+      return im.fail("the elbow's end size is not its start size turned through the bend");
+    double tangent = radius * std::tan(bend.angle / 2);
+    double head = bend.toStart - tangent, tail = bend.toEnd - tangent;
+    if (legs && (head < -sizeTol || tail < -sizeTol))
+      return im.fail("the elbow's radius does not fit between its ends");
     Section arcStart = a;
     arcStart.centre = bend.corner.Translated(gp_Vec(bend.u) * -tangent);
     gp_Ax1 bendAxis(arcStart.centre.Translated(gp_Vec(k) * radius), bend.n);
@@ -315,41 +294,30 @@ bool SolidBodies::addRadiusElbow(Pt start, double width, double depth, double ex
     double length = radius * bend.angle + (legs ? std::max(head, 0.0) + std::max(tail, 0.0) : 0.0);
     if (pieces.size() == 1 && shapeVolume(pieces[0]) < 0) pieces[0].Reverse();
     TopoDS_Shape elbow = fuseAll(pieces, Contact::kTouching, im.error, area * length);
-    if (elbow.IsNull()) return undo();
+    if (elbow.IsNull()) return false;
     im.bodies.push_back({elbow, option});
-  } catch (const Standard_Failure &e) {
-    im.error = std::string("the radius elbow failed: ") + e.GetMessageString();
-    return undo();
-  }
-  im.error.clear();
-  return true;
+    return true;
+  });
 }
 
 bool SolidBodies::addCableTraySquareRadiusElbow(Pt start, double width, double depth, Pt end,
                                                 const Frame &frameA, const Frame &frameB, double throatRadius,
                                                 int option) {
-  Impl &im = *impl_;
-  Impl saved = im;
-  auto undo = [&](const char *why = nullptr) {
-    saved.error = why ? why : im.error;
-    im = saved;
-    return false;
-  };
-  if (!std::isfinite(throatRadius) || throatRadius < 0) return undo("the throat radius is negative");
-  Section a, b;
-  if (!makeSection(im, start, true, width, depth, frameA, a) ||
-      !makeSection(im, end, true, width, depth, frameB, b))
-    return undo();
-  double scale = sectionScale(a, b);
-  Bend bend;
-  if (!findBend(a, b, 1e-6 * scale + 1e-4, bend, im.error)) return undo();
-  if (std::abs(halfExtent(a, bend.n) - halfExtent(b, bend.n)) > 1e-6 * scale)
-    return undo("the tray's sides do not meet across the bend");
-  gp_Pnt heel, throat;
-  mitrePoints(bend, halfExtent(a, inward(bend, bend.u)), heel, throat);
-  try {
+  return impl_->transaction("the tray elbow failed", [&](Impl &im) {
+    if (!std::isfinite(throatRadius) || throatRadius < 0) return im.fail("the throat radius is negative");
+    Section a, b;
+    if (!makeSection(im, start, true, width, depth, frameA, a) ||
+        !makeSection(im, end, true, width, depth, frameB, b))
+      return false;
+    double scale = sectionScale(a, b);
+    Bend bend;
+    if (!findBend(a, b, 1e-6 * scale + 1e-4, bend, im.error)) return false;
+    if (std::abs(halfExtent(a, bend.n) - halfExtent(b, bend.n)) > 1e-6 * scale)
+      return im.fail("the tray's sides do not meet across the bend");
+    gp_Pnt heel, throat;
+    mitrePoints(bend, halfExtent(a, inward(bend, bend.u)), heel, throat);
     TopoDS_Shape elbow = squareElbow(a, b, bend, bend.corner, mitreNormal(bend, heel, throat), im.error);
-    if (elbow.IsNull()) return undo();
+    if (elbow.IsNull()) return false;
     if (throatRadius > 1e-9 * scale) {
       // The throat edge: the straight edge along n through the throat point.
       gp_Lin throatLine(throat, bend.n);
@@ -361,21 +329,17 @@ bool SolidBodies::addCableTraySquareRadiusElbow(Pt start, double width, double d
         gp_Pnt p0 = c.Value(c.FirstParameter()), p1 = c.Value(c.LastParameter());
         if (throatLine.Distance(p0) < 1e-6 * scale && throatLine.Distance(p1) < 1e-6 * scale) edge = e;
       }
-      if (edge.IsNull()) return undo("the tray elbow has no throat edge to round");
+      if (edge.IsNull()) return im.fail("the tray elbow has no throat edge to round");
       BRepFilletAPI_MakeFillet fillet(elbow);
       fillet.Add(throatRadius, edge);
       fillet.Build();
-      if (!fillet.IsDone()) return undo("the throat radius does not fit the tray elbow");
+      if (!fillet.IsDone()) return im.fail("the throat radius does not fit the tray elbow");
       elbow = fillet.Shape();
-      if (!validSolid(elbow)) return undo("the rounded tray elbow is not a valid solid");
+      if (!validSolid(elbow)) return im.fail("the rounded tray elbow is not a valid solid");
     }
     im.bodies.push_back({elbow, option});
-  } catch (const Standard_Failure &e) {
-    im.error = std::string("the tray elbow failed: ") + e.GetMessageString();
-    return undo();
-  }
-  im.error.clear();
-  return true;
+    return true;
+  });
 }
 
 }  // namespace vantry::solid

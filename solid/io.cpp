@@ -18,7 +18,6 @@
 #include <Message_Messenger.hxx>
 #include <STEPControl_Reader.hxx>
 #include <STEPControl_Writer.hxx>
-#include <Standard_Failure.hxx>
 #include <TopExp_Explorer.hxx>
 #include <TopoDS_Compound.hxx>
 #include <cstdio>
@@ -54,7 +53,7 @@ TopoDS_Shape moved(const TopoDS_Shape &s, const gp_Vec &by) {
 bool SolidBodies::writeStep(const std::string &path) const {
   if (impl_->bodies.empty()) return impl_->fail("there is no body to export");
   quietMessages();
-  try {
+  auto write = [&] {
     BRep_Builder builder;
     TopoDS_Compound all;
     builder.MakeCompound(all);
@@ -65,9 +64,9 @@ bool SolidBodies::writeStep(const std::string &path) const {
     if (writer.Transfer(all, STEPControl_AsIs) != IFSelect_RetDone)
       return impl_->fail("the bodies could not be turned into STEP");
     if (writer.Write(path.c_str()) != IFSelect_RetDone) return impl_->fail("cannot write " + path);
-  } catch (const Standard_Failure &e) {
-    return impl_->fail(std::string("STEP export failed: ") + e.GetMessageString());
-  }
+    return true;
+  };
+  if (!guarded(impl_->error, "STEP export failed", write)) return false;
   impl_->error.clear();
   return true;
 }
@@ -75,16 +74,16 @@ bool SolidBodies::writeStep(const std::string &path) const {
 bool SolidBodies::readStep(const std::string &path) {
   quietMessages();
   std::vector<TopoDS_Shape> solids;
-  try {
+  auto read = [&] {
     STEPControl_Reader reader;
     if (reader.ReadFile(path.c_str()) != IFSelect_RetDone)
       return impl_->fail("cannot read STEP file " + path);
     reader.TransferRoots();
     TopoDS_Shape shape = reader.OneShape();
     for (TopExp_Explorer ex(shape, TopAbs_SOLID); ex.More(); ex.Next()) solids.push_back(ex.Current());
-  } catch (const Standard_Failure &e) {
-    return impl_->fail(std::string("STEP import failed: ") + e.GetMessageString());
-  }
+    return true;
+  };
+  if (!guarded(impl_->error, "STEP import failed", read)) return false;
   if (solids.empty()) return impl_->fail("the STEP file holds no solid");
   // The new local origin is the middle of what was read.
   Bnd_Box box;
@@ -139,16 +138,13 @@ bool SolidBodies::fromString(const std::string &text) {
     // host's transcript is no place for it, and the failure is reported below anyway.
     std::ostringstream chatter;
     std::streambuf *console = std::cout.rdbuf(chatter.rdbuf());
-    try {
+    bool read = guarded(impl_->error, "a solid's text holds a bad shape", [&] {
       std::istringstream shapeIn(shapeText);
       BRep_Builder builder;
       BRepTools::Read(b.shape, shapeIn, builder);
-      std::cout.rdbuf(console);
-    } catch (const Standard_Failure &) {
-      std::cout.rdbuf(console);
-      return impl_->fail("a solid's text holds a bad shape");
-    }
-    if (b.shape.IsNull()) return impl_->fail("a solid's text holds a bad shape");
+    });
+    std::cout.rdbuf(console);
+    if (!read || b.shape.IsNull()) return impl_->fail("a solid's text holds a bad shape");
     bodies.push_back(b);
   }
   impl_->bodies = std::move(bodies);

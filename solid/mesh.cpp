@@ -15,7 +15,6 @@
 #include <Bnd_Box.hxx>
 #include <GeomLib_IsPlanarSurface.hxx>
 #include <Poly_Triangulation.hxx>
-#include <Standard_Failure.hxx>
 #include <TopExp.hxx>
 #include <TopExp_Explorer.hxx>
 #include <TopoDS.hxx>
@@ -120,9 +119,12 @@ std::vector<gp_Pnt> flatCorners(const TopoDS_Face &face) {
 
 }  // namespace
 
+// A body the mesher or the explorer throws on gives nothing to draw: the answer is empty and the
+// error is left alone (these are queries, not operations).
 Mesh SolidBodies::mesh(double deflection) const {
-  Mesh out;
-  try {
+  std::string ignored;
+  return guarded(ignored, "", [&] {
+    Mesh out;
     for (const Body &b : impl_->bodies) {
       ensureMesh(b.shape, deflection);
       for (TopExp_Explorer ex(b.shape, TopAbs_FACE); ex.More(); ex.Next()) {
@@ -134,15 +136,14 @@ Mesh SolidBodies::mesh(double deflection) const {
         });
       }
     }
-  } catch (const Standard_Failure &) {
-    return {};
-  }
-  return out;
+    return out;
+  });
 }
 
 std::vector<FacePiece> SolidBodies::explode() const {
-  std::vector<FacePiece> out;
-  try {
+  std::string ignored;
+  return guarded(ignored, "", [&] {
+    std::vector<FacePiece> out;
     for (const Body &b : impl_->bodies) {
       bool meshed = false;
       for (TopExp_Explorer ex(b.shape, TopAbs_FACE); ex.More(); ex.Next()) {
@@ -171,10 +172,8 @@ std::vector<FacePiece> SolidBodies::explode() const {
         });
       }
     }
-  } catch (const Standard_Failure &) {
-    return {};
-  }
-  return out;
+    return out;
+  });
 }
 
 }  // namespace vantry::solid

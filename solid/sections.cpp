@@ -11,7 +11,6 @@
 #include <BRep_Builder.hxx>
 #include <BRep_Tool.hxx>
 #include <GC_MakeArcOfCircle.hxx>
-#include <Standard_Failure.hxx>
 #include <TopExp.hxx>
 #include <TopExp_Explorer.hxx>
 #include <TopoDS.hxx>
@@ -178,7 +177,7 @@ TopoDS_Shape loftSections(const Section &a, const Section &b, std::string &why) 
     return {};
   }
   const Section &corners = a.rect ? a : b;
-  try {
+  return guarded(why, "the loft between the sections failed", [&]() -> TopoDS_Shape {
     // The same section at both ends, turned alike: a prism along the run (straight pieces, rods).
     if (a.rect == b.rect && a.width == b.width && a.depth == b.depth && a.y.IsEqual(b.y, 1e-12) &&
         a.z.IsEqual(b.z, 1e-12))
@@ -208,10 +207,7 @@ TopoDS_Shape loftSections(const Section &a, const Section &b, std::string &why) 
       return {};
     }
     return shape;
-  } catch (const Standard_Failure &e) {
-    why = std::string("the loft between the sections failed: ") + e.GetMessageString();
-    return {};
-  }
+  });
 }
 
 TopoDS_Shape prism(const Section &s, double length) {

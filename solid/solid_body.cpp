@@ -8,7 +8,6 @@
 #include <BRepBuilderAPI_Transform.hxx>
 #include <BRepPrimAPI_MakePrism.hxx>
 #include <Bnd_Box.hxx>
-#include <Standard_Failure.hxx>
 #include <algorithm>
 #include <cmath>
 #include <gp_GTrsf.hxx>
@@ -139,54 +138,46 @@ bool SolidBodies::subtractTransition(Pt start, bool startRect, double startWidth
 }
 
 bool SolidBodies::addSkin(const std::vector<Pt> &points, double thickness) {
-  if (!std::isfinite(thickness) || std::abs(thickness) < kTiny)
-    return impl_->fail("the skin has no thickness");
-  for (const Pt &p : points)
-    if (!finitePt(p)) return impl_->fail("a point is not finite");
-  Impl saved = *impl_;
-  auto undo = [&](const char *why) {
-    *impl_ = saved;
-    return impl_->fail(why);
-  };
-  std::vector<gp_Pnt> pts;
-  for (const Pt &p : points) {
-    gp_Pnt q = impl_->local(p);
-    if (pts.empty() || !q.IsEqual(pts.back(), 1e-9)) pts.push_back(q);
-  }
-  while (pts.size() > 1 && pts.front().IsEqual(pts.back(), 1e-9)) pts.pop_back();
-  if (pts.size() < 3) return undo("a skin needs three distinct points");
-  // Newell's normal: the right-hand normal of the polygon, robust to nearly collinear corners.
-  gp_XYZ n(0, 0, 0), c(0, 0, 0);
-  for (size_t i = 0; i < pts.size(); ++i) {
-    const gp_XYZ &p = pts[i].XYZ(), &q = pts[(i + 1) % pts.size()].XYZ();
-    n += gp_XYZ((p.Y() - q.Y()) * (p.Z() + q.Z()), (p.Z() - q.Z()) * (p.X() + q.X()),
-                (p.X() - q.X()) * (p.Y() + q.Y()));
-    c += p;
-  }
-  c /= static_cast<double>(pts.size());
-  if (n.Modulus() < kTiny) return undo("the skin's points enclose no area");
-  gp_Dir normal(n);
-  double size = 0;
-  for (const gp_Pnt &p : pts) size = std::max(size, p.XYZ().Subtracted(c).Modulus());
-  for (const gp_Pnt &p : pts)
-    if (std::abs((p.XYZ() - c).Dot(normal.XYZ())) > 1e-6 * size + 1e-9)
-      return undo("the skin's points are not in one plane");
-  try {
+  auto build = [&](Impl &im) {
+    if (!std::isfinite(thickness) || std::abs(thickness) < kTiny) return im.fail("the skin has no thickness");
+    for (const Pt &p : points)
+      if (!finitePt(p)) return im.fail("a point is not finite");
+    std::vector<gp_Pnt> pts;
+    for (const Pt &p : points) {
+      gp_Pnt q = im.local(p);
+      if (pts.empty() || !q.IsEqual(pts.back(), 1e-9)) pts.push_back(q);
+    }
+    while (pts.size() > 1 && pts.front().IsEqual(pts.back(), 1e-9)) pts.pop_back();
+    if (pts.size() < 3) return im.fail("a skin needs three distinct points");
+    // Newell's normal: the right-hand normal of the polygon, robust to nearly collinear corners.
+    gp_XYZ n(0, 0, 0), c(0, 0, 0);
+    for (size_t i = 0; i < pts.size(); ++i) {
+      const gp_XYZ &p = pts[i].XYZ(), &q = pts[(i + 1) % pts.size()].XYZ();
+      n += gp_XYZ((p.Y() - q.Y()) * (p.Z() + q.Z()), (p.Z() - q.Z()) * (p.X() + q.X()),
+                  (p.X() - q.X()) * (p.Y() + q.Y()));
+      c += p;
+    }
+    c /= static_cast<double>(pts.size());
+    if (n.Modulus() < kTiny) return im.fail("the skin's points enclose no area");
+    gp_Dir normal(n);
+    double size = 0;
+    for (const gp_Pnt &p : pts) size = std::max(size, p.XYZ().Subtracted(c).Modulus());
+    for (const gp_Pnt &p : pts)
+      if (std::abs((p.XYZ() - c).Dot(normal.XYZ())) > 1e-6 * size + 1e-9)
+        return im.fail("the skin's points are not in one plane");
     BRepBuilderAPI_MakePolygon poly;
     for (const gp_Pnt &p : pts) poly.Add(p);
     poly.Close();
-    if (!poly.IsDone()) return undo("the skin's outline is not a polygon");
+    if (!poly.IsDone()) return im.fail("the skin's outline is not a polygon");
     BRepBuilderAPI_MakeFace face(gp_Pln(gp_Pnt(c), normal), poly.Wire(), Standard_True);
-    if (!face.IsDone()) return undo("the skin's outline is not a plane face");
+    if (!face.IsDone()) return im.fail("the skin's outline is not a plane face");
     TopoDS_Shape plate = BRepPrimAPI_MakePrism(face.Face(), gp_Vec(normal) * thickness).Shape();
     if (shapeVolume(plate) < 0) plate.Reverse();
-    if (!validSolid(plate)) return undo("the skin's outline crosses itself");
-    impl_->bodies.push_back({plate, 0});
-  } catch (const Standard_Failure &) {
-    return undo("the skin could not be built");
-  }
-  impl_->error.clear();
-  return true;
+    if (!validSolid(plate)) return im.fail("the skin's outline crosses itself");
+    im.bodies.push_back({plate, 0});
+    return true;
+  };
+  return impl_->transaction("the skin could not be built", build, Detail::kTextOnly);
 }
 
 bool SolidBodies::sliceLast(Pt a, Pt b, Pt c, Pt keep) {
@@ -209,12 +200,12 @@ bool SolidBodies::sliceLast(Pt a, Pt b, Pt c, Pt keep) {
   gp_Dir dir(n);
   gp_Ax3 axes(pa, dir);
   TopoDS_Shape slab;
-  try {
+  auto makeSlab = [&] {
     TopoDS_Face face = BRepBuilderAPI_MakeFace(gp_Pln(axes), -reach, reach, -reach, reach).Face();
     slab = BRepPrimAPI_MakePrism(face, gp_Vec(dir) * reach).Shape();
-  } catch (const Standard_Failure &) {
-    return impl_->fail("the slicing plane could not be built");
-  }
+  };
+  if (!guarded(impl_->error, "the slicing plane could not be built", makeSlab, Detail::kTextOnly))
+    return false;
   TopoDS_Shape kept = commonShape(last.shape, slab, impl_->error);
   if (kept.IsNull()) return false;
   if (!hasVolume(kept)) return impl_->fail("nothing of the body lies on that side");
@@ -257,7 +248,7 @@ bool SolidBodies::transformBy(const double m[4][4]) {
     for (int c = 1; c <= 3; ++c)
       if (std::abs(ltl(r, c) - (r == c ? s2 : 0)) > 1e-9 * s2) similar = false;
   std::vector<Body> moved = impl_->bodies;
-  try {
+  bool done = guarded(impl_->error, "the transformation failed", [&] {
     for (Body &b : moved) {
       if (similar) {
         gp_Trsf t;
@@ -269,9 +260,8 @@ bool SolidBodies::transformBy(const double m[4][4]) {
       }
       if (shapeVolume(b.shape) < 0) b.shape.Reverse();
     }
-  } catch (const Standard_Failure &e) {
-    return impl_->fail(std::string("the transformation failed: ") + e.GetMessageString());
-  }
+  });
+  if (!done) return false;
   impl_->bodies = std::move(moved);
   if (impl_->hasOrigin) {
     const gp_Pnt &o = impl_->origin;

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "guarded.h"
 #include "solid_body.h"
 
 namespace vantry::solid {
@@ -40,6 +41,21 @@ struct SolidBodies::Impl {
   Pt world(const gp_Pnt &p) const { return {p.X() + origin.X(), p.Y() + origin.Y(), p.Z() + origin.Z()}; }
   bool fail(const std::string &why) {
     error = why;
+    return false;
+  }
+  // Runs an operation that changes the bodies (or fixes the origin) as one whole: step(*this),
+  // guarded. When the step answers false or throws, everything is put back as it was except the
+  // error, which says why; when it succeeds, the error is cleared.
+  template <class Step>
+  bool transaction(const char *failed, Step &&step, Detail detail = Detail::kMessage) {
+    Impl saved = *this;
+    if (guarded(
+            error, failed, [&] { return step(*this); }, detail)) {
+      error.clear();
+      return true;
+    }
+    saved.error = std::move(error);
+    *this = std::move(saved);
     return false;
   }
 };

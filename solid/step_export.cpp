@@ -12,11 +12,12 @@
 #include <Message_Messenger.hxx>
 #include <Message_Printer.hxx>
 #include <STEPControl_Writer.hxx>
-#include <Standard_Failure.hxx>
 #include <TopoDS_Compound.hxx>
 #include <cstdlib>
 #include <gp_Trsf.hxx>
 #include <sstream>
+
+#include "guarded.h"
 
 namespace vantry::solid {
 namespace {
@@ -61,7 +62,7 @@ bool addBodies(const std::string &text, BRep_Builder &builder, TopoDS_Compound &
 bool writeStepFile(const std::vector<const SolidBodies *> &solids, const std::string &path,
                    std::string &error) {
   quiet();
-  try {
+  auto write = [&] {
     BRep_Builder builder;
     TopoDS_Compound all;
     builder.MakeCompound(all);
@@ -85,10 +86,9 @@ bool writeStepFile(const std::vector<const SolidBodies *> &solids, const std::st
       error = "cannot write " + path;
       return false;
     }
-  } catch (const Standard_Failure &e) {
-    error = std::string("STEP export failed: ") + e.GetMessageString();
-    return false;
-  }
+    return true;
+  };
+  if (!guarded(error, "STEP export failed", write)) return false;
   error.clear();
   return true;
 }

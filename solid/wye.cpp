@@ -10,7 +10,6 @@
 // branches, the branches' inner walls cross at h / tan(a/2) from the junction along each branch.
 #include <BRepPrimAPI_MakeCylinder.hxx>
 #include <BRepPrimAPI_MakeSphere.hxx>
-#include <Standard_Failure.hxx>
 #include <algorithm>
 #include <cmath>
 #include <gp_Mat.hxx>
@@ -129,42 +128,36 @@ bool SolidBodies::addWye(Pt p1, double width1, double depth1, Pt p2, double widt
                          double width3, double depth3, Pt junction, const Frame &frame1, const Frame &frame2,
                          const Frame &frame3, bool rect, Pt legStart1, Pt legStart2, Pt legStart3, Pt collar1,
                          Pt collar2, Pt collar3, int option) {
-  Impl &im = *impl_;
-  Impl saved = im;
-  auto undo = [&](const char *why = nullptr) {
-    saved.error = why ? why : im.error;
-    im = saved;
-    return false;
-  };
-  Section s[3];
-  if (!makeSection(im, p1, rect, width1, depth1, frame1, s[0]) ||
-      !makeSection(im, p2, rect, width2, depth2, frame2, s[1]) ||
-      !makeSection(im, p3, rect, width3, depth3, frame3, s[2]))
-    return undo();
-  for (const Pt *p : {&junction, &legStart1, &legStart2, &legStart3, &collar1, &collar2, &collar3})
-    if (!finitePt(*p)) return undo("a wye point is not finite");
-  gp_Pnt j = im.local(junction);
-  gp_Pnt start[3] = {im.local(legStart1), im.local(legStart2), im.local(legStart3)};
-  gp_Pnt collar[3] = {im.local(collar1), im.local(collar2), im.local(collar3)};
-  const Section &trunk = s[0];
-  std::vector<TopoDS_Shape> pieces;
-  std::vector<gp_Dir> joints;  // one joint per bend axis: both branches of a flat wye share it
-  try {
+  return impl_->transaction("the wye failed", [&](Impl &im) {
+    Section s[3];
+    if (!makeSection(im, p1, rect, width1, depth1, frame1, s[0]) ||
+        !makeSection(im, p2, rect, width2, depth2, frame2, s[1]) ||
+        !makeSection(im, p3, rect, width3, depth3, frame3, s[2]))
+      return false;
+    for (const Pt *p : {&junction, &legStart1, &legStart2, &legStart3, &collar1, &collar2, &collar3})
+      if (!finitePt(*p)) return im.fail("a wye point is not finite");
+    gp_Pnt j = im.local(junction);
+    gp_Pnt start[3] = {im.local(legStart1), im.local(legStart2), im.local(legStart3)};
+    gp_Pnt collar[3] = {im.local(collar1), im.local(collar2), im.local(collar3)};
+    const Section &trunk = s[0];
+    std::vector<TopoDS_Shape> pieces;
+    std::vector<gp_Dir> joints;  // one joint per bend axis: both branches of a flat wye share it
     double trunkLength = gp_Vec(trunk.centre, start[0]).Dot(gp_Vec(trunk.x));
-    if (trunkLength <= 1e-9) return undo("the wye's trunk does not reach its leg start");
+    if (trunkLength <= 1e-9) return im.fail("the wye's trunk does not reach its leg start");
     pieces.push_back(prism(trunk, trunkLength));
     for (int i = 1; i < 3; ++i) {
       gp_Vec out(start[i], s[i].centre);
-      if (out.Dot(gp_Vec(s[i].x)) <= 1e-9) return undo("a wye branch does not leave its leg start forwards");
+      if (out.Dot(gp_Vec(s[i].x)) <= 1e-9)
+        return im.fail("a wye branch does not leave its leg start forwards");
       double taper = gp_Vec(start[i], collar[i]).Dot(gp_Vec(s[i].x));
       double straight = gp_Vec(collar[i], s[i].centre).Dot(gp_Vec(s[i].x));
       if (taper <= 1e-9 || straight < -1e-9)
-        return undo("a wye collar is not between its leg start and port");
+        return im.fail("a wye collar is not between its leg start and port");
       Section from = turnedTo(trunk, s[i].x, start[i]);
       Section to = s[i];
       to.centre = collar[i];
       TopoDS_Shape taperBody = loftSections(from, to, im.error);
-      if (taperBody.IsNull()) return undo();
+      if (taperBody.IsNull()) return false;
       pieces.push_back(taperBody);
       if (straight > 1e-9) pieces.push_back(prism(to, straight));
       // The rounded joint at the heel.
@@ -186,14 +179,10 @@ bool SolidBodies::addWye(Pt p1, double width1, double depth1, Pt p2, double widt
               .Shape());
     }
     TopoDS_Shape wye = fuseAll(pieces, Contact::kOverlapping, im.error);
-    if (wye.IsNull()) return undo();
+    if (wye.IsNull()) return false;
     im.bodies.push_back({wye, option});
-  } catch (const Standard_Failure &e) {
-    im.error = std::string("the wye failed: ") + e.GetMessageString();
-    return undo();
-  }
-  im.error.clear();
-  return true;
+    return true;
+  });
 }
 
 }  // namespace vantry::solid

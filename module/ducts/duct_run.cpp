@@ -42,6 +42,14 @@ bool readDuctRun(resbuf *&cursor, DuctRun &out) {
   return true;
 }
 
+bool readRunArgs(resbuf *&cursor, RunArgs &args) {
+  if (!frame::readBoolean(cursor, args.convert) || !frame::readInteger(cursor, args.option) ||
+      !readDuctRun(cursor, args.a))
+    return false;
+  args.hasB = readDuctRun(cursor, args.b);
+  return true;
+}
+
 bool isRectangular(const DuctRun &run) {
   static const wchar_t *const kRound[] = {L"RD", L"OO", L"DX", L"OX", L"rd", L"oo", L"dx", L"ox"};
   for (const wchar_t *code : kRound)

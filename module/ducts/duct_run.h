@@ -51,6 +51,17 @@ struct FittingFrame {
 // Reads one run list at the cursor. On failure the cursor is left where it was.
 bool readDuctRun(resbuf *&cursor, DuctRun &run);
 
+// The arguments of a fitting along one run or from one run to the next: (convert option a [b]).
+// convert sends the runs' points through "convert_rp_dp"; option is the bodies' kind tag.
+struct RunArgs {
+  bool convert = false;
+  int option = 0;
+  DuctRun a, b;
+  bool hasB = false;  // b came (a fitting that needs it checks)
+};
+// Reads them at the cursor; false when convert, option or a is missing or malformed.
+bool readRunArgs(resbuf *&cursor, RunArgs &args);
+
 // False for the round and oval shape codes (any case) and for flex duct.
 bool isRectangular(const DuctRun &run);
 // "OO" for round and oval shapes, "RC" for every other.

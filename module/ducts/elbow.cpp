@@ -74,7 +74,7 @@ struct Elbow {
 };
 
 struct Built {
-  ol_hvacSolid *elbow = nullptr, *transition = nullptr;
+  SolidPtr elbow, transition;
   double head = 0, tail = 0;
 };
 
@@ -105,7 +105,7 @@ bool buildElbow(const Elbow &in, Built &out) {
   if (ratio > 0 && ratio <= 0.5) ratio = 0.501;
   double tanHalf = std::tan(angle / 2);
   double reach;
-  ol_hvacSolid *solid = newSolid();
+  SolidPtr solid = newSolid();
   if (!solid) return false;
   bool ok;
   if (!in.square) {
@@ -154,11 +154,8 @@ bool buildElbow(const Elbow &in, Built &out) {
       break;
     }
   }
-  if (!ok) {
-    delete solid;
-    return false;
-  }
-  out.elbow = solid;
+  if (!ok) return false;
+  out.elbow = std::move(solid);
   out.head = out.tail = reach;
 
   // The elbow has one size throughout; a second solid changes the size where the elbow's differs
@@ -167,14 +164,12 @@ bool buildElbow(const Elbow &in, Built &out) {
                     const Size &toSize, const FittingFrame &f, double &length) {
     length =
         transitionLength(fromSize.width, fromSize.depth, fromRect, toSize.width, toSize.depth, toRect, 15.0);
-    ol_hvacSolid *t = length > 0 ? newSolid() : nullptr;
-    if (t && t->addTransition(from, fromRect, fromSize.width, fromSize.depth, from + length * f.x(), toRect,
-                              toSize.width, toSize.depth, f.data(), f.data(), in.option)) {
-      out.transition = t;
-      return true;
-    }
-    delete t;
-    return false;
+    SolidPtr t = length > 0 ? newSolid() : nullptr;
+    if (!t || !t->addTransition(from, fromRect, fromSize.width, fromSize.depth, from + length * f.x(), toRect,
+                                toSize.width, toSize.depth, f.data(), f.data(), in.option))
+      return false;
+    out.transition = std::move(t);
+    return true;
   };
   double length = 0;
   if (!sameSize(own, startSize, rect)) {
@@ -214,11 +209,8 @@ int ol_ol_drawTripleElbow() {
   if (!buildElbow(e, built)) return 0;
   ads_name elbowName, changeName;
   bool haveChange = false;
-  if (!addToDrawing(built.elbow, elbowName)) {
-    delete built.transition;
-    return 0;
-  }
-  if (built.transition) haveChange = addToDrawing(built.transition, changeName);
+  if (!addToDrawing(std::move(built.elbow), elbowName)) return 0;
+  if (built.transition) haveChange = addToDrawing(std::move(built.transition), changeName);
   resbuf *head, *tail;
   frame::startResultList(head, tail);
   appendNamePair(tail, L"en1", elbowName);

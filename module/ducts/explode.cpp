@@ -23,9 +23,9 @@ int ol_ol_explodeSolid() {
   resbuf *head, *tail;
   frame::startResultList(head, tail);
   for (void *p : pieces) {
-    auto *face = static_cast<AcDbEntity *>(p);
+    ducts::EntityPtr face(static_cast<AcDbEntity *>(p));
     ads_name faceName;
-    if (ducts::addToDrawingEntity(face, faceName)) ducts::appendNamePair(tail, L"FACE", faceName);
+    if (ducts::addToDrawing(std::move(face), faceName)) ducts::appendNamePair(tail, L"FACE", faceName);
   }
   frame::returnResultList(head, tail);
   return 0;

@@ -2,28 +2,38 @@
 #include "ducts/fitting.h"
 
 #include "drawing/append.h"
+#include "frame/value_list.h"
 
 namespace vantry::ducts {
 
-ol_hvacSolid *newSolid() {
-  ol_hvacSolid *solid = ol_hvacSolid::create();
+void LetGo::operator()(AcDbEntity *entity) const {
+  if (entity->objectId().isNull())
+    delete entity;
+  else
+    entity->close();
+}
+
+SolidPtr newSolid() {
+  SolidPtr solid(ol_hvacSolid::create());
   if (!solid)
     acutPrintf(L"%s", L"\nNo duct solid made: the solid module ol_ol-solid2025x64.dbx is not loaded.\n");
   return solid;
 }
 
-bool addToDrawingEntity(AcDbEntity *entity, ads_name &name) {
-  if (!drawing::AppendToModelSpace(entity)) {
-    delete entity;
-    return false;
-  }
+bool addToDrawing(EntityPtr entity, ads_name &name) {
+  if (!drawing::AppendToModelSpace(entity.get())) return false;
   acdbGetAdsName(name, entity->objectId());
-  entity->close();
+  entity.reset();  // in the drawing now, so closed
   return true;
 }
 
-bool addToDrawing(ol_hvacSolid *solid, ads_name &name) {
-  return addToDrawingEntity(solid, name);
+void answerSolid(SolidPtr solid, const ACHAR *key) {
+  ads_name name;
+  if (!addToDrawing(std::move(solid), name)) return;
+  resbuf *head, *tail;
+  frame::startResultList(head, tail);
+  appendNamePair(tail, key, name);
+  frame::returnResultList(head, tail);
 }
 
 void appendNamePair(resbuf *&tail, const ACHAR *key, const int64_t *name) {

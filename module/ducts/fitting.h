@@ -2,19 +2,33 @@
 // drawing, and naming it in a result list.
 #pragma once
 
+#include <memory>
+
 #include "solid/hvac_solid.h"
 
 namespace vantry::ducts {
 
-// A new, empty solid that the caller owns until addToDrawing. Null, after a message on the command
-// line, when the solid module is not loaded (the class is not registered).
-ol_hvacSolid *newSolid();
+// How a new entity made here is let go of: closed when it has joined a database (the database owns
+// it then), deleted when it has not.
+struct LetGo {
+  void operator()(AcDbEntity *entity) const;
+};
+// The holder of a new entity: a fitting function can return from anywhere, before or after
+// addToDrawing, without leaking a solid or leaving one open.
+using EntityPtr = std::unique_ptr<AcDbEntity, LetGo>;
+using SolidPtr = std::unique_ptr<ol_hvacSolid, LetGo>;
 
-// Appends the solid to the current drawing's model space and closes it; name receives its entity
-// name. On failure (already told by an alert) the solid is deleted and false returned.
-bool addToDrawing(ol_hvacSolid *solid, ads_name &name);
-// The same for any new entity.
-bool addToDrawingEntity(AcDbEntity *entity, ads_name &name);
+// A new, empty solid. Null, after a message on the command line, when the solid module is not loaded
+// (the class is not registered).
+SolidPtr newSolid();
+
+// Appends the entity to the current drawing's model space and closes it; name receives its entity
+// name. On failure (already told by an alert) the entity is deleted and false returned.
+bool addToDrawing(EntityPtr entity, ads_name &name);
+
+// The end of a fitting function that makes one solid: adds it to the drawing and answers
+// ((key . name)); when it cannot be added, the function's answer stays nil.
+void answerSolid(SolidPtr solid, const ACHAR *key);
 
 // Appends (key . entity name) after tail and moves tail to the last node appended; with a null name,
 // (key) (the key with nil), so a result keeps all its keys.

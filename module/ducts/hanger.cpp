@@ -92,18 +92,9 @@ int ol_ol_drawHanger() {
   const Axes F = {AcGeVector3d(std::cos(h.angle), std::sin(h.angle), 0),
                   AcGeVector3d(std::cos(h.angle + kQuarterTurn), std::sin(h.angle + kQuarterTurn), 0),
                   AcGeVector3d(0, 0, 1)};
-  ol_hvacSolid *solid = ducts::newSolid();
-  if (!solid) return 0;
-  if (!(h.style ? band(solid, h, F) : trapeze(solid, h, F))) {
-    delete solid;
-    return 0;
-  }
-  ads_name name;
-  if (!ducts::addToDrawing(solid, name)) return 0;
-  resbuf *head, *tail;
-  frame::startResultList(head, tail);
-  ducts::appendNamePair(tail, L"hanger", name);
-  frame::returnResultList(head, tail);
+  ducts::SolidPtr solid = ducts::newSolid();
+  if (solid && (h.style ? band(solid.get(), h, F) : trapeze(solid.get(), h, F)))
+    ducts::answerSolid(std::move(solid), L"hanger");
   return 0;
 }
 

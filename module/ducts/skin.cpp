@@ -15,18 +15,8 @@ int ol_ol_drawTripleSkin() {
   AcArray<AcGePoint3d> points(8);
   ads_point p;
   while (frame::readPoint(cur, p)) points.append(AcGePoint3d(p[0], p[1], p[2]));
-  ol_hvacSolid *solid = ducts::newSolid();
-  if (!solid) return 0;
-  if (!solid->addSkin(points, thickness)) {
-    delete solid;
-    return 0;
-  }
-  ads_name name;
-  if (!ducts::addToDrawing(solid, name)) return 0;
-  resbuf *head, *tail;
-  frame::startResultList(head, tail);
-  ducts::appendNamePair(tail, L"en", name);
-  frame::returnResultList(head, tail);
+  ducts::SolidPtr solid = ducts::newSolid();
+  if (solid && solid->addSkin(points, thickness)) ducts::answerSolid(std::move(solid), L"en");
   return 0;
 }
 

@@ -11,33 +11,26 @@ namespace vantry::lispfn {
 int ol_ol_drawTripleCenter() {
   using namespace ducts;
   acedRetNil();
-  frame::ArgList args;
-  resbuf *&cur = args.cursor();
-  bool convert = false;
-  int option = 0;
-  DuctRun a, b;
-  if (!frame::readBoolean(cur, convert) || !frame::readInteger(cur, option) || !readDuctRun(cur, a)) return 2;
-  bool hasPartner = readDuctRun(cur, b);
+  frame::ArgList list;
+  RunArgs in;
+  if (!readRunArgs(list.cursor(), in)) return 2;
+  const DuctRun &a = in.a;
 
-  FittingFrame f = computeFrame(a, hasPartner ? &b : nullptr, convert);
-  AcGePoint3d s = justifiedStart(a, &f, convert);
-  AcGePoint3d e = justifiedEnd(a, &f, convert);
+  FittingFrame f = computeFrame(a, in.hasB ? &in.b : nullptr, in.convert);
+  AcGePoint3d s = justifiedStart(a, &f, in.convert);
+  AcGePoint3d e = justifiedEnd(a, &f, in.convert);
   if (s.distanceTo(e) < 0.01) return 0;
   s = s + a.headLength * f.x();
   e = e - a.tailLength * f.x();
   // Cut back past each other (head + tail beyond the run's length) is as degenerate as too short.
   if (s.distanceTo(e) < 0.01 || (e - s).dotProduct(f.x()) < 0) return 0;
 
-  ol_hvacSolid *solid = newSolid();
-  if (!solid) return 0;
+  SolidPtr solid = newSolid();
   bool rc = shapeFamily(a) == L"RC";
   double w = std::abs(a.width), d = std::abs(a.depth);
-  if (!solid->addTransition(s, rc, w, d, e, rc, w, d, f.data(), f.data(), option)) {
-    delete solid;
-    return 0;
-  }
+  if (!solid || !solid->addTransition(s, rc, w, d, e, rc, w, d, f.data(), f.data(), in.option)) return 0;
   ads_name name;
-  if (addToDrawing(solid, name)) acedRetName(name, RTENAME);
+  if (addToDrawing(std::move(solid), name)) acedRetName(name, RTENAME);
   return 0;
 }
 

@@ -112,33 +112,24 @@ int ol_ol_drawTripleTakeoff() {
   Main m{&a, &fa, justifiedEnd(a, &fa, convert)};
   bool second = justifiedStart(d, nullptr, convert).distanceTo(justifiedEnd(d, nullptr, convert)) >= 0.01;
 
-  ol_hvacSolid *collars = newSolid();
+  SolidPtr collars = newSolid();
   if (!collars) return 0;
   double reachC = 0, reachD = 0;
   Footprint foot;
-  if (!addCollar(m, c, fc, convert, shoe, collar, option, collars, reachC, foot) ||
-      (second && !addCollar(m, d, fd, convert, shoe, collar, option, collars, reachD, foot))) {
-    delete collars;
+  if (!addCollar(m, c, fc, convert, shoe, collar, option, collars.get(), reachC, foot) ||
+      (second && !addCollar(m, d, fd, convert, shoe, collar, option, collars.get(), reachD, foot)))
     return 0;
-  }
   double margin = std::max({std::abs(c.width), std::abs(c.depth), second ? std::abs(d.width) : 0.0,
                             second ? std::abs(d.depth) : 0.0}) /
                   4;
   double back = foot.back + margin, forward = foot.forward + margin;
-  ol_hvacSolid *main = newSolid();
+  SolidPtr main = newSolid();
   if (!main || !main->addTransition(m.junction - back * fa.x(), isRectangular(a), std::abs(a.width),
                                     std::abs(a.depth), m.junction + forward * fb.x(), isRectangular(b),
-                                    std::abs(b.width), std::abs(b.depth), fa.data(), fb.data(), option)) {
-    delete main;
-    delete collars;
+                                    std::abs(b.width), std::abs(b.depth), fa.data(), fb.data(), option))
     return 0;
-  }
   ads_name mainName, collarName;
-  if (!addToDrawing(main, mainName)) {
-    delete collars;
-    return 0;
-  }
-  if (!addToDrawing(collars, collarName)) return 0;
+  if (!addToDrawing(std::move(main), mainName) || !addToDrawing(std::move(collars), collarName)) return 0;
   resbuf *head, *tail;
   frame::startResultList(head, tail);
   appendNamePair(tail, L"en1", mainName);

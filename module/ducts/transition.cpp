@@ -12,30 +12,26 @@ namespace vantry::lispfn {
 int ol_ol_drawTripleTransition() {
   using namespace ducts;
   acedRetNil();
-  frame::ArgList args;
-  resbuf *&cur = args.cursor();
-  bool convert = false;
-  int option = 0;
-  DuctRun a, b;
-  if (!frame::readBoolean(cur, convert) || !frame::readInteger(cur, option) || !readDuctRun(cur, a) ||
-      !readDuctRun(cur, b))
-    return 2;
+  frame::ArgList list;
+  RunArgs in;
+  if (!readRunArgs(list.cursor(), in) || !in.hasB) return 2;
+  const DuctRun &a = in.a, &b = in.b;
 
-  FittingFrame frameA = computeFrame(a, &b, convert);
-  FittingFrame frameB = computeFrame(b, &a, convert);
-  AcGePoint3d p1 = justifiedEnd(a, &frameA, convert);
-  AcGePoint3d p2 = justifiedStart(b, &frameB, convert);
+  FittingFrame frameA = computeFrame(a, &b, in.convert);
+  FittingFrame frameB = computeFrame(b, &a, in.convert);
+  AcGePoint3d p1 = justifiedEnd(a, &frameA, in.convert);
+  AcGePoint3d p2 = justifiedStart(b, &frameB, in.convert);
   double length = transitionLengthOf(a, b);
   if (length <= 0) return 0;
 
   p2 = p2 + length * frameB.x();
-  ol_hvacSolid *solid = newSolid();
+  SolidPtr solid = newSolid();
   if (!solid) return 0;
   // Added to the drawing whatever the modeller answered: the caller counts on the length.
   solid->addTransition(p1, isRectangular(a), std::abs(a.width), std::abs(a.depth), p2, isRectangular(b),
-                       std::abs(b.width), std::abs(b.depth), frameA.data(), frameB.data(), option);
+                       std::abs(b.width), std::abs(b.depth), frameA.data(), frameB.data(), in.option);
   ads_name name;
-  if (!addToDrawing(solid, name)) return 0;
+  if (!addToDrawing(std::move(solid), name)) return 0;
   resbuf *head, *tail;
   frame::startResultList(head, tail);
   appendNamePair(tail, L"en1", name);

@@ -32,7 +32,7 @@ AcGePoint3d toPoint(const AModeler::Point3d &p) {
 
 // A transition from the wye's port (branch size, trunk's shape) to the branch's own shape.
 bool shapeChange(const DuctRun &br, const FittingFrame &f, const AcGePoint3d &port, bool rect, int option,
-                 ol_hvacSolid *&out, double &length) {
+                 SolidPtr &out, double &length) {
   out = nullptr;
   length = 0;
   if (isRectangular(br) == rect) return true;
@@ -42,8 +42,7 @@ bool shapeChange(const DuctRun &br, const FittingFrame &f, const AcGePoint3d &po
   if (!out) return false;
   if (!out->addTransition(port, rect, w, d, port + length * f.x(), isRectangular(br), w, d, f.data(),
                           f.data(), option)) {
-    delete out;
-    out = nullptr;
+    out.reset();
     length = 0;
   }
   return true;
@@ -77,17 +76,15 @@ int ol_ol_drawTripleWye() {
   double scale = std::max({1.0, p1.distanceTo(p2), p1.distanceTo(p3), w1, w2, w3});
   const double tolerance = 1e-6 * scale;
 
-  ol_hvacSolid *wye = newSolid();
+  SolidPtr wye = newSolid();
   if (!wye) return 0;
   AModeler::Point3d l1, l2, l3;
   AcGePoint3d c1, c2, c3;
   // First where the junction and the collars are, for the runs as given; then the wye between its
   // own ports.
   if (!wye->addWyePrep(p1, w1, d1, p2, w2, d2, p3, w3, d3, fa.data(), fb.data(), fc.data(), rect, l1, l2, l3,
-                       c1, c2, c3, shortLegs, tolerance)) {
-    delete wye;
+                       c1, c2, c3, shortLegs, tolerance))
     return 0;
-  }
   AcGePoint3d junction = toPoint(l1);
   double h = std::max({w1, d1, w2, d2, w3, d3}) / 2;
   double head = std::min(h + extension, junction.distanceTo(p1));
@@ -97,24 +94,18 @@ int ol_ol_drawTripleWye() {
   if (!wye->addWyePrep(q1, w1, d1, q2, w2, d2, q3, w3, d3, fa.data(), fb.data(), fc.data(), rect, l1, l2, l3,
                        c1, c2, c3, true, tolerance) ||
       !wye->addWye(q1, w1, d1, q2, w2, d2, q3, w3, d3, junction, fa.data(), fb.data(), fc.data(), rect, l1,
-                   l2, l3, c1, c2, c3, option)) {
-    delete wye;
+                   l2, l3, c1, c2, c3, option))
     return 0;
-  }
-  ol_hvacSolid *change2 = nullptr, *change3 = nullptr;
+  SolidPtr change2, change3;
   double extra2 = 0, extra3 = 0;
   shapeChange(b, fb, q2, rect, option, change2, extra2);
   shapeChange(c, fc, q3, rect, option, change3, extra3);
 
   ads_name n1, n2, n3;
   bool have2 = false, have3 = false;
-  if (!addToDrawing(wye, n1)) {
-    delete change2;
-    delete change3;
-    return 0;
-  }
-  if (change2) have2 = addToDrawing(change2, n2);
-  if (change3) have3 = addToDrawing(change3, n3);
+  if (!addToDrawing(std::move(wye), n1)) return 0;
+  if (change2) have2 = addToDrawing(std::move(change2), n2);
+  if (change3) have3 = addToDrawing(std::move(change3), n3);
   resbuf *headRb, *tailRb;
   frame::startResultList(headRb, tailRb);
   appendNamePair(tailRb, L"en1", n1);
