@@ -9,6 +9,8 @@
 
 namespace vantry::database {
 
+using frame::ResultChain;
+
 bool toEngineValue(const resbuf *rb, engine::Value &out) {
   if (!rb) return false;
   switch (rb->restype) {
@@ -63,94 +65,51 @@ void putInteger(resbuf *rb, int32_t i) {
   }
 }
 
-// A result list grown at its tail one node at a time. Records reach LISP
-// through here by the hundred thousand, so nodes are made directly rather
-// than through the variadic builder, and text is decoded straight into the
-// string the node owns (acutRelRb frees both).
-class Chain {
- public:
-  ~Chain() { acutRelRb(head_); }
-  bool ok() const { return ok_; }
-  resbuf *release() {
-    resbuf *h = head_;
-    head_ = tail_ = nullptr;
-    return h;
+// Records reach LISP by the hundred thousand, so values are put straight
+// into nodes of the chain, and text is decoded straight into the string the
+// node owns (acutRelRb frees both).
+void addText(ResultChain &c, const std::string &utf8) {
+  if (resbuf *rb = c.add(RTSTR)) {
+    rb->resval.rstring = newWideString(utf8);
+    if (!rb->resval.rstring) c.spoil();
   }
+}
 
-  resbuf *add(int type) {
-    resbuf *rb = ok_ ? acutNewRb(type) : nullptr;
-    if (!rb) {
-      ok_ = false;
-      return nullptr;
-    }
-    (tail_ ? tail_->rbnext : head_) = rb;
-    tail_ = rb;
-    return rb;
+void addValue(ResultChain &c, const engine::Value &v) {
+  switch (v.type()) {
+    case engine::ValueType::kEmpty:
+    case engine::ValueType::kNull:
+      c.add(RTNIL);
+      return;
+    case engine::ValueType::kInteger:
+      if (resbuf *rb = c.add(RTNIL)) putInteger(rb, v.asInteger());
+      return;
+    case engine::ValueType::kReal:
+      if (resbuf *rb = c.add(RTREAL)) rb->resval.rreal = v.asReal();
+      return;
+    case engine::ValueType::kText:
+    case engine::ValueType::kDate:
+      addText(c, v.asText());
+      return;
+    case engine::ValueType::kBoolean:
+      c.add(v.asBoolean() ? RTT : RTNIL);
+      return;
   }
-  void addText(const std::string &utf8) {
-    if (resbuf *rb = add(RTSTR)) {
-      rb->resval.rstring = newWideString(utf8);
-      if (!rb->resval.rstring) ok_ = false;
-    }
-  }
-  void addValue(const engine::Value &v) {
-    switch (v.type()) {
-      case engine::ValueType::kEmpty:
-      case engine::ValueType::kNull:
-        add(RTNIL);
-        return;
-      case engine::ValueType::kInteger:
-        if (resbuf *rb = add(RTNIL)) putInteger(rb, v.asInteger());
-        return;
-      case engine::ValueType::kReal:
-        if (resbuf *rb = add(RTREAL)) rb->resval.rreal = v.asReal();
-        return;
-      case engine::ValueType::kText:
-      case engine::ValueType::kDate:
-        addText(v.asText());
-        return;
-      case engine::ValueType::kBoolean:
-        add(v.asBoolean() ? RTT : RTNIL);
-        return;
-    }
-    add(RTNIL);
-  }
-  // ("name" . value)
-  void addField(const std::string &name, const engine::Value &value) {
-    add(RTLB);
-    addText(name);
-    add(RTDOTE);
-    addValue(value);
-    add(RTLE);
-  }
-  // Hands the list to the host (which keeps its own copy) and releases it.
-  void returnToHost() {
-    if (ok_)
-      acedRetList(head_);
-    else
-      acedRetNil();
-  }
+  c.add(RTNIL);
+}
 
- private:
-  resbuf *head_ = nullptr, *tail_ = nullptr;
-  bool ok_ = true;
-};
+// ("name" . value)
+void addField(ResultChain &c, const std::string &name, const engine::Value &value) {
+  c.add(RTLB);
+  addText(c, name);
+  c.add(RTDOTE);
+  addValue(c, value);
+  c.add(RTLE);
+}
 
 bool isRecordMarker(const engine::Value &v) {
   return v.type() == engine::ValueType::kText && v.asText() == engine::kNewRecordMarker;
 }
-
-}  // namespace
-
-void appendLispValue(resbuf *&tail, const engine::Value &v) {
-  Chain c;
-  c.addValue(v);
-  if (!c.ok()) return;
-  tail->rbnext = c.release();  // the nodes now belong to the caller's list
-  while (tail->rbnext) tail = tail->rbnext;
-}
-
-namespace {
 
 // The chain of the last record returned, kept for the next one. Walks and
 // seeks return records of the same fields by the hundred thousand, and the
@@ -187,11 +146,11 @@ class RecordChain {
     head_ = nullptr;
     names_.clear();
     slots_.clear();
-    Chain c;
+    ResultChain c;
     c.add(RTLB);
     for (const engine::Field &f : record) {
       c.add(RTLB);
-      c.addText(f.name);
+      addText(c, f.name);
       c.add(RTDOTE);
       Slot slot;
       slot.node = c.add(RTNIL);
@@ -292,17 +251,17 @@ void returnValueArray(const engine::ValueArray &values) {
   }
   // Plain values first; then each "*NewRecord*" begins a record of name,
   // value pairs (a name without its value reads as null).
-  Chain c;
+  ResultChain c;
   c.add(RTLB);
   size_t i = 0;
-  for (; i < values.size() && !isRecordMarker(values[i]); ++i) c.addValue(values[i]);
+  for (; i < values.size() && !isRecordMarker(values[i]); ++i) addValue(c, values[i]);
   const engine::Value missing;
   while (i < values.size()) {
     c.add(RTLB);
     for (++i; i < values.size() && !isRecordMarker(values[i]); i += 2) {
       const engine::Value &name = values[i];
       bool hasValue = i + 1 < values.size() && !isRecordMarker(values[i + 1]);
-      c.addField(name.type() == engine::ValueType::kText ? name.asText() : std::string(),
+      addField(c, name.type() == engine::ValueType::kText ? name.asText() : std::string(),
                  hasValue ? values[i + 1] : missing);
       if (!hasValue) {
         ++i;

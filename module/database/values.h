@@ -21,9 +21,6 @@ namespace vantry::database {
 
 // Converts the node under the cursor; false when its type cannot travel.
 bool toEngineValue(const resbuf *rb, engine::Value &out);
-// Appends the LISP form of an engine value after *tail (one or more nodes).
-void appendLispValue(resbuf *&tail, const engine::Value &v);
-
 // A record as a LISP list of dotted pairs, returned to the host.
 void returnRecord(const engine::Record &record);
 // A statement's answer as a LISP list, returned to the host (nil when empty).

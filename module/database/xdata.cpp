@@ -19,24 +19,7 @@ namespace {
 
 using frame::ArgList;
 
-struct Chain {
-  resbuf *head = nullptr, *tail = nullptr;
-  void add(resbuf *rb) {
-    if (!rb) return;
-    if (tail)
-      tail->rbnext = rb;
-    else
-      head = rb;
-    tail = rb;
-    while (tail->rbnext) tail = tail->rbnext;
-  }
-  ~Chain() { acutRelRb(head); }
-  resbuf *take() {
-    resbuf *h = head;
-    head = tail = nullptr;
-    return h;
-  }
-};
+using frame::ResultChain;
 
 bool readEntity(resbuf *&cur, AcDbObjectId &id) {
   ads_name name;
@@ -45,7 +28,7 @@ bool readEntity(resbuf *&cur, AcDbObjectId &id) {
 
 // LISP values (the argument chain from `cur` up to the list's end) to xdata
 // items. Returns 3 for a value xdata cannot hold, else 0.
-int toXData(resbuf *&cur, Chain &out, bool inList) {
+int toXData(resbuf *&cur, ResultChain &out, bool inList) {
   while (cur) {
     switch (cur->restype) {
       case RTLE:
@@ -56,28 +39,28 @@ int toXData(resbuf *&cur, Chain &out, bool inList) {
         return 3;
       case RTLB: {
         cur = cur->rbnext;
-        out.add(acutBuildList(1002, L"{", 0));
+        out.append(acutBuildList(1002, L"{", 0));
         if (int st = toXData(cur, out, true)) return st;
-        out.add(acutBuildList(1002, L"}", 0));
+        out.append(acutBuildList(1002, L"}", 0));
         continue;
       }
       case RTSTR:
-        out.add(acutBuildList(1000, cur->resval.rstring, 0));
+        out.append(acutBuildList(1000, cur->resval.rstring, 0));
         break;
       case RTREAL:
-        out.add(acutBuildList(1040, cur->resval.rreal, 0));
+        out.append(acutBuildList(1040, cur->resval.rreal, 0));
         break;
       case RTSHORT:
-        out.add(acutBuildList(1070, int(cur->resval.rint), 0));
+        out.append(acutBuildList(1070, int(cur->resval.rint), 0));
         break;
       case RTLONG:
-        out.add(acutBuildList(1071, cur->resval.rlong, 0));
+        out.append(acutBuildList(1071, cur->resval.rlong, 0));
         break;
       case RTPOINT:
       case RT3DPOINT: {
         ads_point p = {cur->resval.rpoint[0], cur->resval.rpoint[1],
                        cur->restype == RTPOINT ? 0.0 : cur->resval.rpoint[2]};
-        out.add(acutBuildList(1010, p, 0));
+        out.append(acutBuildList(1010, p, 0));
         break;
       }
       default:
@@ -90,23 +73,23 @@ int toXData(resbuf *&cur, Chain &out, bool inList) {
 
 // One application's items (after its 1001) as LISP nodes, nested lists
 // restored from the braces.
-void toLisp(const resbuf *items, Chain &out) {
+void toLisp(const resbuf *items, ResultChain &out) {
   for (const resbuf *p = items; p; p = p->rbnext) {
     int t = p->restype;
     if (t == 1001) break;  // the next application
     if (t == 1002) {
       bool open = p->resval.rstring && p->resval.rstring[0] == L'{';
-      out.add(acutBuildList(open ? RTLB : RTLE, 0));
+      out.append(acutBuildList(open ? RTLB : RTLE, 0));
     } else if (t == 1000 || t == 1003 || t == 1005) {
-      out.add(acutBuildList(RTSTR, p->resval.rstring ? p->resval.rstring : L"", 0));
+      out.append(acutBuildList(RTSTR, p->resval.rstring ? p->resval.rstring : L"", 0));
     } else if (t >= 1010 && t <= 1013) {
-      out.add(acutBuildList(RT3DPOINT, p->resval.rpoint, 0));
+      out.append(acutBuildList(RT3DPOINT, p->resval.rpoint, 0));
     } else if (t >= 1040 && t <= 1042) {
-      out.add(acutBuildList(RTREAL, p->resval.rreal, 0));
+      out.append(acutBuildList(RTREAL, p->resval.rreal, 0));
     } else if (t == 1070) {
-      out.add(acutBuildList(RTSHORT, int(p->resval.rint), 0));
+      out.append(acutBuildList(RTSHORT, int(p->resval.rint), 0));
     } else if (t == 1071) {
-      out.add(acutBuildList(RTLONG, p->resval.rlong, 0));
+      out.append(acutBuildList(RTLONG, p->resval.rlong, 0));
     }
   }
 }
@@ -145,8 +128,8 @@ int vt_xdput_list() {
   if (int st = readTarget(args, id, app)) return st;
   resbuf *&cur = args.cursor();
   if (!cur) return 2;
-  Chain items;
-  items.add(acutBuildList(1001, app.c_str(), 0));
+  ResultChain items;
+  items.append(acutBuildList(1001, app.c_str(), 0));
   if (cur->restype == RTLB) {
     cur = cur->rbnext;
     if (int st = toXData(cur, items, true)) return st;
@@ -164,7 +147,7 @@ int vt_xdput_list() {
   AcDbObjectPointer<AcDbEntity> ent(id, AcDb::kForWrite);
   if (ent.openStatus() != Acad::eOk) return 3;
   if (!registerApplication(ent->database(), app)) return 3;
-  if (ent->setXData(items.head) != Acad::eOk) return 3;
+  if (ent->setXData(items.head()) != Acad::eOk) return 3;
   acedRetT();
   return 0;
 }
@@ -181,13 +164,13 @@ int appValues(bool firstOnly) {
   if (ent.openStatus() != Acad::eOk) return 3;
   resbuf *xd = ent->xData(app.c_str());
   if (!xd) return 0;
-  Chain values;
+  ResultChain values;
   toLisp(xd->rbnext, values);
   acutRelRb(xd);
-  if (!values.head) return 0;
+  if (!values.head()) return 0;
   if (firstOnly) {
     // The first value: one node, or a whole nested list.
-    resbuf *first = values.head;
+    resbuf *first = values.head();
     if (first->restype != RTLB) {
       acedRetVal(first);
     } else {
@@ -204,11 +187,11 @@ int appValues(bool firstOnly) {
     }
     return 0;
   }
-  Chain list;
-  list.add(acutBuildList(RTLB, 0));
-  list.add(values.take());
-  list.add(acutBuildList(RTLE, 0));
-  acedRetList(list.head);
+  ResultChain list;
+  list.append(acutBuildList(RTLB, 0));
+  list.append(values.release());
+  list.append(acutBuildList(RTLE, 0));
+  list.returnToHost();
   return 0;
 }
 
@@ -231,21 +214,21 @@ int vt_xdget_all() {
   if (!readEntity(args.cursor(), id)) return 2;
   AcDbObjectPointer<AcDbEntity> ent(id, AcDb::kForRead);
   if (ent.openStatus() != Acad::eOk) return 3;
-  Chain list;
-  list.add(acutBuildList(RTLB, 0));
+  ResultChain list;
+  list.append(acutBuildList(RTLB, 0));
   for (const std::wstring &app : ent->xDataApplications()) {
     resbuf *xd = ent->xData(app.c_str());
-    list.add(acutBuildList(RTLB, RTSTR, app.c_str(), 0));
+    list.append(acutBuildList(RTLB, RTSTR, app.c_str(), 0));
     if (xd) {
-      Chain values;
+      ResultChain values;
       toLisp(xd->rbnext, values);
-      list.add(values.take());
+      list.append(values.release());
       acutRelRb(xd);
     }
-    list.add(acutBuildList(RTLE, 0));
+    list.append(acutBuildList(RTLE, 0));
   }
-  list.add(acutBuildList(RTLE, 0));
-  acedRetList(list.head);
+  list.append(acutBuildList(RTLE, 0));
+  list.returnToHost();
   return 0;
 }
 

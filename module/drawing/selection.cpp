@@ -33,22 +33,6 @@ constexpr int kErrnoPickMissed = 7;
 // and keeps the last call's value afterwards.
 std::optional<std::wstring> g_blockName;
 
-resbuf *appendName(resbuf *tail, const ads_name name) {
-  resbuf *rb = acutNewRb(RTENAME);
-  rb->resval.rlname[0] = name[0];
-  rb->resval.rlname[1] = name[1];
-  tail->rbnext = rb;
-  return rb;
-}
-
-// Hands the list (head is its RTLB, tail its last node) to LISP, closed by an
-// RTLE, and releases it. A list with no members reads as nil.
-void returnNames(resbuf *head, resbuf *tail) {
-  tail->rbnext = acutNewRb(RTLE);
-  acedRetList(head);
-  acutRelRb(head);
-}
-
 // What every host selection does with acedSSGet's answer: nil unless the set
 // holds members, else their names in the set's order. A member whose name
 // cannot be had is left out. The set is freed whenever there is one.
@@ -59,12 +43,14 @@ int finishSelection(int rc, const ads_name ss) {
     acedSSFree(ss);
     return 0;
   }
-  resbuf *head = acutNewRb(RTLB), *tail = head;
+  frame::ResultChain names;
+  names.add(RTLB);
   for (int32_t i = 0; i < length; ++i) {
     ads_name entity;
-    if (acedSSName(ss, i, entity) == RTNORM) tail = appendName(tail, entity);
+    if (acedSSName(ss, i, entity) == RTNORM) names.addName(entity);
   }
-  returnNames(head, tail);
+  names.add(RTLE);
+  names.returnToHost();
   acedSSFree(ss);
   return 0;
 }
@@ -108,18 +94,20 @@ int scanModelSpace(Predicate pred) {
     model->close();
     return 0;
   }
-  resbuf *head = acutNewRb(RTLB), *tail = head;
+  frame::ResultChain names;
+  names.add(RTLB);
   for (; !it->done(); it->step(true, true)) {
     AcDbEntity *ent = nullptr;
     if (it->getEntity(ent, AcDb::kForRead) != Acad::eOk) continue;
     ads_name name;
     if (accepts(pred, ent) && acdbGetAdsName(name, ent->objectId()) == Acad::eOk)
-      tail = appendName(tail, name);
+      names.addName(name);
     ent->close();
   }
   delete it;
   model->close();
-  returnNames(head, tail);
+  names.add(RTLE);
+  names.returnToHost();
   return 0;
 }
 

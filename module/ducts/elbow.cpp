@@ -211,13 +211,14 @@ int ol_ol_drawTripleElbow() {
   bool haveChange = false;
   if (!addToDrawing(std::move(built.elbow), elbowName)) return 0;
   if (built.transition) haveChange = addToDrawing(std::move(built.transition), changeName);
-  resbuf *head, *tail;
-  frame::startResultList(head, tail);
-  appendNamePair(tail, L"en1", elbowName);
-  appendNamePair(tail, L"en2", haveChange ? changeName : nullptr);
-  frame::appendDottedPair(tail, L"dHeadLength", built.head);
-  frame::appendDottedPair(tail, L"dTailLength", built.tail);
-  frame::returnResultList(head, tail);
+  frame::ResultChain result;
+  result.add(RTLB);
+  result.addPair(L"en1", elbowName);
+  result.addPair(L"en2", haveChange ? changeName : nullptr);
+  result.addPair(L"dHeadLength", built.head);
+  result.addPair(L"dTailLength", built.tail);
+  result.add(RTLE);
+  result.returnToHost();
   return 0;
 }
 

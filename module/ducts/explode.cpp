@@ -20,14 +20,15 @@ int ol_ol_explodeSolid() {
   if (solid.openStatus() != Acad::eOk) return 3;
   AcDbVoidPtrArray pieces;
   solid->explode(pieces);
-  resbuf *head, *tail;
-  frame::startResultList(head, tail);
+  frame::ResultChain result;
+  result.add(RTLB);
   for (void *p : pieces) {
     ducts::EntityPtr face(static_cast<AcDbEntity *>(p));
     ads_name faceName;
-    if (ducts::addToDrawing(std::move(face), faceName)) ducts::appendNamePair(tail, L"FACE", faceName);
+    if (ducts::addToDrawing(std::move(face), faceName)) result.addPair(L"FACE", faceName);
   }
-  frame::returnResultList(head, tail);
+  result.add(RTLE);
+  result.returnToHost();
   return 0;
 }
 

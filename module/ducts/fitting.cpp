@@ -30,17 +30,10 @@ bool addToDrawing(EntityPtr entity, ads_name &name) {
 void answerSolid(SolidPtr solid, const ACHAR *key) {
   ads_name name;
   if (!addToDrawing(std::move(solid), name)) return;
-  resbuf *head, *tail;
-  frame::startResultList(head, tail);
-  appendNamePair(tail, key, name);
-  frame::returnResultList(head, tail);
+  frame::ResultChain result;
+  result.add(RTLB);
+  result.addPair(key, name);
+  result.add(RTLE);
+  result.returnToHost();
 }
-
-void appendNamePair(resbuf *&tail, const ACHAR *key, const int64_t *name) {
-  resbuf *pair = name ? acutBuildList(RTLB, RTSTR, key, RTDOTE, RTENAME, name, RTLE, 0)
-                      : acutBuildList(RTLB, RTSTR, key, RTDOTE, RTNIL, RTLE, 0);
-  tail->rbnext = pair;
-  while (tail->rbnext) tail = tail->rbnext;
-}
-
 }  // namespace vantry::ducts

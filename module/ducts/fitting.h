@@ -30,8 +30,4 @@ bool addToDrawing(EntityPtr entity, ads_name &name);
 // ((key . name)); when it cannot be added, the function's answer stays nil.
 void answerSolid(SolidPtr solid, const ACHAR *key);
 
-// Appends (key . entity name) after tail and moves tail to the last node appended; with a null name,
-// (key) (the key with nil), so a result keeps all its keys.
-void appendNamePair(resbuf *&tail, const ACHAR *key, const int64_t *name);
-
 }  // namespace vantry::ducts

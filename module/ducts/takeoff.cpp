@@ -130,15 +130,16 @@ int ol_ol_drawTripleTakeoff() {
     return 0;
   ads_name mainName, collarName;
   if (!addToDrawing(std::move(main), mainName) || !addToDrawing(std::move(collars), collarName)) return 0;
-  resbuf *head, *tail;
-  frame::startResultList(head, tail);
-  appendNamePair(tail, L"en1", mainName);
-  appendNamePair(tail, L"en2", collarName);
-  frame::appendDottedPair(tail, L"dHeadLength", back);
-  frame::appendDottedPair(tail, L"dTailLength1", forward);
-  frame::appendDottedPair(tail, L"dTailLength2", reachC);
-  frame::appendDottedPair(tail, L"dTailLength3", reachD);
-  frame::returnResultList(head, tail);
+  frame::ResultChain result;
+  result.add(RTLB);
+  result.addPair(L"en1", mainName);
+  result.addPair(L"en2", collarName);
+  result.addPair(L"dHeadLength", back);
+  result.addPair(L"dTailLength1", forward);
+  result.addPair(L"dTailLength2", reachC);
+  result.addPair(L"dTailLength3", reachD);
+  result.add(RTLE);
+  result.returnToHost();
   return 0;
 }
 

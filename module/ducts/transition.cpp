@@ -32,12 +32,13 @@ int ol_ol_drawTripleTransition() {
                        std::abs(b.width), std::abs(b.depth), frameA.data(), frameB.data(), in.option);
   ads_name name;
   if (!addToDrawing(std::move(solid), name)) return 0;
-  resbuf *head, *tail;
-  frame::startResultList(head, tail);
-  appendNamePair(tail, L"en1", name);
-  frame::appendDottedPair(tail, L"dHeadLength", 0.0);
-  frame::appendDottedPair(tail, L"dTailLength", length);
-  frame::returnResultList(head, tail);
+  frame::ResultChain result;
+  result.add(RTLB);
+  result.addPair(L"en1", name);
+  result.addPair(L"dHeadLength", 0.0);
+  result.addPair(L"dTailLength", length);
+  result.add(RTLE);
+  result.returnToHost();
   return 0;
 }
 

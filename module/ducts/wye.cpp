@@ -106,15 +106,16 @@ int ol_ol_drawTripleWye() {
   if (!addToDrawing(std::move(wye), n1)) return 0;
   if (change2) have2 = addToDrawing(std::move(change2), n2);
   if (change3) have3 = addToDrawing(std::move(change3), n3);
-  resbuf *headRb, *tailRb;
-  frame::startResultList(headRb, tailRb);
-  appendNamePair(tailRb, L"en1", n1);
-  appendNamePair(tailRb, L"en2", have2 ? n2 : nullptr);
-  appendNamePair(tailRb, L"en3", have3 ? n3 : nullptr);
-  frame::appendDottedPair(tailRb, L"dHeadLength", head);
-  frame::appendDottedPair(tailRb, L"dTailLength1", tail1 + (have2 ? extra2 : 0));
-  frame::appendDottedPair(tailRb, L"dTailLength2", tail2 + (have3 ? extra3 : 0));
-  frame::returnResultList(headRb, tailRb);
+  frame::ResultChain result;
+  result.add(RTLB);
+  result.addPair(L"en1", n1);
+  result.addPair(L"en2", have2 ? n2 : nullptr);
+  result.addPair(L"en3", have3 ? n3 : nullptr);
+  result.addPair(L"dHeadLength", head);
+  result.addPair(L"dTailLength1", tail1 + (have2 ? extra2 : 0));
+  result.addPair(L"dTailLength2", tail2 + (have3 ? extra3 : 0));
+  result.add(RTLE);
+  result.returnToHost();
   return 0;
 }
 

@@ -2,6 +2,8 @@
 #include "frame/value_list.h"
 
 #include <cmath>
+#include <cstdlib>
+#include <cwchar>
 
 namespace vantry::frame {
 namespace {
@@ -151,30 +153,60 @@ void skipArgument(resbuf *&cur) {
   if (cur) cur = cur->rbnext;
 }
 
-void startResultList(resbuf *&head, resbuf *&tail) {
-  head = tail = acutBuildList(RTLB, 0);
+void ResultChain::addText(const ACHAR *text) {
+  if (resbuf *rb = add(RTSTR)) {
+    rb->resval.rstring = static_cast<ACHAR *>(std::malloc((std::wcslen(text) + 1) * sizeof(ACHAR)));
+    if (rb->resval.rstring)
+      std::wcscpy(rb->resval.rstring, text);
+    else
+      ok_ = false;
+  }
 }
 
-namespace {
-void appendChain(resbuf *&tail, resbuf *chain) {
-  tail->rbnext = chain;
-  while (tail->rbnext) tail = tail->rbnext;
-}
-}  // namespace
-
-void appendDottedPair(resbuf *&tail, const ACHAR *key, int32_t number) {
-  appendChain(tail, acutBuildList(RTLB, RTSTR, key, RTDOTE, RTLONG, number, RTLE, 0));
+void ResultChain::addName(const ads_name name) {
+  if (resbuf *rb = add(RTENAME)) {
+    rb->resval.rlname[0] = name[0];
+    rb->resval.rlname[1] = name[1];
+  }
 }
 
-void appendDottedPair(resbuf *&tail, const ACHAR *key, double number) {
-  appendChain(tail, acutBuildList(RTLB, RTSTR, key, RTDOTE, RTREAL, number, RTLE, 0));
+void ResultChain::addPair(const ACHAR *key, int32_t number) {
+  append(acutBuildList(RTLB, RTSTR, key, RTDOTE, RTLONG, number, RTLE, 0));
 }
 
-void returnResultList(resbuf *&head, resbuf *&tail) {
-  appendChain(tail, acutBuildList(RTLE, 0));
-  acedRetList(head);
-  acutRelRb(head);
-  head = tail = nullptr;
+void ResultChain::addPair(const ACHAR *key, double number) {
+  append(acutBuildList(RTLB, RTSTR, key, RTDOTE, RTREAL, number, RTLE, 0));
+}
+
+void ResultChain::addPair(const ACHAR *key, const ads_name name) {
+  append(name ? acutBuildList(RTLB, RTSTR, key, RTDOTE, RTENAME, name, RTLE, 0)
+              : acutBuildList(RTLB, RTSTR, key, RTDOTE, RTNIL, RTLE, 0));
+}
+
+void ResultChain::append(resbuf *chain) {
+  if (!ok_) {
+    acutRelRb(chain);
+    return;
+  }
+  if (!chain) return;
+  (tail_ ? tail_->rbnext : head_) = chain;
+  tail_ = chain;
+  while (tail_->rbnext) tail_ = tail_->rbnext;
+}
+
+resbuf *ResultChain::release() {
+  resbuf *h = head_;
+  head_ = tail_ = nullptr;
+  return h;
+}
+
+void ResultChain::returnToHost() {
+  if (ok_ && head_)
+    acedRetList(head_);
+  else
+    acedRetNil();
+  acutRelRb(release());
+  ok_ = true;
 }
 
 void returnObjectId(AcDbObjectId id) {

@@ -65,14 +65,56 @@ bool readListEnd(resbuf *&cur);
 // Advances one node when there is one; never fails.
 void skipArgument(resbuf *&cur);
 
-// Result helpers. A result list is begun with its RTLB, grown at its tail,
-// and returned with its RTLE appended.
-void startResultList(resbuf *&head, resbuf *&tail);
-void appendDottedPair(resbuf *&tail, const ACHAR *key, int32_t number);
-void appendDottedPair(resbuf *&tail, const ACHAR *key, double number);
-// Appends RTLE, returns the list to the host, releases it; head and tail
-// become null.
-void returnResultList(resbuf *&head, resbuf *&tail);
+// A chain of result buffers under construction, grown at its tail: the one
+// way the module builds what it returns. It owns its nodes until it hands
+// them on (release, returnToHost), so a chain dropped on an early return or
+// a failure is released. When memory runs out the chain is spoiled: later
+// additions do nothing and returnToHost answers nil. A list result is the
+// chain RTLB ... RTLE.
+class ResultChain {
+ public:
+  ResultChain() = default;
+  ~ResultChain() { acutRelRb(head_); }
+  ResultChain(const ResultChain &) = delete;
+  ResultChain &operator=(const ResultChain &) = delete;
+
+  bool ok() const { return ok_; }
+  resbuf *head() const { return head_; }
+  // A new node of the type at the tail, or null (spoiling the chain) when
+  // memory ran out. Inline: records reach LISP through here by the hundred
+  // thousand.
+  resbuf *add(int type) {
+    resbuf *rb = ok_ ? acutNewRb(type) : nullptr;
+    if (!rb) {
+      ok_ = false;
+      return nullptr;
+    }
+    (tail_ ? tail_->rbnext : head_) = rb;
+    tail_ = rb;
+    return rb;
+  }
+  // Marks the chain spoiled, when a node's value could not be made.
+  void spoil() { ok_ = false; }
+  void addText(const ACHAR *text);  // RTSTR, copied
+  void addName(const ads_name name);
+  // ("key" . number), ("key" . real), ("key" . entity) or ("key") for a
+  // null name.
+  void addPair(const ACHAR *key, int32_t number);
+  void addPair(const ACHAR *key, double number);
+  void addPair(const ACHAR *key, const ads_name name);
+  // Takes over a chain; null adds nothing.
+  void append(resbuf *chain);
+  // The nodes, now the caller's; the chain is empty again.
+  resbuf *release();
+  // Hands the chain to the host as the result (the host keeps its own copy)
+  // and releases it; nil when it is spoiled.
+  void returnToHost();
+
+ private:
+  resbuf *head_ = nullptr, *tail_ = nullptr;
+  bool ok_ = true;
+};
+
 // A 16-bit integer when it fits, else a real.
 void returnInteger(int32_t value);
 // The id as an entity name (acdbGetAdsName), or nil when it has none.
