@@ -155,6 +155,15 @@ int32_t intArg(Interp &in, const Value &v);              // "fixnump"
 const std::wstring &strArg(Interp &in, const Value &v);  // "stringp"
 Value listArg(Interp &in, const Value &v);               // "listp"
 
+// The backslash escapes of string literals, which the reader reads and the
+// printer writes: the character and the letter after the backslash.
+struct StringEscape {
+  wchar_t character, letter;
+};
+inline constexpr StringEscape kStringEscapes[] = {
+    {L'"', L'"'}, {L'\\', L'\\'}, {L'\n', L'n'}, {L'\r', L'r'}, {L'\t', L't'}, {L'\x1b', L'e'},
+};
+
 // Text conversion and case folding are the shared ones (common/text.h);
 // symbols fold as names do.
 using text::downcase;

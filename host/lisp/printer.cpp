@@ -4,6 +4,8 @@
 // show six significant digits, always with a decimal point, and exponents
 // with a sign and three digits ("1.0e+010"), as the host's run-time shows
 // them.
+#include <algorithm>
+#include <iterator>
 #include <cinttypes>
 #include <cmath>
 #include <cstdio>
@@ -26,27 +28,13 @@ std::wstring address(const Object *o) {
 void escapeInto(std::wstring &out, const std::wstring &s) {
   out += L'"';
   for (wchar_t c : s) {
-    switch (c) {
-      case L'"':
-        out += L"\\\"";
-        break;
-      case L'\\':
-        out += L"\\\\";
-        break;
-      case L'\n':
-        out += L"\\n";
-        break;
-      case L'\r':
-        out += L"\\r";
-        break;
-      case L'\t':
-        out += L"\\t";
-        break;
-      case L'\x1b':
-        out += L"\\e";
-        break;
-      default:
-        out += c;
+    const StringEscape *e = std::find_if(std::begin(kStringEscapes), std::end(kStringEscapes),
+                                         [c](const StringEscape &x) { return x.character == c; });
+    if (e != std::end(kStringEscapes)) {
+      out += L'\\';
+      out += e->letter;
+    } else {
+      out += c;
     }
   }
   out += L'"';

@@ -7,6 +7,8 @@
 //
 // An integer literal that does not fit 32 bits reads as a real, as on the
 // host. Errors carry the host's wording and, after it, the file and line.
+#include <algorithm>
+#include <iterator>
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
@@ -136,35 +138,18 @@ class Reader {
       }
       if (pos_ >= s_.size()) fail(L"malformed string on input");
       wchar_t e = s_[pos_++];
-      switch (e) {
-        case L'\\':
-          out += L'\\';
-          break;
-        case L'"':
-          out += L'"';
-          break;
-        case L'n':
-          out += L'\n';
-          break;
-        case L'r':
-          out += L'\r';
-          break;
-        case L't':
-          out += L'\t';
-          break;
-        case L'e':
-          out += L'\x1b';
-          break;
-        default:
-          if (e >= L'0' && e <= L'7') {
-            int code = e - L'0';
-            for (int k = 0; k < 2 && pos_ < s_.size() && s_[pos_] >= L'0' && s_[pos_] <= L'7'; ++k)
-              code = code * 8 + (s_[pos_++] - L'0');
-            out += wchar_t(code);
-          } else {
-            // The host keeps an unknown escape's character and drops the backslash.
-            out += e;
-          }
+      const StringEscape *esc = std::find_if(std::begin(kStringEscapes), std::end(kStringEscapes),
+                                             [e](const StringEscape &x) { return x.letter == e; });
+      if (esc != std::end(kStringEscapes)) {
+        out += esc->character;
+      } else if (e >= L'0' && e <= L'7') {
+        int code = e - L'0';
+        for (int k = 0; k < 2 && pos_ < s_.size() && s_[pos_] >= L'0' && s_[pos_] <= L'7'; ++k)
+          code = code * 8 + (s_[pos_++] - L'0');
+        out += wchar_t(code);
+      } else {
+        // The host keeps an unknown escape's character and drops the backslash.
+        out += e;
       }
     }
     return makeString(std::move(out));

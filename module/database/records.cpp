@@ -22,10 +22,6 @@ EngineConnection requireConnection() {
   return c;
 }
 
-bool isNumber(const resbuf *rb) {
-  return rb && (rb->restype == RTREAL || rb->restype == RTSHORT || rb->restype == RTLONG);
-}
-
 // The counter: the value of a record's first field, as a number.
 double counterOf(const engine::Record &r) {
   if (r.empty()) return 0;
@@ -41,7 +37,7 @@ int vt_append() {
   acedRetNil();
   ArgList args;
   resbuf *cur = args.cursor();
-  bool keepCounter = isNumber(cur);
+  bool keepCounter = frame::isNumber(cur);
   if (keepCounter) cur = cur->rbnext;
   engine::Record record;
   if (!database::readRecord(cur, record)) return 0;
@@ -59,7 +55,7 @@ int vt_append_withindex() {
   ArgList args;
   resbuf *cur = args.cursor();
   int target;
-  if (!isNumber(cur) || !frame::readInteger(cur, target)) return 2;
+  if (!frame::isNumber(cur) || !frame::readInteger(cur, target)) return 2;
   const wchar_t *message = nullptr;
   engine::Record record;
   if (database::readRecord(cur, record)) {

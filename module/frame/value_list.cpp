@@ -11,9 +11,6 @@ namespace {
 bool isInteger(const resbuf *rb) {
   return rb->restype == RTSHORT || rb->restype == RTLONG;
 }
-bool isNumber(const resbuf *rb) {
-  return rb->restype == RTREAL || isInteger(rb);
-}
 double numberOf(const resbuf *rb) {
   if (rb->restype == RTREAL) return rb->resval.rreal;
   return rb->restype == RTSHORT ? rb->resval.rint : rb->resval.rlong;
@@ -147,6 +144,10 @@ bool readListEnd(resbuf *&cur) {
   if (!cur || cur->restype != RTLE) return false;
   cur = cur->rbnext;
   return true;
+}
+
+bool isNumber(const resbuf *rb) {
+  return rb && (rb->restype == RTREAL || isInteger(rb));
 }
 
 void skipArgument(resbuf *&cur) {

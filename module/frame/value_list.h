@@ -62,6 +62,8 @@ bool readEntityName(resbuf *&cur, ads_name out);
 bool readObjectId(resbuf *&cur, AcDbObjectId &id);
 bool readListBegin(resbuf *&cur);
 bool readListEnd(resbuf *&cur);
+// Whether the node is a number: RTREAL, RTSHORT or RTLONG (false for null).
+bool isNumber(const resbuf *rb);
 // Advances one node when there is one; never fails.
 void skipArgument(resbuf *&cur);
 
