@@ -109,10 +109,10 @@ struct DbAccess {
   static void removeTableKey(AcDbSymbolTable *t, const std::wstring &key);
   static std::vector<AcDbObjectId> &blockEntities(AcDbBlockTableRecord *b) { return b->entities_; }
   static void setVertexType(AcDb2dVertex *v, AcDb::Vertex2dType t) { v->type_ = t; }
-  static std::vector<AcDb2dVertex *> &vertices2d(AcDb2dPolyline *p) { return p->verts_; }
+  static std::vector<AcDb2dVertex *> &vertices2d(AcDb2dPolyline *p) { return p->verts_.list; }
   static void setPolyType(AcDb2dPolyline *p, AcDb::Poly2dType t) { p->type_ = t; }
-  static AcDbSequenceEnd *seqend2d(const AcDb2dPolyline *p) { return p->seqend_; }
-  static AcDbSequenceEnd *seqend3d(const AcDb3dPolyline *p) { return p->seqend_; }
+  static AcDbSequenceEnd *seqend2d(const AcDb2dPolyline *p) { return p->verts_.seqend; }
+  static AcDbSequenceEnd *seqend3d(const AcDb3dPolyline *p) { return p->verts_.seqend; }
   static bool openForWriteOrNew(const AcDbObject *o) { return !o->stub_ || o->writer_; }
 };
 

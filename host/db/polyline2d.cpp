@@ -1,5 +1,5 @@
-// Old-style polylines: 2D with vertex objects and fitting, 3D, their vertices
-// and end marker.
+// Old-style 2D polylines with vertex objects and fitting, their vertices and
+// end marker.
 #include <algorithm>
 #include <cmath>
 
@@ -91,35 +91,6 @@ Acad::ErrorStatus AcDb2dVertex::dxfInFields(AcDbDxfFiler *f) {
   return Acad::eOk;
 }
 
-Acad::ErrorStatus AcDb3dPolylineVertex::setPosition(const AcGePoint3d &p) {
-  if (Acad::ErrorStatus es = checkWrite(); es != Acad::eOk) return es;
-  position_ = p;
-  return Acad::eOk;
-}
-
-Acad::ErrorStatus AcDb3dPolylineVertex::dxfOutFields(AcDbDxfFiler *f) const {
-  AcDbEntity::dxfOutFields(f);
-  f->writeString(100, L"AcDbVertex");
-  f->writeString(100, L"AcDb3dPolylineVertex");
-  f->writePoint3d(10, position_);
-  f->writeInt16(70, 32);
-  return Acad::eOk;
-}
-
-Acad::ErrorStatus AcDb3dPolylineVertex::dxfInFields(AcDbDxfFiler *f) {
-  if (Acad::ErrorStatus es = AcDbEntity::dxfInFields(f); es != Acad::eOk) return es;
-  f->getPoint(10, position_);
-  return Acad::eOk;
-}
-
-void AcDbObjectIterator::step(bool backwards, bool) {
-  if (backwards) {
-    pos_ = pos_ == 0 ? ids_.size() : pos_ - 1;
-  } else if (pos_ < ids_.size()) {
-    ++pos_;
-  }
-}
-
 // --- 2D polylines -------------------------------------------------------------------------------
 
 AcDb2dPolyline::AcDb2dPolyline(AcDb::Poly2dType type, const AcGePoint3dArray &vertices, double elevation,
@@ -129,7 +100,7 @@ AcDb2dPolyline::AcDb2dPolyline(AcDb::Poly2dType type, const AcGePoint3dArray &ve
     AcGePoint3d p = vertices[i];
     p.z = elevation;
     double b = bulges && i < bulges->length() ? (*bulges)[i] : 0.0;
-    verts_.push_back(new AcDb2dVertex(p, b, defStart, defEnd));
+    verts_.list.push_back(new AcDb2dVertex(p, b, defStart, defEnd));
   }
   if (type == AcDb::k2dFitCurvePoly)
     curveFit();
@@ -139,6 +110,7 @@ AcDb2dPolyline::AcDb2dPolyline(AcDb::Poly2dType type, const AcGePoint3dArray &ve
 
 AcDb2dPolyline::AcDb2dPolyline(const AcDb2dPolyline &o)
     : AcDbCurve(o),
+      verts_(o.verts_),
       type_(o.type_),
       closed_(o.closed_),
       plinegen_(o.plinegen_),
@@ -146,48 +118,24 @@ AcDb2dPolyline::AcDb2dPolyline(const AcDb2dPolyline &o)
       defStart_(o.defStart_),
       defEnd_(o.defEnd_),
       thickness_(o.thickness_),
-      normal_(o.normal_) {
-  for (AcDb2dVertex *v : o.verts_) verts_.push_back(new AcDb2dVertex(*v));
-}
+      normal_(o.normal_) {}
 
-namespace {
-
-// An old-style polyline that joins a database brings its vertices and a new
-// end-of-sequence marker along, all looking like the polyline. Answers the marker.
-template <class Vertex>
-AcDbSequenceEnd *joinVertices(AcDbEntity &polyline, const std::vector<Vertex *> &verts) {
-  for (Vertex *v : verts) {
-    copyEntityLook(v, polyline);
-    DbAccess::addToDatabase(polyline.database(), v, polyline.objectId(), false);
-  }
-  auto *seqend = new AcDbSequenceEnd;
-  copyEntityLook(seqend, polyline);
-  DbAccess::addToDatabase(polyline.database(), seqend, polyline.objectId(), false);
-  return seqend;
-}
-
-}  // namespace
-
-AcDb2dPolyline::~AcDb2dPolyline() {
-  if (!objectId().isNull()) return;  // the database owns the vertices
-  for (AcDb2dVertex *v : verts_) delete v;
-}
+AcDb2dPolyline::~AcDb2dPolyline() = default;
 
 AcRxObject *AcDb2dPolyline::clone() const {
   return new AcDb2dPolyline(*this);
 }
 
 void AcDb2dPolyline::subJoinedDatabase() {
-  seqend_ = joinVertices(*this, verts_);
+  verts_.join(*this);
 }
 
 void AcDb2dPolyline::subentities(std::vector<AcDbEntity *> &out) const {
-  out.insert(out.end(), verts_.begin(), verts_.end());
-  if (seqend_) out.push_back(seqend_);
+  verts_.subentities(out);
 }
 
 AcDbObjectId AcDb2dPolyline::sequenceEndId() const {
-  return seqend_ ? seqend_->objectId() : AcDbObjectId::kNull;
+  return verts_.sequenceEndId();
 }
 
 Acad::ErrorStatus AcDb2dPolyline::setPolyType(AcDb::Poly2dType type) {
@@ -202,26 +150,19 @@ Acad::ErrorStatus AcDb2dPolyline::setPolyType(AcDb::Poly2dType type) {
   }
 }
 
-Acad::ErrorStatus AcDb2dPolyline::addVertex(AcDb2dVertex *v) {
+Acad::ErrorStatus AcDb2dPolyline::addVertex(AcDb2dVertex *v, AcDbObjectId *id) {
   if (!v) return Acad::eNullEntityPointer;
   if (Acad::ErrorStatus es = checkWrite(); es != Acad::eOk) return es;
-  if (!v->objectId().isNull()) return Acad::eAlreadyInDb;
-  verts_.push_back(v);
-  if (!objectId().isNull()) {
-    copyEntityLook(v, *this);
-    DbAccess::addToDatabase(database(), v, objectId(), false);
-  }
-  return Acad::eOk;
+  return verts_.append(*this, v, id);
 }
 
 Acad::ErrorStatus AcDb2dPolyline::appendVertex(AcDb2dVertex *v) {
-  return addVertex(v);
+  return addVertex(v, nullptr);
 }
 
 Acad::ErrorStatus AcDb2dPolyline::appendVertex(AcDbObjectId &id, AcDb2dVertex *v) {
-  Acad::ErrorStatus es = addVertex(v);
-  id = es == Acad::eOk ? v->objectId() : AcDbObjectId::kNull;
-  return es;
+  id = AcDbObjectId::kNull;
+  return addVertex(v, &id);
 }
 
 Acad::ErrorStatus AcDb2dPolyline::openVertex(AcDb2dVertex *&v, AcDbObjectId id, AcDb::OpenMode mode,
@@ -232,12 +173,7 @@ Acad::ErrorStatus AcDb2dPolyline::openVertex(AcDb2dVertex *&v, AcDbObjectId id, 
 }
 
 AcDbObjectIterator *AcDb2dPolyline::vertexIterator() const {
-  auto *it = new AcDbObjectIterator;
-  for (AcDb2dVertex *v : verts_) {
-    it->ids_.push_back(v->objectId());
-    it->ents_.push_back(v);
-  }
-  return it;
+  return verts_.iterator();
 }
 
 AcGePoint3d AcDb2dPolyline::vertexPosition(const AcDb2dVertex &v) const {
@@ -291,7 +227,7 @@ Acad::ErrorStatus AcDb2dPolyline::setLinetypeGenerationOff() {
 // Removes the vertices keep() rejects: resident ones are erased, others deleted.
 void AcDb2dPolyline::dropVertices(bool keep(const AcDb2dVertex &)) {
   std::vector<AcDb2dVertex *> kept;
-  for (AcDb2dVertex *v : verts_) {
+  for (AcDb2dVertex *v : verts_.list) {
     if (keep(*v)) {
       kept.push_back(v);
     } else if (!v->objectId().isNull()) {
@@ -300,7 +236,7 @@ void AcDb2dPolyline::dropVertices(bool keep(const AcDb2dVertex &)) {
       delete v;
     }
   }
-  verts_ = std::move(kept);
+  verts_.list = std::move(kept);
 }
 
 Acad::ErrorStatus AcDb2dPolyline::curveFit() {
@@ -328,7 +264,7 @@ Acad::ErrorStatus AcDb2dPolyline::splineFit(AcDb::Poly2dType type, Adesk::Int16 
 Acad::ErrorStatus AcDb2dPolyline::straighten() {
   if (Acad::ErrorStatus es = checkWrite(); es != Acad::eOk) return es;
   dropVertices([](const AcDb2dVertex &v) { return !isFitVertex(v); });
-  for (AcDb2dVertex *v : verts_) {
+  for (AcDb2dVertex *v : verts_.list) {
     DbAccess::setVertexType(v, AcDb::k2dVertex);
     v->setBulge(0);
   }
@@ -339,7 +275,7 @@ Acad::ErrorStatus AcDb2dPolyline::straighten() {
 // The curve runs through the vertices that are not spline control points.
 void AcDb2dPolyline::buildPath(CurvePath &path) const {
   std::vector<const AcDb2dVertex *> shown;
-  for (const AcDb2dVertex *v : verts_)
+  for (const AcDb2dVertex *v : verts_.list)
     if (v->vertexType() != AcDb::k2dSplineCtlVertex) shown.push_back(v);
   size_t n = shown.size();
   if (n == 0) return;
@@ -376,7 +312,7 @@ Acad::ErrorStatus AcDb2dPolyline::transformBy(const AcGeMatrix3d &xform) {
   x.transformBy(xform), y.transformBy(xform);
   AcGeVector3d n = x.crossProduct(y).normal();
   AcGeMatrix3d toPlane = AcGeMatrix3d::worldToPlane(n);
-  for (AcDb2dVertex *v : verts_) {
+  for (AcDb2dVertex *v : verts_.list) {
     AcGePoint3d p = vertexPosition(*v).transformBy(xform).transformBy(toPlane);
     elevation_ = p.z;
     v->position_ = p;
@@ -433,133 +369,5 @@ Acad::ErrorStatus AcDb2dPolyline::dxfInFields(AcDbDxfFiler *f) {
     if (n.isZeroLength()) return Acad::eInvalidInput;
     normal_ = n.normal();
   }
-  return Acad::eOk;
-}
-
-// --- 3D polylines ---------------------------------------------------------------------------------
-
-AcDb3dPolyline::AcDb3dPolyline(AcDb::Poly3dType, const AcGePoint3dArray &vertices, bool closed)
-    : closed_(closed) {
-  for (const AcGePoint3d &p : vertices) verts_.push_back(new AcDb3dPolylineVertex(p));
-}
-
-AcDb3dPolyline::AcDb3dPolyline(const AcDb3dPolyline &o) : AcDbCurve(o), closed_(o.closed_) {
-  for (AcDb3dPolylineVertex *v : o.verts_) verts_.push_back(new AcDb3dPolylineVertex(*v));
-}
-
-AcDb3dPolyline::~AcDb3dPolyline() {
-  if (!objectId().isNull()) return;
-  for (AcDb3dPolylineVertex *v : verts_) delete v;
-}
-
-AcRxObject *AcDb3dPolyline::clone() const {
-  return new AcDb3dPolyline(*this);
-}
-
-void AcDb3dPolyline::subJoinedDatabase() {
-  seqend_ = joinVertices(*this, verts_);
-}
-
-void AcDb3dPolyline::subentities(std::vector<AcDbEntity *> &out) const {
-  out.insert(out.end(), verts_.begin(), verts_.end());
-  if (seqend_) out.push_back(seqend_);
-}
-
-AcDbObjectId AcDb3dPolyline::sequenceEndId() const {
-  return seqend_ ? seqend_->objectId() : AcDbObjectId::kNull;
-}
-
-Acad::ErrorStatus AcDb3dPolyline::appendVertex(AcDb3dPolylineVertex *v) {
-  AcDbObjectId id;
-  return appendVertex(id, v);
-}
-
-Acad::ErrorStatus AcDb3dPolyline::appendVertex(AcDbObjectId &id, AcDb3dPolylineVertex *v) {
-  id = AcDbObjectId::kNull;
-  if (!v) return Acad::eNullEntityPointer;
-  if (Acad::ErrorStatus es = checkWrite(); es != Acad::eOk) return es;
-  if (!v->objectId().isNull()) return Acad::eAlreadyInDb;
-  verts_.push_back(v);
-  if (!objectId().isNull()) {
-    copyEntityLook(v, *this);
-    id = DbAccess::addToDatabase(database(), v, objectId(), false);
-  }
-  return Acad::eOk;
-}
-
-AcDbObjectIterator *AcDb3dPolyline::vertexIterator() const {
-  auto *it = new AcDbObjectIterator;
-  for (AcDb3dPolylineVertex *v : verts_) {
-    it->ids_.push_back(v->objectId());
-    it->ents_.push_back(v);
-  }
-  return it;
-}
-
-Acad::ErrorStatus AcDb3dPolyline::makeClosed() {
-  if (Acad::ErrorStatus es = checkWrite(); es != Acad::eOk) return es;
-  closed_ = true;
-  return Acad::eOk;
-}
-
-Acad::ErrorStatus AcDb3dPolyline::makeOpen() {
-  if (Acad::ErrorStatus es = checkWrite(); es != Acad::eOk) return es;
-  closed_ = false;
-  return Acad::eOk;
-}
-
-void AcDb3dPolyline::buildPath(CurvePath &path) const {
-  size_t n = verts_.size();
-  if (n == 0) return;
-  if (n == 1) {
-    path.addLine(verts_[0]->position(), verts_[0]->position(), 0, 0);
-    return;
-  }
-  size_t segs = closed_ ? n : n - 1;
-  for (size_t i = 0; i < segs; ++i)
-    path.addLine(verts_[i]->position(), verts_[(i + 1) % n]->position(), double(i), double(i + 1));
-  path.setClosed(closed_);
-}
-
-Acad::ErrorStatus AcDb3dPolyline::getGeomExtents(AcDbExtents &ext) const {
-  ext = AcDbExtents();
-  if (verts_.empty()) return Acad::eInvalidExtents;
-  for (const AcDb3dPolylineVertex *v : verts_) ext.addPoint(v->position());
-  return Acad::eOk;
-}
-
-Acad::ErrorStatus AcDb3dPolyline::explode(AcDbVoidPtrArray &out) const {
-  if (verts_.size() < 2) return Acad::eNotApplicable;
-  explodePath(CurvePath(*this), *this, out);
-  return Acad::eOk;
-}
-
-Acad::ErrorStatus AcDb3dPolyline::transformBy(const AcGeMatrix3d &xform) {
-  if (Acad::ErrorStatus es = checkWrite(); es != Acad::eOk) return es;
-  for (AcDb3dPolylineVertex *v : verts_) {
-    AcGePoint3d p = v->position();
-    v->setPosition(p.transformBy(xform));
-  }
-  return Acad::eOk;
-}
-
-// POLYLINE (3D): 66, 10 origin, 70 flags (8 3D, 1 closed), 210 normal.
-Acad::ErrorStatus AcDb3dPolyline::dxfOutFields(AcDbDxfFiler *f) const {
-  AcDbEntity::dxfOutFields(f);
-  f->writeString(100, L"AcDb3dPolyline");
-  f->writeInt16(66, 1);
-  f->writePoint3d(10, AcGePoint3d::kOrigin);
-  f->writeInt16(70, 8 | (closed_ ? 1 : 0));
-  f->writeDouble(40, 0.0);
-  f->writeDouble(41, 0.0);
-  f->writeInt16(75, 0);
-  f->writeVector3d(210, AcGeVector3d::kZAxis);
-  return Acad::eOk;
-}
-
-Acad::ErrorStatus AcDb3dPolyline::dxfInFields(AcDbDxfFiler *f) {
-  if (Acad::ErrorStatus es = AcDbEntity::dxfInFields(f); es != Acad::eOk) return es;
-  int64_t flags;
-  if (f->getInt(70, flags)) closed_ = flags & 1;
   return Acad::eOk;
 }

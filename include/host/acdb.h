@@ -64,6 +64,8 @@ struct AcDbStub;
 namespace vantry::host {
 struct DbAccess;
 class CurvePath;
+template <class Vertex>
+class PolylineVertices;
 }  // namespace vantry::host
 
 // --- Class members ------------------------------------------------------------------

@@ -73,8 +73,8 @@ class AcDbObjectIterator {
   AcDbEntity *entity() const { return done() ? nullptr : ents_[pos_]; }
 
  private:
-  friend class AcDb2dPolyline;
-  friend class AcDb3dPolyline;
+  template <class>
+  friend class vantry::host::PolylineVertices;
   std::vector<AcDbObjectId> ids_;
   std::vector<AcDbEntity *> ents_;
   size_t pos_ = 0;
@@ -138,6 +138,42 @@ class AcDbSequenceEnd : public AcDbEntity {
   ACRX_DECLARE_MEMBERS(AcDbSequenceEnd);
 };
 
+namespace vantry::host {
+
+// The vertices of an old-style polyline and its end marker, kept the same
+// way for 2D and 3D polylines. The polyline owns them until it joins a
+// database; from then on the database owns them and the polyline keeps its
+// pointers.
+template <class Vertex>
+class PolylineVertices {
+ public:
+  PolylineVertices() = default;
+  // Copies of the other's vertices, in no database.
+  PolylineVertices(const PolylineVertices &other);
+  PolylineVertices &operator=(const PolylineVertices &) = delete;
+  ~PolylineVertices();
+
+  // Takes over a new vertex; when the polyline is in a database the vertex
+  // joins it at once, looking like the polyline (*id then names it). The
+  // caller has checked that the polyline is open for write.
+  Acad::ErrorStatus append(AcDbEntity &polyline, Vertex *vertex, AcDbObjectId *id);
+  // The polyline joined a database: its vertices and a new end marker join
+  // too, looking like it.
+  void join(AcDbEntity &polyline);
+  void subentities(std::vector<AcDbEntity *> &out) const;
+  AcDbObjectId sequenceEndId() const;
+  // A new iterator over the vertices; the caller deletes it.
+  AcDbObjectIterator *iterator() const;
+
+  std::vector<Vertex *> list;
+  AcDbSequenceEnd *seqend = nullptr;
+
+ private:
+  bool resident_ = false;
+};
+
+}  // namespace vantry::host
+
 // An old-style 2D polyline. It owns its vertices (and its end marker), which
 // join the database with it. Curve fitting adds a curve-fit vertex between
 // each pair of vertices and sets bulges so that the arcs pass through every
@@ -168,7 +204,7 @@ class AcDb2dPolyline : public AcDbCurve {
   // The caller deletes the iterator.
   AcDbObjectIterator *vertexIterator() const;
   // The vertices not erased, control vertices included (the polyline's own).
-  const std::vector<AcDb2dVertex *> &vertices() const { return verts_; }
+  const std::vector<AcDb2dVertex *> &vertices() const { return verts_.list; }
   // A vertex's world position.
   AcGePoint3d vertexPosition(const AcDb2dVertex &vertex) const;
 
@@ -209,10 +245,9 @@ class AcDb2dPolyline : public AcDbCurve {
 
  private:
   friend struct vantry::host::DbAccess;
-  Acad::ErrorStatus addVertex(AcDb2dVertex *v);
+  Acad::ErrorStatus addVertex(AcDb2dVertex *v, AcDbObjectId *id);
   void dropVertices(bool keep(const AcDb2dVertex &));
-  std::vector<AcDb2dVertex *> verts_;
-  AcDbSequenceEnd *seqend_ = nullptr;
+  vantry::host::PolylineVertices<AcDb2dVertex> verts_;
   AcDb::Poly2dType type_ = AcDb::k2dSimplePoly;
   bool closed_ = false, plinegen_ = false;
   double elevation_ = 0, defStart_ = 0, defEnd_ = 0, thickness_ = 0;
@@ -232,7 +267,7 @@ class AcDb3dPolyline : public AcDbCurve {
   Acad::ErrorStatus appendVertex(AcDb3dPolylineVertex *vertex);
   Acad::ErrorStatus appendVertex(AcDbObjectId &id, AcDb3dPolylineVertex *vertex);
   AcDbObjectIterator *vertexIterator() const;
-  const std::vector<AcDb3dPolylineVertex *> &vertices() const { return verts_; }
+  const std::vector<AcDb3dPolylineVertex *> &vertices() const { return verts_.list; }
   bool isClosed() const override { return closed_; }
   Acad::ErrorStatus makeClosed();
   Acad::ErrorStatus makeOpen();
@@ -253,7 +288,6 @@ class AcDb3dPolyline : public AcDbCurve {
 
  private:
   friend struct vantry::host::DbAccess;
-  std::vector<AcDb3dPolylineVertex *> verts_;
-  AcDbSequenceEnd *seqend_ = nullptr;
+  vantry::host::PolylineVertices<AcDb3dPolylineVertex> verts_;
   bool closed_ = false;
 };
