@@ -22,14 +22,6 @@ double angleInPlane(const AcGePoint3d &p, const AcGePoint3d &c, const AcGeVector
   return wrapAngle(std::atan2(d.dotProduct(y), d.dotProduct(x)));
 }
 
-// A normal that keeps a figure counter-clockwise after xform (mirrors flip it).
-AcGeVector3d transformedNormal(const AcGeVector3d &n, const AcGeMatrix3d &xform) {
-  AcGeVector3d x = ocsXAxis(n), y = n.normal().crossProduct(x);
-  x.transformBy(xform);
-  y.transformBy(xform);
-  return x.crossProduct(y).normal();
-}
-
 bool uniform(const AcGeMatrix3d &m) {
   return m.isUniScaledOrtho();
 }

@@ -137,6 +137,11 @@ AcDbDatabase *workingDatabase();
 // Registers the annotative protocol extension and every database class.
 void registerDatabaseClasses();
 
+// The normal of a planar entity carried by a uniformly scaled orthogonal
+// transform: its object coordinate axes transformed and crossed, so that a
+// figure stays counter-clockwise about it (a mirror turns it over).
+AcGeVector3d transformedNormal(const AcGeVector3d &normal, const AcGeMatrix3d &xform);
+
 // Copies a result-buffer chain, strings and binary chunks included.
 resbuf *copyChain(const resbuf *rb);
 

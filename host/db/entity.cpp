@@ -236,3 +236,13 @@ Acad::ErrorStatus AcDbEntity::dxfInFields(AcDbDxfFiler *f) {
   if (f->getInt(60, v)) visibility_ = v ? AcDb::kInvisible : AcDb::kVisible;
   return Acad::eOk;
 }
+
+namespace vantry::host {
+
+AcGeVector3d transformedNormal(const AcGeVector3d &normal, const AcGeMatrix3d &xform) {
+  AcGeVector3d x = ocsXAxis(normal), y = normal.normal().crossProduct(x);
+  x.transformBy(xform), y.transformBy(xform);
+  return x.crossProduct(y).normal();
+}
+
+}  // namespace vantry::host

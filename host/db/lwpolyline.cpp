@@ -209,9 +209,7 @@ Acad::ErrorStatus AcDbPolyline::explode(AcDbVoidPtrArray &out) const {
 Acad::ErrorStatus AcDbPolyline::transformBy(const AcGeMatrix3d &xform) {
   if (Acad::ErrorStatus es = checkWrite(); es != Acad::eOk) return es;
   if (!xform.isUniScaledOrtho()) return Acad::eNotApplicable;
-  AcGeVector3d x = ocsXAxis(normal_), y = normal_.crossProduct(x);
-  x.transformBy(xform), y.transformBy(xform);
-  AcGeVector3d n = x.crossProduct(y).normal();
+  AcGeVector3d n = transformedNormal(normal_, xform);
   AcGeMatrix3d toPlane = AcGeMatrix3d::worldToPlane(n);
   double s = xform.scale();
   for (unsigned i = 0; i < numVerts(); ++i) {

@@ -308,9 +308,7 @@ Acad::ErrorStatus AcDb2dPolyline::explode(AcDbVoidPtrArray &out) const {
 Acad::ErrorStatus AcDb2dPolyline::transformBy(const AcGeMatrix3d &xform) {
   if (Acad::ErrorStatus es = checkWrite(); es != Acad::eOk) return es;
   if (!xform.isUniScaledOrtho()) return Acad::eNotApplicable;
-  AcGeVector3d x = ocsXAxis(normal_), y = normal_.crossProduct(x);
-  x.transformBy(xform), y.transformBy(xform);
-  AcGeVector3d n = x.crossProduct(y).normal();
+  AcGeVector3d n = transformedNormal(normal_, xform);
   AcGeMatrix3d toPlane = AcGeMatrix3d::worldToPlane(n);
   for (AcDb2dVertex *v : verts_.list) {
     AcGePoint3d p = vertexPosition(*v).transformBy(xform).transformBy(toPlane);

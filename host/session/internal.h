@@ -37,8 +37,18 @@ std::wstring formatHostPrintf(const wchar_t *format, va_list args);
 // alert.
 void installAlertLisp(lisp::Interp &in);
 
-// --- Platform (win32.cpp)
+// --- Platform (win32.cpp): the windows the headless platform pretends to
+// have, as tests see them.
 void resetPlatform();
+// The handle of the host's main window; the same for the whole process.
+HWND mainWindow();
+// The owner passed to the last MessageBoxW of the session (null when it had
+// none, or when no box was shown since the session was reset).
+HWND lastMessageBoxOwner();
+// The style flags (MB_...) of the last message box.
+UINT lastMessageBoxType();
+// How many message boxes the session has shown.
+int messageBoxCount();
 // CoInitialize calls not yet matched by CoUninitialize.
 int comInitCount();
 int beepCount();

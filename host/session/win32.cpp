@@ -21,7 +21,6 @@
 
 #include "session/session.h"
 #include "session/internal.h"
-#include "session/platform.h"
 
 namespace vantry::host {
 namespace {

@@ -9,7 +9,7 @@
 
 #include "database/context.h"
 #include "session/session.h"
-#include "session/platform.h"
+#include "session/internal.h"
 #include "module_fixture.h"
 
 namespace vantry {
