@@ -79,11 +79,13 @@ bool atomsEqual(const Value &a, const Value &b, double fuzz) {
 }
 
 // Recursive over cars, iterative along cdrs, so long lists cost no stack.
-bool lispEqual(const Value &a, const Value &b, double fuzz) {
+bool lispEqual(Interp &in, const Value &a, const Value &b, double fuzz) {
   const Value *x = &a, *y = &b;
   while (x->isCons() && y->isCons()) {
     if (x->obj() == y->obj()) return true;
-    if (!lispEqual(x->as<Cons>()->car, y->as<Cons>()->car, fuzz)) return false;
+    const Value &xcar = x->as<Cons>()->car;
+    if (xcar.isCons()) in.checkStack();  // lists nested deep through their cars
+    if (!lispEqual(in, xcar, y->as<Cons>()->car, fuzz)) return false;
     x = &x->as<Cons>()->cdr;
     y = &y->as<Cons>()->cdr;
   }
@@ -201,7 +203,7 @@ Value fLast(Interp &in, const Value *args, int nargs) {
 Value fMember(Interp &in, const Value *args, int nargs) {
   needArgs(in, nargs, 2, 2);
   for (const Value *c : cells(anyList(in, args[1]))) {
-    if (lispEqual(args[0], item(c), 0)) return *c;
+    if (lispEqual(in, args[0], item(c), 0)) return *c;
   }
   return Value();
 }
@@ -211,7 +213,7 @@ Value fAssoc(Interp &in, const Value *args, int nargs) {
   needArgs(in, nargs, 2, 2);
   for (const Value *c : cells(anyList(in, args[1]))) {
     const Value &entry = item(c);
-    if (entry.isCons() && lispEqual(args[0], entry.as<Cons>()->car, 0)) return entry;
+    if (entry.isCons() && lispEqual(in, args[0], entry.as<Cons>()->car, 0)) return entry;
   }
   return Value();
 }
@@ -220,7 +222,7 @@ Value fVlPosition(Interp &in, const Value *args, int nargs) {
   needArgs(in, nargs, 2, 2);
   int i = 0;
   for (const Value *c : cells(anyList(in, args[1]))) {
-    if (lispEqual(args[0], item(c), 0)) return Value::integer(i);
+    if (lispEqual(in, args[0], item(c), 0)) return Value::integer(i);
     ++i;
   }
   return Value();
@@ -233,13 +235,13 @@ Value fSubst(Interp &in, const Value *args, int nargs) {
   const Value &list = anyList(in, args[2]);
   const Value *lastHit = nullptr;
   for (const Value *c : cells(list)) {
-    if (lispEqual(args[1], item(c), 0)) lastHit = c;
+    if (lispEqual(in, args[1], item(c), 0)) lastHit = c;
   }
   if (!lastHit) return list;
   ListBuilder b;
   const Value *c = &list;
   for (;; c = &c->as<Cons>()->cdr) {
-    b.add(lispEqual(args[1], item(c), 0) ? args[0] : item(c));
+    b.add(lispEqual(in, args[1], item(c), 0) ? args[0] : item(c));
     if (c == lastHit) break;
   }
   b.dot(c->as<Cons>()->cdr);
@@ -250,7 +252,7 @@ Value fVlRemove(Interp &in, const Value *args, int nargs) {
   needArgs(in, nargs, 2, 2);
   ListBuilder b;
   for (const Value *c : cells(properList(in, args[1]))) {
-    if (!lispEqual(args[0], item(c), 0)) b.add(item(c));
+    if (!lispEqual(in, args[0], item(c), 0)) b.add(item(c));
   }
   return b.take();
 }
@@ -447,7 +449,7 @@ Value fEq(Interp &in, const Value *args, int nargs) {
 Value fEqual(Interp &in, const Value *args, int nargs) {
   needArgs(in, nargs, 2, 3);
   double fuzz = nargs == 3 ? numArg(in, args[2]) : 0.0;
-  return in.boolean(lispEqual(args[0], args[1], fuzz < 0 ? -fuzz : fuzz));
+  return in.boolean(lispEqual(in, args[0], args[1], fuzz < 0 ? -fuzz : fuzz));
 }
 
 Value fType(Interp &in, const Value *args, int nargs) {

@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <cwctype>
+#include <new>
 #include <fstream>
 #include <sstream>
 
@@ -43,13 +44,21 @@ struct BindingScope {
   }
 };
 
+constexpr const wchar_t *kStackLimit = L"internal stack limit reached (simulated)";
+constexpr const wchar_t *kOutOfMemory = L"insufficient memory";
+
+bool stackNearlyFull() {
+  char probe;
+  return reinterpret_cast<uintptr_t>(&probe) < stackFloor();
+}
+
+// A user function's call: counted against the interpreter's depth limit.
 struct DepthScope {
   Interp &in;
   explicit DepthScope(Interp &i) : in(i) {
-    char probe;
-    if (++in.depth > in.maxDepth || reinterpret_cast<uintptr_t>(&probe) < stackFloor()) {
+    if (++in.depth > in.maxDepth || stackNearlyFull()) {
       --in.depth;
-      in.error(L"internal stack limit reached (simulated)");
+      in.error(kStackLimit);
     }
   }
   ~DepthScope() { --in.depth; }
@@ -188,7 +197,24 @@ Value lambdaFromList(Interp &in, const Value &list) {
 
 }  // namespace
 
+void Interp::checkStack() {
+  if (stackNearlyFull()) error(kStackLimit);
+}
+
+// Every call checks the thread's stack, not only user functions': built-ins
+// recurse too ((eval f) with f '(eval f), forms nested a million deep). Memory
+// running out inside a call is a LISP error like any other, which *error*
+// and vl-catch-all-apply see; the session goes on.
 Value Interp::evalCall(const Value &form) {
+  checkStack();
+  try {
+    return evalCallBody(form);
+  } catch (const std::bad_alloc &) {
+    error(kOutOfMemory);
+  }
+}
+
+Value Interp::evalCallBody(const Value &form) {
   const Value &head = form.as<Cons>()->car;
   Value fn = head.type() == Type::Sym ? head.as<Symbol>()->value : eval(head);
   const Value &argForms = form.as<Cons>()->cdr;
@@ -236,7 +262,16 @@ Value Interp::callUsubr(Usubr *f, const Value *args, int nargs) {
   return result;
 }
 
-Value Interp::apply(const Value &fnIn, const Value *args, int nargs) {
+Value Interp::apply(const Value &fn, const Value *args, int nargs) {
+  checkStack();
+  try {
+    return applyBody(fn, args, nargs);
+  } catch (const std::bad_alloc &) {
+    error(kOutOfMemory);
+  }
+}
+
+Value Interp::applyBody(const Value &fnIn, const Value *args, int nargs) {
   Value fn = fnIn;
   if (fn.type() == Type::Sym) {
     Value v = fn.as<Symbol>()->value;

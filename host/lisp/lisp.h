@@ -88,6 +88,9 @@ class Interp {
   // "stringp nil", "consp 3", "listp 1").
   [[noreturn]] void badArgType(std::wstring_view predicate, const Value &v);
   [[noreturn]] void tooFewArgs();
+  // Raises "internal stack limit reached" when the thread's stack is nearly
+  // spent. Every walk that recurses over LISP values calls it.
+  void checkStack();
   [[noreturn]] void tooManyArgs();
   // Prints "; error: ..." on the transcript (the top-level report).
   void reportError(const std::wstring &message);
@@ -131,6 +134,8 @@ class Interp {
  private:
   Value callUsubr(Usubr *f, const Value *args, int nargs);
   Value evalCall(const Value &form);
+  Value evalCallBody(const Value &form);
+  Value applyBody(const Value &fn, const Value *args, int nargs);
   std::unordered_map<std::wstring, Value> symbols_;
 };
 

@@ -9,6 +9,7 @@
 #include <cinttypes>
 #include <cmath>
 #include <cstdio>
+#include <vector>
 
 #include "lisp/lisp.h"
 
@@ -40,7 +41,8 @@ void escapeInto(std::wstring &out, const std::wstring &s) {
   out += L'"';
 }
 
-void printInto(std::wstring &out, const Value &v, bool escape) {
+// Everything but a cons cell.
+void printAtom(std::wstring &out, const Value &v, bool escape) {
   switch (v.type()) {
     case Type::Nil:
       out += L"nil";
@@ -60,23 +62,8 @@ void printInto(std::wstring &out, const Value &v, bool escape) {
     case Type::Sym:
       out += v.as<Symbol>()->name;
       return;
-    case Type::List: {
-      out += L'(';
-      const Value *p = &v;
-      bool first = true;
-      while (p->isCons()) {
-        if (!first) out += L' ';
-        first = false;
-        printInto(out, p->as<Cons>()->car, escape);
-        p = &p->as<Cons>()->cdr;
-      }
-      if (!p->isNil()) {
-        out += L" . ";
-        printInto(out, *p, escape);
-      }
-      out += L')';
-      return;
-    }
+    case Type::List:
+      return;  // printInto's
     case Type::Subr:
       out += L"#<SUBR " + address(v.obj()) + L" " + v.as<Subr>()->name + L">";
       return;
@@ -104,6 +91,37 @@ void printInto(std::wstring &out, const Value &v, bool escape) {
     case Type::CatchError:
       out += L"#<%catch-all-apply-error%>";
       return;
+  }
+}
+
+// Lists nest through their cars as deep as a program builds them, so the
+// walk keeps its own stack of the lists it is inside instead of recursing.
+void printInto(std::wstring &out, const Value &v, bool escape) {
+  std::vector<const Value *> open;  // per list being printed: the cell printed last
+  const Value *cur = &v;
+  for (;;) {
+    while (cur->isCons()) {
+      out += L'(';
+      open.push_back(cur);
+      cur = &cur->as<Cons>()->car;
+    }
+    printAtom(out, *cur, escape);
+    for (;;) {
+      if (open.empty()) return;
+      const Value &rest = open.back()->as<Cons>()->cdr;
+      if (rest.isCons()) {
+        out += L' ';
+        open.back() = &rest;
+        cur = &rest.as<Cons>()->car;
+        break;
+      }
+      if (!rest.isNil()) {
+        out += L" . ";
+        printAtom(out, rest, escape);
+      }
+      out += L')';
+      open.pop_back();
+    }
   }
 }
 

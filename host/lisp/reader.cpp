@@ -110,6 +110,8 @@ class Reader {
       }
       if (c == L'.' && pos_ + 1 < s_.size() && isDelimiter(s_[pos_ + 1]) && !b.empty()) {
         ++pos_;
+        skipSpace();
+        if (pos_ >= s_.size() || s_[pos_] == L')') fail(L"malformed dotted pair on input");
         b.dot(form(nesting));
         skipSpace();
         if (pos_ >= s_.size() || s_[pos_] != L')') fail(L"malformed dotted pair on input");

@@ -19,17 +19,28 @@ void *allocate(size_t size) {
 }  // namespace pool
 
 // A long list freed cell by cell through the destructors would recurse once
-// per cell; instead the tail of a dying cell is detached and freed by the
-// loop while it is held by no one else.
+// per cell, and a list nested deep through its cars once per level; instead
+// a dying cell's tail, and its car when that is a list, are detached and
+// freed by this loop while no one else holds them. Calls nest (a function's
+// body dies inside its destructor), so each call works only the pending
+// cells above the mark it found.
 void destroyObject(Object *o) {
-  while (o) {
-    Object *next = nullptr;
-    if (o->type == Type::List) {
-      Cons *c = static_cast<Cons *>(o);
-      if (c->cdr.isObject() && c->cdr.obj()->refs == 1) next = c->cdr.detach();
+  thread_local std::vector<Object *> pending;
+  size_t mark = pending.size();
+  for (;;) {
+    while (o) {
+      Object *next = nullptr;
+      if (o->type == Type::List) {
+        Cons *c = static_cast<Cons *>(o);
+        if (c->car.isCons() && c->car.obj()->refs == 1) pending.push_back(c->car.detach());
+        if (c->cdr.isObject() && c->cdr.obj()->refs == 1) next = c->cdr.detach();
+      }
+      delete o;
+      o = next;
     }
-    delete o;
-    o = next;
+    if (pending.size() == mark) return;
+    o = pending.back();
+    pending.pop_back();
   }
 }
 

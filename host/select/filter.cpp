@@ -80,10 +80,15 @@ struct Item {
   std::vector<std::wstring> apps;
 };
 
+// Lists and groupings nested deeper than this make a malformed filter: the
+// reader, the grouping builder and the matcher recurse once per level.
+constexpr int kMaxNesting = 256;
+
 class Reader {
  public:
   std::vector<Item> items;
   bool ok = true;
+  int depth = 0;
 
   // Reads nodes from rb up to the end of the chain or an RTLE (left unread).
   const resbuf *run(const resbuf *rb) {
@@ -194,7 +199,9 @@ class Reader {
     if (t == RTLB) {
       const resbuf *n = rb->rbnext;
       if (n && (n->restype == RTSHORT || n->restype == RTLONG)) return pair(n);
+      if (++depth > kMaxNesting) return fail();
       n = run(n);
+      --depth;
       if (!ok || !n) return fail();  // no RTLE
       return n->rbnext;
     }
@@ -248,7 +255,9 @@ Node *testNode(Item &it, std::wstring op) {
 }
 
 // Builds nodes from items[i...] until the closer (empty at the top level).
-bool build(std::vector<Item> &items, size_t &i, const std::wstring &closer, std::vector<Node *> &out) {
+bool build(std::vector<Item> &items, size_t &i, const std::wstring &closer, std::vector<Node *> &out,
+           int depth = 0) {
+  if (depth > kMaxNesting) return false;
   while (i < items.size()) {
     Item &it = items[i++];
     if (it.code != -4) {
@@ -276,7 +285,7 @@ bool build(std::vector<Item> &items, size_t &i, const std::wstring &closer, std:
     auto *g = new Node;
     g->kind = kind;
     out.push_back(g);
-    if (!build(items, i, op.substr(1) + L">", g->kids)) return false;
+    if (!build(items, i, op.substr(1) + L">", g->kids, depth + 1)) return false;
     size_t n = g->kids.size();
     if (n == 0 || (kind == Node::Xor && n != 2) || (kind == Node::Not && n != 1)) return false;
   }

@@ -36,8 +36,19 @@ using lisp::Value;
 // answers RSERR.
 const wchar_t kExternalFailed[] = L"ADS request error";
 
+// The chain being built for a call's arguments; released if the conversion
+// fails part way (a list nested too deep for the stack).
 struct Chain {
+  Interp &in;
   resbuf *head = nullptr, *tail = nullptr;
+  explicit Chain(Interp &i) : in(i) {}
+  Chain(const Chain &) = delete;
+  ~Chain() { acutRelRb(head); }
+  resbuf *take() {
+    resbuf *h = head;
+    head = tail = nullptr;
+    return h;
+  }
   resbuf *add(int type) {
     resbuf *rb = acutNewRb(type);
     if (tail)
@@ -178,6 +189,7 @@ void appendValue(Chain &c, const Value &v) {
           rb->resval.rpoint[i++] = p->as<Cons>()->car.number();
         return;
       }
+      c.in.checkStack();
       c.add(RTLB);
       if (isGroupCodeList(v)) {
         for (const Value *p = &v; p->isCons(); p = &p->as<Cons>()->cdr)
@@ -287,6 +299,7 @@ Value readValue(Interp &in, const resbuf *&rb) {
       return Value(new lisp::Handle2(t == RTENAME ? Type::Ename : Type::Pickset, node->resval.rlname[0],
                                      node->resval.rlname[1]));
     case RTLB: {
+      in.checkStack();
       ListBuilder b;
       // A list that begins with a string is most often a (key . value) pair
       // of a record or an association list: its key is shared with the
@@ -390,10 +403,10 @@ Interp *activeInterp() {
 
 }  // namespace
 
-resbuf *valueToArgs(Interp &, const Value *args, int nargs) {
-  Chain c;
+resbuf *valueToArgs(Interp &in, const Value *args, int nargs) {
+  Chain c(in);
   for (int i = 0; i < nargs; ++i) appendValue(c, args[i]);
-  return c.head;
+  return c.take();
 }
 
 Value chainToValue(Interp &in, const resbuf *rb) {

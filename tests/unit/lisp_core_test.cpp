@@ -1,5 +1,10 @@
 // The evaluator, reader and printer: what a LISP caller sees of them.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
 
 #include "lisp/lisp.h"
 
@@ -160,6 +165,40 @@ TEST_F(LispCore, RunawayRecursionIsALispError) {
 
 TEST_F(LispCore, LongListsAreFreedWithoutRecursion) {
   EXPECT_EQ(run(L"(setq l nil i 0) (repeat 300000 (setq l (cons i l))) (setq l nil)"), L"nil");
+}
+
+// Memory running out in a call is a LISP error that vl-catch-all-apply and
+// *error* see, and the session goes on. Run in a child whose address space
+// is capped a little above what it uses (not under AddressSanitizer, which
+// reserves far more address space than any cap allows).
+TEST_F(LispCore, MemoryExhaustionIsALispError) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "address space caps do not work under AddressSanitizer";
+#else
+  pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    long pages = 0;
+    if (FILE *f = std::fopen("/proc/self/statm", "r")) {
+      if (std::fscanf(f, "%ld", &pages) != 1) pages = 0;
+      std::fclose(f);
+    }
+    rlimit cap{};
+    cap.rlim_cur = cap.rlim_max = rlim_t(pages) * rlim_t(sysconf(_SC_PAGESIZE)) + (rlim_t(512) << 20);
+    if (pages <= 0 || setrlimit(RLIMIT_AS, &cap) != 0) _exit(2);
+    const wchar_t *grow = L"(setq s \"0123456789abcdef\") (repeat 40 (setq s (strcat s s)))";
+    std::wstring caught = run(L"(vl-catch-all-error-message (vl-catch-all-apply (quote eval) (list (quote (progn " +
+                              std::wstring(grow) + L")))))");
+    std::wstring handled = run(std::wstring(L"(setq s nil) (defun *error* (m) (setq seen m)) ") + grow);
+    bool ok = caught == L"\"insufficient memory\"" && handled == L"HANDLED: insufficient memory" &&
+              run(L"seen") == L"\"insufficient memory\"" && run(L"(+ 1 1)") == L"2";
+    _exit(ok ? 0 : 1);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  ASSERT_TRUE(WIFEXITED(status)) << "the child died of signal " << WTERMSIG(status);
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+#endif
 }
 
 TEST_F(LispCore, FunctionsPrintAsTheirType) {
