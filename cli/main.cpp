@@ -26,6 +26,9 @@
 // no script set *VANTRY-EXIT-STATUS* to a non-zero integer; 1 when an error
 // ended a script; 2 for a usage error or a file that cannot be read.
 #include <pthread.h>
+#include <signal.h>
+
+#include <csignal>
 
 #include <cstdio>
 #include <cstring>
@@ -280,6 +283,21 @@ int main(int argc, char **argv) {
     }
   }
   if (opt.command.empty() || (opt.command == "run" && opt.files.empty())) return usage();
+
+  // An interrupt (Ctrl+C) is the person's Esc: the running LISP or a long
+  // module call stops at its next safe point with "*Cancel*". A second one
+  // while the first is still pending ends the process as usual.
+  struct sigaction onInterrupt {};
+  onInterrupt.sa_handler = [](int) {
+    if (lisp::takeInterrupt()) {
+      std::signal(SIGINT, SIG_DFL);
+      std::raise(SIGINT);
+      return;
+    }
+    lisp::requestInterrupt();
+  };
+  sigemptyset(&onInterrupt.sa_mask);
+  sigaction(SIGINT, &onInterrupt, nullptr);
 
   // Deep LISP recursion needs a deep stack; the interpreter still stops a
   // runaway recursion with a LISP error well before the end of it.

@@ -2,6 +2,7 @@
 // where LISP errors are raised.
 #include <pthread.h>
 
+#include <csignal>
 #include <cwctype>
 #include <new>
 #include <fstream>
@@ -197,8 +198,26 @@ Value lambdaFromList(Interp &in, const Value &list) {
 
 }  // namespace
 
+namespace {
+volatile std::sig_atomic_t g_interrupt = 0;
+}  // namespace
+
+void requestInterrupt() {
+  g_interrupt = 1;
+}
+
+bool takeInterrupt() {
+  if (!g_interrupt) return false;
+  g_interrupt = 0;
+  return true;
+}
+
 void Interp::checkStack() {
   if (stackNearlyFull()) error(kStackLimit);
+  if (g_interrupt && takeInterrupt()) {
+    if (output) output(L"*Cancel*\n");
+    error(L"Function cancelled");
+  }
 }
 
 // Every call checks the thread's stack, not only user functions': built-ins

@@ -89,7 +89,9 @@ class Interp {
   [[noreturn]] void badArgType(std::wstring_view predicate, const Value &v);
   [[noreturn]] void tooFewArgs();
   // Raises "internal stack limit reached" when the thread's stack is nearly
-  // spent. Every walk that recurses over LISP values calls it.
+  // spent, and "Function cancelled" when an interrupt is pending (printing
+  // "*Cancel*" first, as the host's command line does). Every call and every
+  // walk that recurses over LISP values calls it.
   void checkStack();
   [[noreturn]] void tooManyArgs();
   // Prints "; error: ..." on the transcript (the top-level report).
@@ -168,6 +170,11 @@ struct StringEscape {
 inline constexpr StringEscape kStringEscapes[] = {
     {L'"', L'"'}, {L'\\', L'\\'}, {L'\n', L'n'}, {L'\r', L'r'}, {L'\t', L't'}, {L'\x1b', L'e'},
 };
+
+// The person's Esc: set from a signal handler (the runner's SIGINT),
+// consumed by the evaluator at its next call or by acedUsrBrk.
+void requestInterrupt();
+bool takeInterrupt();
 
 // Text conversion and case folding are the shared ones (common/text.h);
 // symbols fold as names do.

@@ -222,6 +222,10 @@ int acutPrintf(const ACHAR *format, ...) {
   return int(text.size());
 }
 
+int acedUsrBrk() {
+  return vantry::lisp::takeInterrupt() ? 1 : 0;
+}
+
 int acedTextScr() {
   ++vantry::host::Session::get().textScreenCalls;
   return RTNORM;

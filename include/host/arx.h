@@ -154,6 +154,10 @@ int acedInvoke(const struct resbuf *args, struct resbuf **result);
 int acutPrintf(const ACHAR *format, ...);
 int acedTextScr();
 int acedGraphScr();
+// 1 when the person has pressed Esc (here: the runner got an interrupt)
+// since the last look, else 0; the press is consumed. A long loop asks it
+// at safe points and stops as after a cancel.
+int acedUsrBrk();
 int acedAlert(const ACHAR *text);
 
 // --- Editor input (answered by the scripted person) -------------------------------------

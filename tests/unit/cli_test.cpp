@@ -1,6 +1,8 @@
 // The vantry runner as a person uses it: its output and its exit status.
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdio>
@@ -168,3 +170,56 @@ TEST_F(Cli, InputFileAnswersThePerson) {
 }
 
 }  // namespace
+
+namespace {
+
+// Starts the runner on a script, waits until it has printed `ready`, sends
+// it an interrupt and answers what it printed in all and its exit status
+// (-1 when it was still running ten seconds later and had to be killed).
+RunResult interrupted(const std::string &script, const std::string &ready) {
+  int out[2];
+  if (pipe(out) != 0) return {-1, ""};
+  pid_t child = fork();
+  if (child == 0) {
+    dup2(out[1], 1);
+    dup2(out[1], 2);
+    close(out[0]);
+    std::string bin = std::string(VANTRY_BIN_DIR) + "/vantry";
+    execl(bin.c_str(), bin.c_str(), "--no-module", "run", script.c_str(), static_cast<char *>(nullptr));
+    _exit(127);
+  }
+  close(out[1]);
+  RunResult r{-1, ""};
+  char buf[4096];
+  ssize_t n;
+  while (r.out.find(ready) == std::string::npos && (n = read(out[0], buf, sizeof buf)) > 0) r.out.append(buf, n);
+  kill(child, SIGINT);
+  int status = 0;
+  for (int i = 0; i < 1000 && waitpid(child, &status, WNOHANG) == 0; ++i) usleep(10000);
+  if (waitpid(child, &status, WNOHANG) == 0) {
+    kill(child, SIGKILL);
+    waitpid(child, &status, 0);
+  } else if (WIFEXITED(status)) {
+    r.status = WEXITSTATUS(status);
+  }
+  while ((n = read(out[0], buf, sizeof buf)) > 0) r.out.append(buf, n);
+  close(out[0]);
+  return r;
+}
+
+}  // namespace
+
+// An interrupt is the person's Esc: a running loop stops at its next call
+// with "*Cancel*", *error* sees "Function cancelled", the script's later
+// forms do not run, and the runner ends as after any error.
+TEST_F(Cli, AnInterruptCancelsARunningLoop) {
+  std::string loop = write("loop.lsp",
+                           "(defun *error* (m) (princ (strcat \"\\nhandled: \" m)))\n"
+                           "(princ \"looping\\n\") (setq i 0) (while T (setq i (1+ i)))\n"
+                           "(princ \"after\")\n");
+  RunResult r = interrupted(loop, "looping");
+  EXPECT_EQ(r.status, 1) << r.out;
+  EXPECT_NE(r.out.find("*Cancel*\n"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("handled: Function cancelled"), std::string::npos) << r.out;
+  EXPECT_EQ(r.out.find("after"), std::string::npos) << r.out;
+}
