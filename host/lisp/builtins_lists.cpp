@@ -84,7 +84,7 @@ bool lispEqual(Interp &in, const Value &a, const Value &b, double fuzz) {
   while (x->isCons() && y->isCons()) {
     if (x->obj() == y->obj()) return true;
     const Value &xcar = x->as<Cons>()->car;
-    if (xcar.isCons()) in.checkStack();  // lists nested deep through their cars
+    if (xcar.isCons()) in.safePoint();  // lists nested deep through their cars
     if (!lispEqual(in, xcar, y->as<Cons>()->car, fuzz)) return false;
     x = &x->as<Cons>()->cdr;
     y = &y->as<Cons>()->cdr;

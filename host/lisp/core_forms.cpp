@@ -110,7 +110,12 @@ Value fWhile(Interp &in, const Value &args) {
   if (!args.isCons()) in.tooFewArgs();
   Value result;
   const Value &test = car(args);
-  while (!in.eval(test).isNil()) result = progn(in, cdr(args));
+  // Each turn is a safe point: a loop of atoms alone makes no call that
+  // would notice an interrupt.
+  while (!in.eval(test).isNil()) {
+    in.safePoint();
+    result = progn(in, cdr(args));
+  }
   return result;
 }
 
@@ -119,7 +124,10 @@ Value fRepeat(Interp &in, const Value &args) {
   Value times = in.eval(car(args));
   int32_t n = intArg(in, times);
   Value result;
-  for (int32_t i = 0; i < n; ++i) result = progn(in, cdr(args));
+  for (int32_t i = 0; i < n; ++i) {
+    in.safePoint();
+    result = progn(in, cdr(args));
+  }
   return result;
 }
 

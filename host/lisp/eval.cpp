@@ -212,7 +212,7 @@ bool takeInterrupt() {
   return true;
 }
 
-void Interp::checkStack() {
+void Interp::safePoint() {
   if (stackNearlyFull()) error(kStackLimit);
   if (g_interrupt && takeInterrupt()) {
     if (output) output(L"*Cancel*\n");
@@ -225,7 +225,7 @@ void Interp::checkStack() {
 // running out inside a call is a LISP error like any other, which *error*
 // and vl-catch-all-apply see; the session goes on.
 Value Interp::evalCall(const Value &form) {
-  checkStack();
+  safePoint();
   try {
     return evalCallBody(form);
   } catch (const std::bad_alloc &) {
@@ -282,7 +282,7 @@ Value Interp::callUsubr(Usubr *f, const Value *args, int nargs) {
 }
 
 Value Interp::apply(const Value &fn, const Value *args, int nargs) {
-  checkStack();
+  safePoint();
   try {
     return applyBody(fn, args, nargs);
   } catch (const std::bad_alloc &) {

@@ -88,11 +88,12 @@ class Interp {
   // "stringp nil", "consp 3", "listp 1").
   [[noreturn]] void badArgType(std::wstring_view predicate, const Value &v);
   [[noreturn]] void tooFewArgs();
-  // Raises "internal stack limit reached" when the thread's stack is nearly
-  // spent, and "Function cancelled" when an interrupt is pending (printing
-  // "*Cancel*" first, as the host's command line does). Every call and every
-  // walk that recurses over LISP values calls it.
-  void checkStack();
+  // A safe point: raises "internal stack limit reached" when the thread's
+  // stack is nearly spent, and "Function cancelled" when an interrupt is
+  // pending (printing "*Cancel*" first, as the host's command line does).
+  // Every call, every turn of a loop and every walk that recurses over LISP
+  // values passes one.
+  void safePoint();
   [[noreturn]] void tooManyArgs();
   // Prints "; error: ..." on the transcript (the top-level report).
   void reportError(const std::wstring &message);

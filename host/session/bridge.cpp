@@ -189,7 +189,7 @@ void appendValue(Chain &c, const Value &v) {
           rb->resval.rpoint[i++] = p->as<Cons>()->car.number();
         return;
       }
-      c.in.checkStack();
+      c.in.safePoint();
       c.add(RTLB);
       if (isGroupCodeList(v)) {
         for (const Value *p = &v; p->isCons(); p = &p->as<Cons>()->cdr)
@@ -299,7 +299,7 @@ Value readValue(Interp &in, const resbuf *&rb) {
       return Value(new lisp::Handle2(t == RTENAME ? Type::Ename : Type::Pickset, node->resval.rlname[0],
                                      node->resval.rlname[1]));
     case RTLB: {
-      in.checkStack();
+      in.safePoint();
       ListBuilder b;
       // A list that begins with a string is most often a (key . value) pair
       // of a record or an association list: its key is shared with the

@@ -1,0 +1,1 @@
+(setq x '((1 . 2) ("k" . 3.5))) (assoc "k" x) (subst 9 1 '(1 2 1)) (equal x x 0.1)

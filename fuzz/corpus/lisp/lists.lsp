@@ -1,0 +1,1 @@
+(setq l (mapcar (quote (lambda (x) (* x x))) (list 1 2 3))) (vl-sort l (quote >))

@@ -1,0 +1,1 @@
+(strcat "a" (itoa 5) (rtos 1.5 2 3) (substr "hello" 2 3) (strcase "x" T))

@@ -1,0 +1,1 @@
+(defun f (n) (if (while > n 0) (* n (f (1- 1))) 1)) (f 10)
