@@ -155,6 +155,9 @@ class SolidBodies {
   bool empty() const { return bodyCount() == 0; }
   // Sum of the bodies' volumes (cubic drawing units).
   double volume() const;
+  // True when every body passes the modelling library's full topological and geometric check and
+  // encloses a positive volume; false for no body.
+  bool valid() const;
   // Bounding box of all bodies, exact to the modelling tolerance (1e-7); false when there is none.
   bool extents(Pt &min, Pt &max) const;
   // Applies a 4x4 matrix (row-major, m[row][col], points as columns) to every body. A rigid motion

@@ -197,6 +197,10 @@ bool ol_hvacSolid::restore(const std::string &text) {
   return bodies_->fromString(text);
 }
 
+bool ol_hvacSolid::isValid() const {
+  return bodies_->valid();
+}
+
 const char *ol_hvacSolid::lastError() const {
   return refusal_ ? refusal_ : bodies_->lastError().c_str();
 }

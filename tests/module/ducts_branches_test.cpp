@@ -67,11 +67,37 @@ TEST_F(DuctsTest, TakeoffCollarStartsAtTheWall) {
   expectPoint(e.maxPoint(), 1100, 300, 50, 1e-4);
 }
 
-TEST_F(DuctsTest, TakeoffAlongTheMainIsNil) {
-  const RunList along{.x0 = 1000, .x1 = 1800};
-  EXPECT_EQ(lisp("(ol_ol-drawTripleTakeoff nil 0 nil 100.0 " + kMainIn.lisp() + " " + kMainOut.lisp() + " " +
-                 along.lisp() + " " + kNone.lisp() + ")"),
-            "nil");
+// A round shoe widens no further than the wall it sits on: a 250 branch with a 150 collar off the
+// side of a 300 deep main, off the top of a 400 wide one.
+TEST_F(DuctsTest, RoundShoeStaysWithinItsWall) {
+  const RunList in{.width = 400, .depth = 300}, out{.x0 = 1000, .x1 = 2000, .width = 400, .depth = 300};
+  const RunList side{.x0 = 1000, .x1 = 1000, .y1 = 800, .width = 250, .shape = "RD"};
+  const RunList top{.x0 = 1000, .x1 = 1000, .z1 = 800, .width = 350, .shape = "RD"};
+  auto collarOf = [&](const RunList &branch) {
+    AcDbObjectId id = idOf("(cdr (assoc \"en2\" (ol_ol-drawTripleTakeoff nil 0 T 150.0 " + in.lisp() + " " +
+                           out.lisp() + " " + branch.lisp() + " " + kNone.lisp() + ")))");
+    EXPECT_TRUE(validOf(id)) << transcript();
+    return extentsOf(id);
+  };
+  AcDbExtents e = collarOf(side);
+  EXPECT_NEAR(e.minPoint().z, -150, 1e-4);  // the mouth fills the wall's 300, no more
+  EXPECT_NEAR(e.maxPoint().z, 150, 1e-4);
+  e = collarOf(top);
+  EXPECT_NEAR(e.minPoint().y, -200, 1e-4);
+  EXPECT_NEAR(e.maxPoint().y, 200, 1e-4);
+}
+
+TEST_F(DuctsTest, TakeoffThatCannotBeBuiltIsNilAndSaysWhy) {
+  const RunList along{.x0 = 1000, .x1 = 1800}, outside{.x0 = 1000, .y0 = 500, .x1 = 1000, .y1 = 1300};
+  for (const RunList &branch : {along, outside}) {
+    EXPECT_EQ(lisp("(ol_ol-drawTripleTakeoff nil 0 nil 100.0 " + kMainIn.lisp() + " " + kMainOut.lisp() +
+                   " " + branch.lisp() + " " + kNone.lisp() + ")"),
+              "nil");
+  }
+  EXPECT_NE(transcript().find("\nNo duct solid made: a takeoff branch runs along the main.\n"),
+            std::string::npos);
+  EXPECT_NE(transcript().find("\nNo duct solid made: a takeoff branch starts outside the main.\n"),
+            std::string::npos);
   EXPECT_EQ(lisp("(ol_ol-drawTripleTakeoff nil 0 nil 100.0 " + kMainIn.lisp() + ")"),
             "ERROR: ADS request error");
 }

@@ -230,11 +230,42 @@ TEST_F(DuctsTest, SquareElbowFallsBackToTheSecondRunsSize) {
   EXPECT_EQ(lisp("(assoc \"en2\" r)"), "(\"en2\")");
 }
 
-TEST_F(DuctsTest, ElbowThatCannotTurnIsNil) {
-  RunList east, further{.x0 = 1000, .x1 = 2000};                                      // straight on
-  RunList offset{.x0 = 1000, .y0 = 0, .z0 = 300, .x1 = 1000, .y1 = 1000, .z1 = 300};  // lines miss each other
-  EXPECT_EQ(lisp("(ol_ol-drawTripleElbow nil 0 nil 200 " + east.lisp() + " " + further.lisp() + ")"), "nil");
-  EXPECT_EQ(lisp("(ol_ol-drawTripleElbow nil 0 nil 200 " + east.lisp() + " " + offset.lisp() + ")"), "nil");
+// An elbow that cannot be built answers nil and says why on the command line.
+TEST_F(DuctsTest, ElbowThatCannotBeBuiltIsNilAndSaysWhy) {
+  const RunList east, north{.x0 = 1000, .x1 = 1000, .y1 = 1000};
+  const struct Case {
+    const char *name;
+    RunList a, b;
+    double radius;
+    const char *why;
+  } cases[] = {
+      {"straight on", east, RunList{.x0 = 1000, .x1 = 2000}, 200, "the elbow's runs lie in one line"},
+      {"centre lines miss each other", east,
+       RunList{.x0 = 1000, .z0 = 300, .x1 = 1000, .y1 = 1000, .z1 = 300}, 200,
+       "the centre lines of the elbow's runs do not meet"},
+      // Runs 500 long and a radius of 900: the elbow would reach 400 behind the start of a.
+      {"longer than its runs", RunList{.x0 = 500}, RunList{.x0 = 1000, .x1 = 1000, .y1 = 500}, 900,
+       "the elbow reaches behind the start of its first run"},
+      {"longer than its second run", east, RunList{.x0 = 1000, .x1 = 1000, .y1 = 150}, 200,
+       "the elbow reaches past the end of its second run"},
+      // A turn in plan and in elevation at once: a's sides would roll against b's.
+      {"rolled", east, RunList{.x0 = 1000, .x1 = 1000, .y1 = 1000, .z1 = 1000}, 200,
+       "the elbow turns in plan and in elevation at once (a rolled elbow)"},
+      // The modeller's own refusal.
+      {"negative radius", east, north, -200, "the radius ratio is not positive"},
+  };
+  for (const Case &c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(lisp("(ol_ol-drawTripleElbow nil 0 nil " + std::to_string(c.radius) + " " + c.a.lisp() + " " +
+                   c.b.lisp() + ")"),
+              "nil");
+    EXPECT_NE(transcript().find("\nNo duct solid made: " + std::string(c.why) + ".\n"), std::string::npos)
+        << transcript();
+  }
+  // The elbow that just fits its runs is built.
+  EXPECT_NE(lisp("(ol_ol-drawTripleElbow nil 0 nil 200 " + RunList{.x0 = 800}.lisp() + " " +
+                 RunList{.x0 = 1000, .x1 = 1000, .y1 = 200}.lisp() + ")"),
+            "nil");
   EXPECT_EQ(lisp("(ol_ol-drawTripleElbow nil 0 nil \"r\" " + east.lisp() + ")"), "ERROR: ADS request error");
 }
 
