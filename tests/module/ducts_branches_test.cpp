@@ -104,27 +104,17 @@ TEST_F(DuctsTest, TakeoffThatCannotBeBuiltIsNilAndSaysWhy) {
 
 // --- Wyes ---------------------------------------------------------------------------------------
 
-TEST_F(DuctsTest, SymmetricWyeIsTheSameEitherWayRound) {
+// Every key is there, nil for a branch without a shape change; the trunk port lies h (the largest
+// half-size, 200) back from the junction, and a symmetric wye's branches reach alike.
+TEST_F(DuctsTest, WyeAnswersItsKeysAndPorts) {
   const RunList left{.x0 = 1000, .x1 = 2000, .y1 = 1000, .width = 300};
   const RunList right{.x0 = 1000, .x1 = 2000, .y1 = -1000, .width = 300};
-  lisp("(setq r1 (ol_ol-drawTripleWye nil 0 nil 0.0 " + kMainIn.lisp() + " " + left.lisp() + " " +
-       right.lisp() + ") r2 (ol_ol-drawTripleWye nil 0 nil 0.0 " + kMainIn.lisp() + " " + right.lisp() + " " +
-       left.lisp() + "))");
-  // Every key is there; with no shape change the branches' transitions are nil.
-  EXPECT_EQ(lisp("(mapcar 'cdr (list (assoc \"en2\" r1) (assoc \"en3\" r1)))"), "(nil nil)");
-  AcDbObjectId w1 = idOf("(cdr (assoc \"en1\" r1))"), w2 = idOf("(cdr (assoc \"en1\" r2))");
-  ASSERT_FALSE(w1.isNull());
-  EXPECT_LT(rel(volumeOf(w1), volumeOf(w2)), 1e-6);
-  // The trunk port lies h (the largest half-size, 200) back from the junction; both branches
-  // report the same length.
-  EXPECT_EQ(lisp("(cdr (assoc \"dHeadLength\" r1))"), "200.0");
-  EXPECT_EQ(lisp("(cdr (assoc \"dTailLength1\" r1))"), lisp("(cdr (assoc \"dTailLength2\" r1))"));
-  AcDbExtents e = extentsOf(w1);
-  EXPECT_NEAR(e.minPoint().x, 800, 1e-4);
-  // The solid holds at least its straight trunk and the two branch ports' sections swept to them.
-  EXPECT_GT(volumeOf(w1), 200.0 * 400 * 200);
-  double tail = std::stod(lisp("(cdr (assoc \"dTailLength1\" r1))"));
-  EXPECT_NEAR(e.maxPoint().x, 1000 + tail * std::sqrt(0.5) + 150 * std::sqrt(0.5), 1);
+  lisp("(setq r (ol_ol-drawTripleWye nil 0 nil 0.0 " + kMainIn.lisp() + " " + left.lisp() + " " +
+       right.lisp() + "))");
+  EXPECT_EQ(lisp("(mapcar 'cdr (list (assoc \"en2\" r) (assoc \"en3\" r)))"), "(nil nil)");
+  EXPECT_EQ(lisp("(cdr (assoc \"dHeadLength\" r))"), "200.0");
+  EXPECT_EQ(lisp("(cdr (assoc \"dTailLength1\" r))"), lisp("(cdr (assoc \"dTailLength2\" r))"));
+  EXPECT_NEAR(extentsOf(idOf("(cdr (assoc \"en1\" r))")).minPoint().x, 800, 1e-4);
 }
 
 TEST_F(DuctsTest, WyeBranchOfTheOtherShapeGetsATransition) {
