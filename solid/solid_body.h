@@ -169,7 +169,7 @@ class SolidBodies {
   // B-splines. A singular or projective matrix fails.
   bool transformBy(const double m[4][4]);
   // Triangles of every face, within `deflection` drawing units of the true surface (<= 0: a
-  // deflection of 1/1000 of the extents' diagonal).
+  // deflection of 1/500 of the extents' diagonal, and at most 8 degrees of turn a triangle).
   Mesh mesh(double deflection = 0) const;
   // Every face of every body, as the entity's explode gives them: a flat face with at most four
   // corners and straight edges as one piece, any other face as its triangles (curved faces within
