@@ -12,15 +12,15 @@
 //
 // A collar leaves through the wall its direction faces most (a side, the top or the bottom of a
 // rectangular main; for a round main, the plane where the collar's sides meet the round wall). A
-// branch that leaves aslant crosses the wall over a stretch of its length; its collar is longer by
-// that stretch, so its end face lies whole outside the main. With `shoe` the collar widens towards
-// the main by half its length on each side (a bellmouth), so at the wall it is collarLength wider
-// than the branch; a round shoe no wider than the wall it sits on. A collarLength <= 0 means half
-// the branch's larger side. The main piece reaches past the collars' footprints by a quarter of the
-// largest branch's size, from a's centre line to b's. Lengths returned: dHeadLength the main
-// piece's reach back from a's justified end, dTailLength1 its reach on from b's justified start,
-// dTailLength2 and dTailLength3 each collar's length from its branch's justified start (0 without a
-// second branch).
+// branch that leaves aslant crosses the wall over a stretch of its length; its collar runs on until
+// its farthest side is collarLength past the wall, so its end face lies whole outside the main.
+// With `shoe` the collar widens towards the main by half its length on each side (a bellmouth), so
+// at the wall it is collarLength wider than the branch; a round shoe no wider than the wall it sits
+// on. A collarLength <= 0 means half the branch's larger side. The main piece reaches past the
+// collars' footprints by a quarter of the largest branch's size, from a's centre line to b's.
+// Lengths returned: dHeadLength the main piece's reach back from a's justified end, dTailLength1
+// its reach on from b's justified start, dTailLength2 and dTailLength3 each collar's length from
+// its branch's justified start (0 without a second branch).
 #include <algorithm>
 #include <cmath>
 
