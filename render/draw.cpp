@@ -70,6 +70,16 @@ struct Canvas {
   }
 };
 
+// Colour 7 is drawn black on the white ground, which no shading can
+// lighten: its faces take a light steel grey instead, as a shaded view shows
+// them (its lines stay black).
+Rgb faceBase(const Rgb &color) {
+  if (std::max({color.r, color.g, color.b}) < 0.2) return {0.72, 0.75, 0.80};
+  return color;
+}
+// A face's edges are drawn in its own colour, darkened by this.
+constexpr double kEdgeShade = 0.4;
+
 // A corner in pixels with its depth.
 struct Projected {
   double x, y, d;
@@ -88,8 +98,9 @@ class Painter {
 
   const Placement &placement() const { return placement_; }
 
-  // Faces first, then lines, which lose to a face only when clearly behind
-  // it (an edge lying on a face stays visible).
+  // Faces first, then lines (the faces' visible edges and the curves), which
+  // lose to a face only when clearly behind it (an edge lying on a face stays
+  // visible).
   void paint() {
     double lo = std::numeric_limits<double>::infinity(), hi = -lo;
     for (const Primitive &p : prims_)
@@ -98,6 +109,13 @@ class Painter {
     for (const Primitive &p : prims_)
       if (p.kind == Primitive::Face && p.points.size() >= 3) paintFace(p);
     for (const Primitive &p : prims_) {
+      if (p.kind == Primitive::Face) {
+        Rgb edge = faceBase(p.color);
+        edge = {edge.r * kEdgeShade, edge.g * kEdgeShade, edge.b * kEdgeShade};
+        for (size_t i = 0; i < p.points.size(); ++i)
+          if (p.edges.empty() || (i < p.edges.size() && p.edges[i]))
+            paintLine(p.points[i], p.points[(i + 1) % p.points.size()], bias, edge);
+      }
       if (p.kind != Primitive::Polyline) continue;
       size_t n = p.points.size() + (p.closed ? 1 : 0);
       for (size_t i = 1; i < n; ++i) paintLine(p.points[i - 1], p.points[i % p.points.size()], bias, p.color);
@@ -151,11 +169,7 @@ class Painter {
     // for a picture); the light comes from over the viewer's left shoulder.
     AcGeVector3d light = (axes_.toViewer * 1.0 + axes_.up * 0.6 - axes_.right * 0.4).normal();
     double k = 0.35 + 0.65 * std::fabs(normalOf(p.points).dotProduct(light));
-    // Colour 7 is drawn black on the white ground, which no shading can
-    // lighten: its faces take a light steel grey instead, as a shaded view
-    // shows them, and its lines stay black.
-    Rgb base = p.color;
-    if (std::max({base.r, base.g, base.b}) < 0.2) base = {0.72, 0.75, 0.80};
+    Rgb base = faceBase(p.color);
     uint32_t c = Canvas::pack({base.r * k, base.g * k, base.b * k});
     Projected a = project(p.points[0]);
     for (size_t i = 2; i < p.points.size(); ++i) fillTriangle(a, project(p.points[i - 1]), project(p.points[i]), c);

@@ -4,9 +4,9 @@
 // The drawing is reduced to primitives in world coordinates: curves become
 // polylines (sampled along their parameter), 3D faces become polygons, and
 // every other entity (block references, the duct solids) is exploded until
-// only those remain. Each view projects the primitives, sorts them back to
-// front and paints them (the painter's way of removing hidden surfaces),
-// faces shaded by the angle between their normal and the light.
+// only those remain. Each view projects the primitives and paints them
+// through a depth buffer, faces shaded by the angle between their normal and
+// the light, then the faces' visible edges and the curves as lines.
 #pragma once
 
 #include <cstdint>
@@ -31,6 +31,10 @@ struct Primitive {
   Rgb color;
   std::wstring text;   // Text only
   double height = 0;   // Text only
+  // Face only: whether the side from points[i] to the next is drawn as an
+  // edge line (a 3D face's visible edges: an exploded solid's feature
+  // edges, not the sides inside its triangulated faces). Empty: every side.
+  std::vector<bool> edges;
 };
 
 // The model space of db as primitives.

@@ -74,13 +74,18 @@ class Collector {
     Primitive p;
     p.kind = Primitive::Face;
     p.color = color;
+    bool visible[4];
     for (int i = 0; i < 4; ++i) {
       AcGePoint3d v;
       face->getVertexAt(Adesk::UInt16(i), v);
-      // A triangle repeats its third corner as the fourth.
+      face->isEdgeVisibleAt(Adesk::UInt16(i), visible[i]);
+      // A triangle repeats its third corner as the fourth: its edge 2 has
+      // no length and edge 3 closes it.
       if (i == 3 && v.distanceTo(p.points.back()) < 1e-12) break;
       p.points.push_back(v);
     }
+    p.edges = {visible[0], visible[1], p.points.size() == 3 ? visible[3] : visible[2]};
+    if (p.points.size() == 4) p.edges.push_back(visible[3]);
     out_.push_back(std::move(p));
   }
 

@@ -5,9 +5,10 @@
 // far faster, but it is only right when the pieces do not overlap: it is used when the caller knows
 // the pieces only touch, or when their oriented boxes show they cannot overlap; its result is then
 // checked (valid, and volume equal to the sum of the pieces) and the fuse is redone in full when the
-// check fails. A fuzzy value joins faces that
-// agree only to the drawing's precision, and same-domain faces are merged after every boolean so
-// that a flat side stays one face.
+// check fails. Whichever way it was made, a union is accepted only when it is a valid solid (the
+// library's full check) holding at least its largest piece. A fuzzy value joins faces that agree
+// only to the drawing's precision, and same-domain faces are merged after every boolean so that a
+// flat side stays one face.
 #include <BRepAlgoAPI_Common.hxx>
 #include <BRepAlgoAPI_Cut.hxx>
 #include <BRepAlgoAPI_Fuse.hxx>
@@ -20,6 +21,7 @@
 #include <TopExp_Explorer.hxx>
 #include <TopTools_ListOfShape.hxx>
 #include <TopoDS.hxx>
+#include <algorithm>
 #include <cmath>
 
 #include "solid_internal.h"
@@ -112,11 +114,15 @@ TopoDS_Shape fuseAll(const std::vector<TopoDS_Shape> &shapes, Contact contact, s
       }
       // Glued pieces that only touch keep every bit of their volume; a wrong glue loses or doubles some.
       TopoDS_Shape glued = runFuse(shapes, true);
-      TopExp_Explorer solid(glued, TopAbs_SOLID);
-      if (!glued.IsNull() && solid.More() && std::abs(shapeVolume(glued) - sum) <= 1e-6 * sum) return glued;
+      if (!glued.IsNull() && std::abs(shapeVolume(glued) - sum) <= 1e-6 * sum && validSolid(glued))
+        return glued;
     }
+    // A union holds at least its largest piece; a result that is smaller, or not a valid solid, has
+    // lost pieces or faces on the way (overlapping pieces that the boolean misread).
+    double largest = 0;
+    for (const TopoDS_Shape &s : shapes) largest = std::max(largest, shapeVolume(s));
     TopoDS_Shape fused = runFuse(shapes, false);
-    if (!hasVolume(fused)) {
+    if (!validSolid(fused) || shapeVolume(fused) < largest * (1 - 1e-6)) {
       why = "the union of the pieces is not a valid solid";
       return {};
     }

@@ -67,6 +67,14 @@ double SolidBodies::volume() const {
   return v;
 }
 
+bool SolidBodies::valid() const {
+  std::string ignored;
+  return !impl_->bodies.empty() && guarded(ignored, "", [&] {
+    return std::all_of(impl_->bodies.begin(), impl_->bodies.end(),
+                       [](const Body &b) { return validSolid(b.shape); });
+  });
+}
+
 static bool localBox(const std::vector<Body> &bodies, Bnd_Box &box) {
   for (const Body &b : bodies) BRepBndLib::AddOptimal(b.shape, box, Standard_False, Standard_False);
   return !box.IsVoid();

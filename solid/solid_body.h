@@ -46,6 +46,10 @@ struct FacePiece {
   Pt corners[4];
   int count = 0;
   int kind = 0;  // the option tag of the body the face came from
+  // Whether the side from corner i to the next lies on one of the solid's feature edges (where two
+  // faces meet at a crease, not smoothly, and not a closed face's seam). The sides inside a face's
+  // triangles are no edges; a picture or another CAD program draws the feature edges only.
+  bool edge[4] = {false, false, false, false};
 };
 
 // A triangle mesh of all bodies: vertex positions and index triples, outward-facing order.
@@ -155,6 +159,9 @@ class SolidBodies {
   bool empty() const { return bodyCount() == 0; }
   // Sum of the bodies' volumes (cubic drawing units).
   double volume() const;
+  // True when every body passes the modelling library's full topological and geometric check and
+  // encloses a positive volume; false for no body.
+  bool valid() const;
   // Bounding box of all bodies, exact to the modelling tolerance (1e-7); false when there is none.
   bool extents(Pt &min, Pt &max) const;
   // Applies a 4x4 matrix (row-major, m[row][col], points as columns) to every body. A rigid motion
@@ -162,10 +169,12 @@ class SolidBodies {
   // B-splines. A singular or projective matrix fails.
   bool transformBy(const double m[4][4]);
   // Triangles of every face, within `deflection` drawing units of the true surface (<= 0: a
-  // deflection of 1/1000 of the extents' diagonal).
+  // deflection of 1/500 of the extents' diagonal, and at most 8 degrees of turn a triangle).
   Mesh mesh(double deflection = 0) const;
   // Every face of every body, as the entity's explode gives them: a flat face with at most four
-  // corners and straight edges as one piece, any other face as its triangles.
+  // corners and straight edges as one piece, any other face as its triangles (curved faces within
+  // 1/500 of the body's size and 8 degrees of turn a triangle, so a bend looks round), each side
+  // marked as a feature edge or not.
   std::vector<FacePiece> explode() const;
 
   // All bodies as a STEP file (AP214), in world coordinates. False when there is no body or the

@@ -112,7 +112,7 @@ enum class Contact { kTouching, kOverlapping, kUnknown };
 // validity, redone in full if the glued result is wrong), then same-domain faces unified. Null on
 // failure.
 // `pieceVolume`, when the caller knows it (the sum of the pieces' volumes), saves measuring them. The
-// result is a solid of positive volume.
+// result passes validSolid and holds at least the largest piece's volume; any other is a failure.
 TopoDS_Shape fuseAll(const std::vector<TopoDS_Shape> &shapes, Contact contact, std::string &why,
                      double pieceVolume = -1);
 // a minus b, fuzzy, unified. Null on failure.

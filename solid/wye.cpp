@@ -46,18 +46,21 @@ double largestHalf(const Section &s) {
   return std::max(s.width, s.depth) / 2;
 }
 
-// The trunk's section carried round to face along direction d (the smallest turn that does it).
-Section turnedTo(const Section &trunk, const gp_Dir &d, const gp_Pnt &at) {
-  Section s = trunk;
+// The trunk's section carried round to face along a branch (the smallest turn that does it), at
+// `at`, and told in the branch's own frame: the branch's y and z, the trunk's width along the one
+// of them its turned width lies nearer. A taper between two sections of one frame pairs its corners
+// side by side, whichever way the runs' frames happen to point; pairing them in the trunk's frame
+// instead twists a taper whose branch frame is turned half round against the trunk's.
+Section trunkAtBranch(const Section &trunk, const Section &branch, const gp_Pnt &at) {
+  gp_Dir turnedY = trunk.y;
+  gp_Vec axis = gp_Vec(trunk.x).Crossed(gp_Vec(branch.x));
+  if (axis.Magnitude() > 1e-12) turnedY = trunk.y.Rotated(gp_Ax1(at, gp_Dir(axis)), trunk.x.Angle(branch.x));
+  Section s = branch;
   s.centre = at;
-  gp_Vec axis = gp_Vec(trunk.x).Crossed(gp_Vec(d));
-  if (axis.Magnitude() > 1e-12) {
-    gp_Ax1 ax(at, gp_Dir(axis));
-    double angle = trunk.x.Angle(d);
-    s.y = trunk.y.Rotated(ax, angle);
-    s.z = trunk.z.Rotated(ax, angle);
-  }
-  s.x = d;
+  s.rect = trunk.rect;
+  bool widthAlongY = std::abs(turnedY.Dot(branch.y)) >= std::abs(turnedY.Dot(branch.z));
+  s.width = widthAlongY ? trunk.width : trunk.depth;
+  s.depth = widthAlongY ? trunk.depth : trunk.width;
   return s;
 }
 
@@ -153,7 +156,7 @@ bool SolidBodies::addWye(Pt p1, double width1, double depth1, Pt p2, double widt
       double straight = gp_Vec(collar[i], s[i].centre).Dot(gp_Vec(s[i].x));
       if (taper <= 1e-9 || straight < -1e-9)
         return im.fail("a wye collar is not between its leg start and port");
-      Section from = turnedTo(trunk, s[i].x, start[i]);
+      Section from = trunkAtBranch(trunk, s[i], start[i]);
       Section to = s[i];
       to.centre = collar[i];
       TopoDS_Shape taperBody = loftSections(from, to, im.error);

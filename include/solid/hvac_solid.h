@@ -120,6 +120,9 @@ class ol_hvacSolid : public AcDbEntity {
   virtual int bodyCount() const;
   // Sum of the bodies' volumes.
   virtual double volume() const;
+  // True when the solid has bodies and each passes the modeller's full check (a closed, valid solid
+  // of positive volume).
+  virtual bool isValid() const;
   // All bodies as an AP214 STEP file; false when there is none or the file cannot be written.
   virtual bool writeStep(const char *path) const;
   // Why the last failed operation failed (empty after a success); valid until the next operation.

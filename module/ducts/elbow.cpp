@@ -2,9 +2,13 @@
 //
 // Run a comes in along frame A's x and run b leaves along frame B's x; their centre lines (through
 // a's justified start and b's justified end) meet at the corner. The elbow sits at the corner and
-// reaches back along each run by its tangent length T; the straight duct beyond is the caller's:
-// dHeadLength is T (to be cut from the end of run a), dTailLength is T, plus the length of the
-// size transition when one follows the elbow (to be cut from the start of run b).
+// reaches back along each run by its tangent length T (plus a size transition's length where one
+// comes with it); the straight duct beyond is the caller's. dHeadLength is what to cut from the
+// end of run a and dTailLength what to cut from the start of run b, each measured from that run's
+// justified end, so that a straight piece cut back by them meets the elbow face to face. For
+// centred runs that meet at one point they are T (+ the transition); a justified pair's centre
+// lines meet elsewhere than their ends, and the difference is included. An elbow that does not
+// fit within its runs (it would reach behind the start of a or past the end of b) is not built.
 //
 //   radius elbow:   centre-line radius R = ratio x the section's size s in the bend plane,
 //                   T = R tan(angle / 2); the arc alone, tangent point to tangent point.
@@ -22,6 +26,7 @@
 // change, "en2" is there with nil.
 #include <algorithm>
 #include <cmath>
+#include <string>
 #include <vector>
 
 #include "ducts/fitting.h"
@@ -76,17 +81,25 @@ struct Elbow {
 struct Built {
   SolidPtr elbow, transition;
   double head = 0, tail = 0;
+  std::string why;  // when nothing is built
 };
 
-// The elbow step. On success out holds the new solids (not yet in the drawing).
+bool fail(Built &out, const char *why) {
+  out.why = why;
+  return false;
+}
+
+// The elbow step. On success out holds the new solids (not yet in the drawing); on failure out.why
+// says why.
 bool buildElbow(const Elbow &in, Built &out) {
   const DuctRun &a = in.a, &b = in.b;
   const FittingFrame &fa = in.fa, &fb = in.fb;
   AcGePoint3d start = justifiedStart(a, &fa, in.convert), end = justifiedEnd(b, &fb, in.convert);
-  AcGePoint3d c;
-  if (!corner(start, fa.x(), end, fb.x(), c)) return false;
   double angle = fa.x().angleTo(fb.x());
-  if (angle < 1e-6 || angle > M_PI - 1e-6) return false;
+  if (angle < 1e-6 || angle > M_PI - 1e-6) return fail(out, "the elbow's runs lie in one line");
+  AcGePoint3d c;
+  if (!corner(start, fa.x(), end, fb.x(), c))
+    return fail(out, "the centre lines of the elbow's runs do not meet");
   AcGeVector3d n = fa.x().crossProduct(fb.x()).normal();
 
   bool rect = isRectangular(a);
@@ -96,7 +109,11 @@ bool buildElbow(const Elbow &in, Built &out) {
   double s = widthInPlane ? own.width : own.depth;
   AcGeVector3d turnedY = fa.y();
   turnedY.rotateBy(angle, n);
-  bool aligned = std::abs(turnedY.dotProduct(fb.y())) >= std::abs(turnedY.dotProduct(fb.z()));
+  double alongY = std::abs(turnedY.dotProduct(fb.y())), alongZ = std::abs(turnedY.dotProduct(fb.z()));
+  // A turn in plan and in elevation at once leaves a's sides askew to b's: the section would roll.
+  if (rect && std::min(alongY, alongZ) > 1e-6)
+    return fail(out, "the elbow turns in plan and in elevation at once (a rolled elbow)");
+  bool aligned = alongY >= alongZ;
   Size ownAtEnd = aligned ? own : Size{own.depth, own.width};
   const Size bSize{std::abs(b.width), std::abs(b.depth)};  // measured in frame B, as ownAtEnd
   Size startSize = own, endSize = ownAtEnd;                // the elbow's end sections, in frames A and B
@@ -106,7 +123,7 @@ bool buildElbow(const Elbow &in, Built &out) {
   double tanHalf = std::tan(angle / 2);
   double reach;
   SolidPtr solid = newSolid();
-  if (!solid) return false;
+  if (!solid) return fail(out, "");
   bool ok;
   if (!in.square) {
     if (ratio == 0) ratio = 1.5;
@@ -154,31 +171,42 @@ bool buildElbow(const Elbow &in, Built &out) {
       break;
     }
   }
-  if (!ok) return false;
-  out.elbow = std::move(solid);
-  out.head = out.tail = reach;
+  if (!ok) return fail(out, solid->lastError());
 
   // The elbow has one size throughout; a second solid changes the size where the elbow's differs
   // from a run's: before the elbow along a when it was built at b's size, else after it along b.
-  auto change = [&](const AcGePoint3d &from, bool fromRect, const Size &fromSize, bool toRect,
-                    const Size &toSize, const FittingFrame &f, double &length) {
-    length =
+  double reachA = reach, reachB = reach;
+  SolidPtr change;
+  auto changeSize = [&](const AcGePoint3d &from, bool fromRect, const Size &fromSize, bool toRect,
+                        const Size &toSize, const FittingFrame &f) {
+    double length =
         transitionLength(fromSize.width, fromSize.depth, fromRect, toSize.width, toSize.depth, toRect, 15.0);
     SolidPtr t = length > 0 ? newSolid() : nullptr;
     if (!t || !t->addTransition(from, fromRect, fromSize.width, fromSize.depth, from + length * f.x(), toRect,
                                 toSize.width, toSize.depth, f.data(), f.data(), in.option))
-      return false;
-    out.transition = std::move(t);
-    return true;
+      return 0.0;
+    change = std::move(t);
+    return length;
   };
-  double length = 0;
   if (!sameSize(own, startSize, rect)) {
     double before =
         transitionLength(own.width, own.depth, rect, startSize.width, startSize.depth, rect, 15.0);
-    if (change(c - (reach + before) * fa.x(), rect, own, rect, startSize, fa, length)) out.head += length;
+    reachA += changeSize(c - (reach + before) * fa.x(), rect, own, rect, startSize, fa);
   } else if (!sameSize(endSize, bSize, rect) || rect != isRectangular(b)) {
-    if (change(c + reach * fb.x(), rect, endSize, isRectangular(b), bSize, fb, length)) out.tail += length;
+    reachB += changeSize(c + reach * fb.x(), rect, endSize, isRectangular(b), bSize, fb);
   }
+  // Measured from the runs' own (justified) ends, which a justified pair's corner lies off.
+  AcGePoint3d endA = justifiedEnd(a, &fa, in.convert), startB = justifiedStart(b, &fb, in.convert);
+  double head = (endA - c).dotProduct(fa.x()) + reachA, tail = (c - startB).dotProduct(fb.x()) + reachB;
+  double tol = 1e-9 * std::max({1.0, head, tail});
+  if (head > (endA - start).dotProduct(fa.x()) + tol)
+    return fail(out, "the elbow reaches behind the start of its first run");
+  if (tail > (end - startB).dotProduct(fb.x()) + tol)
+    return fail(out, "the elbow reaches past the end of its second run");
+  out.elbow = std::move(solid);
+  out.transition = std::move(change);
+  out.head = head;
+  out.tail = tail;
   return true;
 }
 
@@ -206,7 +234,10 @@ int ol_ol_drawTripleElbow() {
   e.fb = computeFrame(e.b, &e.a, e.convert);
 
   Built built;
-  if (!buildElbow(e, built)) return 0;
+  if (!buildElbow(e, built)) {
+    if (!built.why.empty()) tellNoSolid(built.why.c_str());
+    return 0;
+  }
   ads_name elbowName, changeName;
   bool haveChange = false;
   if (!addToDrawing(std::move(built.elbow), elbowName)) return 0;

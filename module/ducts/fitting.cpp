@@ -15,9 +15,17 @@ void LetGo::operator()(AcDbEntity *entity) const {
 
 SolidPtr newSolid() {
   SolidPtr solid(ol_hvacSolid::create());
-  if (!solid)
-    acutPrintf(L"%s", L"\nNo duct solid made: the solid module ol_ol-solid2025x64.dbx is not loaded.\n");
+  if (!solid) tellNoSolid("the solid module ol_ol-solid2025x64.dbx is not loaded");
   return solid;
+}
+
+void tellNoSolid(const char *why) {
+  acutPrintf(L"\nNo duct solid made: %hs.\n", why && *why ? why : "the solid modeller refused it");
+}
+
+bool refused(const ol_hvacSolid &solid) {
+  tellNoSolid(solid.lastError());
+  return false;
 }
 
 bool addToDrawing(EntityPtr entity, ads_name &name) {

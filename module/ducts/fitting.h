@@ -22,6 +22,12 @@ using SolidPtr = std::unique_ptr<ol_hvacSolid, LetGo>;
 // (the class is not registered).
 SolidPtr newSolid();
 
+// Says on the command line why a fitting makes no solid: "\nNo duct solid made: <why>.\n". A fitting
+// that answers nil for any reason but a piece too short to draw says why.
+void tellNoSolid(const char *why);
+// The same with the modeller's reason for the solid's last refusal. False, for a caller to return.
+bool refused(const ol_hvacSolid &solid);
+
 // Appends the entity to the current drawing's model space and closes it; name receives its entity
 // name. On failure (already told by an alert) the entity is deleted and false returned.
 bool addToDrawing(EntityPtr entity, ads_name &name);

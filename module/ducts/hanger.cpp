@@ -93,8 +93,11 @@ int ol_ol_drawHanger() {
                   AcGeVector3d(std::cos(h.angle + kQuarterTurn), std::sin(h.angle + kQuarterTurn), 0),
                   AcGeVector3d(0, 0, 1)};
   ducts::SolidPtr solid = ducts::newSolid();
-  if (solid && (h.style ? band(solid.get(), h, F) : trapeze(solid.get(), h, F)))
+  if (!solid) return 0;
+  if (h.style ? band(solid.get(), h, F) : trapeze(solid.get(), h, F))
     ducts::answerSolid(std::move(solid), L"hanger");
+  else
+    ducts::refused(*solid);
   return 0;
 }
 

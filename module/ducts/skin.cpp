@@ -16,7 +16,11 @@ int ol_ol_drawTripleSkin() {
   ads_point p;
   while (frame::readPoint(cur, p)) points.append(AcGePoint3d(p[0], p[1], p[2]));
   ducts::SolidPtr solid = ducts::newSolid();
-  if (solid && solid->addSkin(points, thickness)) ducts::answerSolid(std::move(solid), L"en");
+  if (!solid) return 0;
+  if (solid->addSkin(points, thickness))
+    ducts::answerSolid(std::move(solid), L"en");
+  else
+    ducts::refused(*solid);
   return 0;
 }
 

@@ -28,7 +28,8 @@ int ol_ol_drawTripleCenter() {
   SolidPtr solid = newSolid();
   bool rc = shapeFamily(a) == L"RC";
   double w = std::abs(a.width), d = std::abs(a.depth);
-  if (!solid || !solid->addTransition(s, rc, w, d, e, rc, w, d, f.data(), f.data(), in.option)) return 0;
+  if (!solid) return 0;
+  if (!solid->addTransition(s, rc, w, d, e, rc, w, d, f.data(), f.data(), in.option)) return refused(*solid);
   ads_name name;
   if (addToDrawing(std::move(solid), name)) acedRetName(name, RTENAME);
   return 0;

@@ -27,9 +27,11 @@ int ol_ol_drawTripleTransition() {
   p2 = p2 + length * frameB.x();
   SolidPtr solid = newSolid();
   if (!solid) return 0;
-  // Added to the drawing whatever the modeller answered: the caller counts on the length.
-  solid->addTransition(p1, isRectangular(a), std::abs(a.width), std::abs(a.depth), p2, isRectangular(b),
-                       std::abs(b.width), std::abs(b.depth), frameA.data(), frameB.data(), in.option);
+  // Added to the drawing whatever the modeller answered (the caller counts on the length); a
+  // refusal is told all the same.
+  if (!solid->addTransition(p1, isRectangular(a), std::abs(a.width), std::abs(a.depth), p2, isRectangular(b),
+                            std::abs(b.width), std::abs(b.depth), frameA.data(), frameB.data(), in.option))
+    refused(*solid);
   ads_name name;
   if (!addToDrawing(std::move(solid), name)) return 0;
   frame::ResultChain result;

@@ -11,8 +11,11 @@
 // With `shortLegs` a branch whose run ends before its collar is cut at the run's end instead of
 // failing. The wye has the trunk's shape; a branch of the other shape (round off a rectangular
 // trunk) gets a transition from the wye's port to its own shape ("en2" for b, "en3" for c). Lengths
-// returned, each measured from J: dHeadLength along a, dTailLength1 along b and dTailLength2 along
-// c (including any shape transition).
+// returned: dHeadLength from a's justified end back to the trunk port, dTailLength1 and
+// dTailLength2 from b's and c's justified starts on to their ports (including any shape
+// transition), so that straight pieces cut back by them meet the wye face to face. The three centre
+// lines must meet: runs justified to a side ("l", "r") shift each centre line across its own run,
+// and a wye between them is refused with the modeller's reason.
 #include <algorithm>
 #include <cmath>
 
@@ -84,7 +87,7 @@ int ol_ol_drawTripleWye() {
   // own ports.
   if (!wye->addWyePrep(p1, w1, d1, p2, w2, d2, p3, w3, d3, fa.data(), fb.data(), fc.data(), rect, l1, l2, l3,
                        c1, c2, c3, shortLegs, tolerance))
-    return 0;
+    return refused(*wye);
   AcGePoint3d junction = toPoint(l1);
   double h = std::max({w1, d1, w2, d2, w3, d3}) / 2;
   double head = std::min(h + extension, junction.distanceTo(p1));
@@ -95,7 +98,7 @@ int ol_ol_drawTripleWye() {
                        c1, c2, c3, true, tolerance) ||
       !wye->addWye(q1, w1, d1, q2, w2, d2, q3, w3, d3, junction, fa.data(), fb.data(), fc.data(), rect, l1,
                    l2, l3, c1, c2, c3, option))
-    return 0;
+    return refused(*wye);
   SolidPtr change2, change3;
   double extra2 = 0, extra3 = 0;
   shapeChange(b, fb, q2, rect, option, change2, extra2);
@@ -111,9 +114,13 @@ int ol_ol_drawTripleWye() {
   result.addPair(L"en1", n1);
   result.addPair(L"en2", have2 ? n2 : nullptr);
   result.addPair(L"en3", have3 ? n3 : nullptr);
-  result.addPair(L"dHeadLength", head);
-  result.addPair(L"dTailLength1", tail1 + (have2 ? extra2 : 0));
-  result.addPair(L"dTailLength2", tail2 + (have3 ? extra3 : 0));
+  // From the runs' own ends: the junction lies on their centre lines, but a justified run's end
+  // need not be it.
+  result.addPair(L"dHeadLength", (justifiedEnd(a, &fa, convert) - q1).dotProduct(fa.x()));
+  result.addPair(L"dTailLength1",
+                 (q2 - justifiedStart(b, &fb, convert)).dotProduct(fb.x()) + (have2 ? extra2 : 0));
+  result.addPair(L"dTailLength2",
+                 (q3 - justifiedStart(c, &fc, convert)).dotProduct(fc.x()) + (have3 ? extra3 : 0));
   result.add(RTLE);
   result.returnToHost();
   return 0;

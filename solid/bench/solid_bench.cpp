@@ -227,7 +227,7 @@ void BM_Explode(benchmark::State &state) {
 void BM_ExplodeBare(benchmark::State &state) {
   for (auto _ : state) {
     TopoDS_Shape e = bareRadiusElbow();
-    BRepMesh_IncrementalMesh(e, 2.0, Standard_False, 0.35, Standard_False);
+    BRepMesh_IncrementalMesh(e, 2.0, Standard_False, 0.14, Standard_False);
     benchmark::DoNotOptimize(e);
   }
 }

@@ -3,7 +3,8 @@
 // What other CAD programs see is the solid's faces as 3DFACEs (the one triangulated form they all
 // draw) in an anonymous block with an INSERT in the solid's place: each flat face of at most four
 // corners as one 3DFACE, any other face as its triangles, in world coordinates, on layer 0 with
-// colour ByBlock so that the INSERT's layer and colour show. What this module reads back is exact:
+// colour ByBlock so that the INSERT's layer and colour show; only the solid's feature edges are
+// visible edges. What this module reads back is exact:
 // the XRECORD holds the bodies' filing text (SolidBodies::toString: the local origin in hexadecimal
 // floating point, then each body's kind tag and its shape in Open CASCADE's ASCII format), so the
 // entity's placement (origin plus turned bodies) comes back to the last bit.
@@ -22,6 +23,7 @@
 #include <utility>
 #include <vector>
 
+#include "face.h"
 #include "solid/hvac_solid.h"
 #include "solid_body.h"
 
@@ -29,10 +31,6 @@ namespace {
 
 constexpr int kFormat = 1;
 constexpr size_t kChunk = 2000;
-
-AcGePoint3d acPoint(const vantry::solid::Pt &p) {
-  return {p.x, p.y, p.z};
-}
 
 // The filing text is ASCII (numbers, words and line breaks), so a character is a byte.
 std::wstring wide(std::string_view s) {
@@ -43,9 +41,7 @@ Acad::ErrorStatus writeSolid(const AcDbEntity *entity, AcDbVoidPtrArray &drawabl
   const ol_hvacSolid *solid = ol_hvacSolid::cast(entity);
   if (!solid) return Acad::eWrongObjectType;
   for (const vantry::solid::FacePiece &f : solid->bodies().explode()) {
-    const vantry::solid::Pt *c = f.corners;
-    auto *face = f.count == 4 ? new AcDbFace(acPoint(c[0]), acPoint(c[1]), acPoint(c[2]), acPoint(c[3]))
-                              : new AcDbFace(acPoint(c[0]), acPoint(c[1]), acPoint(c[2]));
+    AcDbFace *face = newFace(f);
     face->setColorIndex(0);
     drawable.append(face);
   }

@@ -2,6 +2,7 @@
 // modeller's, the write check, and the host's entity protocol (extents, explode, transform, copy).
 #include "solid/hvac_solid.h"
 
+#include "face.h"
 #include "solid_body.h"
 
 using vantry::solid::Frame;
@@ -197,6 +198,10 @@ bool ol_hvacSolid::restore(const std::string &text) {
   return bodies_->fromString(text);
 }
 
+bool ol_hvacSolid::isValid() const {
+  return bodies_->valid();
+}
+
 const char *ol_hvacSolid::lastError() const {
   return refusal_ ? refusal_ : bodies_->lastError().c_str();
 }
@@ -212,9 +217,7 @@ Acad::ErrorStatus ol_hvacSolid::getGeomExtents(AcDbExtents &extents) const {
 Acad::ErrorStatus ol_hvacSolid::explode(AcDbVoidPtrArray &entities) const {
   if (bodies_->empty()) return Acad::eNotApplicable;
   for (const vantry::solid::FacePiece &f : bodies_->explode()) {
-    const Pt *c = f.corners;
-    AcDbFace *face = f.count == 4 ? new AcDbFace(acPoint(c[0]), acPoint(c[1]), acPoint(c[2]), acPoint(c[3]))
-                                  : new AcDbFace(acPoint(c[0]), acPoint(c[1]), acPoint(c[2]));
+    AcDbFace *face = newFace(f);
     face->setColor(color());
     if (!layerId().isNull()) face->setLayer(layerId());
     entities.append(face);

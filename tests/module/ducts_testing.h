@@ -64,9 +64,27 @@ class DuctsTest : public ModuleFixture {
     acutRelRb(rb);
     return id;
   }
+  // The number a LISP expression yields, to the last bit (printing keeps six digits).
+  double realOf(const std::string &expr) {
+    lisp::Interp &in = host::Session::get().current()->lisp();
+    lisp::Value v = evalValue(expr);
+    resbuf *rb = host::valueToArgs(in, &v, 1);
+    double out = rb && rb->restype == RTREAL ? rb->resval.rreal : std::nan("");
+    acutRelRb(rb);
+    return out;
+  }
+  // The solid's volume; a solid with any volume must also pass the modeller's own check, so every
+  // solid a test measures is checked.
   double volumeOf(AcDbObjectId id) {
     AcDbObjectPointer<ol_hvacSolid> s(id, AcDb::kForRead);
-    return s.openStatus() == Acad::eOk ? s->volume() : -1;
+    if (s.openStatus() != Acad::eOk) return -1;
+    EXPECT_TRUE(!(s->volume() > 0) || s->isValid()) << "not a valid solid";
+    return s->volume();
+  }
+  // The modeller's own check of the solid: closed, valid, of positive volume.
+  bool validOf(AcDbObjectId id) {
+    AcDbObjectPointer<ol_hvacSolid> s(id, AcDb::kForRead);
+    return s.openStatus() == Acad::eOk && s->isValid();
   }
   AcDbExtents extentsOf(AcDbObjectId id) {
     AcDbExtents e;

@@ -2,7 +2,9 @@
 // meshing and exploding.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <limits>
+#include <utility>
 
 #include "solid_testing.h"
 
@@ -247,6 +249,40 @@ TEST(Explode, FlatFacesStayWholeAndFaceOutwards) {
   auto pieces = round.explode();
   EXPECT_GT(pieces.size(), 20u);
   for (const FacePiece &f : pieces) EXPECT_EQ(f.count, 3);
+}
+
+// Feature edges: where faces meet at a crease. A box's every side is one; a round duct's only its two
+// end circles (not its seam, nor where the four arcs of its section meet); a radius elbow's not
+// where its legs run smoothly into the arc.
+TEST(Explode, MarksTheFeatureEdges) {
+  auto sides = [](const SolidBodies &s, auto keep) {
+    double length = 0;
+    int count = 0;
+    for (const FacePiece &f : s.explode())
+      for (int i = 0; i < f.count; ++i) {
+        const Pt &a = f.corners[i], &b = f.corners[(i + 1) % f.count];
+        if (!f.edge[i] || !keep(a, b)) continue;
+        length += std::hypot(b.x - a.x, b.y - a.y, b.z - a.z);
+        ++count;
+      }
+    return std::pair(length, count);
+  };
+  auto any = [](const Pt &, const Pt &) { return true; };
+  // Each edge is a side of the two faces that meet there.
+  EXPECT_NEAR(sides(box(at(0, 0, 0), 1000, 400, 200), any).first, 2 * 4 * (1000 + 400 + 200), 1e-6);
+  SolidBodies round;
+  ASSERT_TRUE(round.addTransition(at(0, 0, 0), false, 200, 0, at(300, 0, 0), false, 200, 0, kEast, kEast, 0));
+  auto [circles, n] = sides(round, any);
+  EXPECT_NEAR(circles, 2 * 2 * M_PI * 200, 0.01 * M_PI * 200);
+  auto alongAxis = [](const Pt &a, const Pt &b) { return std::abs(b.x - a.x) > 1; };
+  EXPECT_EQ(sides(round, alongAxis).second, 0);
+  SolidBodies elbow;
+  ASSERT_TRUE(elbow.addRadiusElbow(at(0, 0, 0), 200, 100, 0, 0, at(1000, 1000, 0), 200, 100, kEast, kNorth,
+                                   true, 1.0, false, 0, true))
+      << elbow.lastError();
+  // Upright sides lie on the ends' upright edges only: two at each end, on both of their faces.
+  auto upright = [](const Pt &a, const Pt &b) { return std::hypot(b.x - a.x, b.y - a.y) < 1e-6; };
+  EXPECT_EQ(sides(elbow, upright).second, 8);
 }
 
 }  // namespace

@@ -140,6 +140,40 @@ TEST(RenderPicture, ShadingFollowsTheFaceNormalOnBothSides) {
   EXPECT_GT(green(a.at(int(x), int(y))), 0.35);
 }
 
+// A 3D face's visible edges are drawn as dark lines, its invisible ones (the
+// sides inside an exploded solid's triangulated faces) not; a triangle's
+// closing side is its edge 3.
+TEST(RenderPicture, FacesDrawTheirVisibleEdgesOnly) {
+  AcDbDatabase db;
+  append(db, new AcDbFace(AcGePoint3d(0, 0, 0), AcGePoint3d(10, 0, 0), AcGePoint3d(10, 10, 0), AcGePoint3d(0, 10, 0),
+                          true, false, true, false));
+  append(db, new AcDbFace(AcGePoint3d(20, 0, 0), AcGePoint3d(30, 0, 0), AcGePoint3d(20, 10, 0), false, true, true,
+                          false));
+  std::vector<Primitive> prims = collectModelSpace(&db);
+  ASSERT_EQ(prims.size(), 2u);
+  EXPECT_EQ(prims[0].edges, (std::vector<bool>{true, false, true, false}));
+  EXPECT_EQ(prims[1].edges, (std::vector<bool>{false, true, false}));
+  for (Primitive &p : prims) p.color = {1, 0, 0};
+  Options plan;
+  plan.isometric = false;
+  std::vector<Placement> pl;
+  Picture pic = draw(prims, plan, &pl);
+  // The darkest red about a point: an edge line is drawn there when it is dark.
+  auto darkest = [&](double x, double y) {
+    double px, py, least = 1;
+    pl[0].toPixel(AcGePoint3d(x, y, 0), px, py);
+    for (int dy = -1; dy <= 1; ++dy)
+      for (int dx = -1; dx <= 1; ++dx) least = std::min(least, red(pic.at(int(px) + dx, int(py) + dy)));
+    return least;
+  };
+  EXPECT_LT(darkest(5, 0), 0.5);  // visible
+  EXPECT_LT(darkest(5, 10), 0.5);
+  EXPECT_GT(darkest(10, 5), 0.7);  // invisible: the face's own shade or the ground
+  EXPECT_GT(darkest(0, 5), 0.7);
+  EXPECT_GT(darkest(25, 0), 0.7);
+  EXPECT_LT(darkest(25, 5), 0.5);  // the triangle's long side, edge 1
+}
+
 TEST(RenderFile, WritesAPngAndKeepsTheOldOneOnFailure) {
   AcDbDatabase db;
   append(db, new AcDbLine(AcGePoint3d(0, 0, 0), AcGePoint3d(10, 3, 0)));
