@@ -49,7 +49,8 @@
 (assert-true "a new handle" (not (member (dxf--last) handles)))
 (assert-equal "save again" T (host:save))
 
-;; A damaged file is refused with the line at fault.
+;; A damaged file opens with what can be read; the transcript names the
+;; lines dropped.
 (setq bad (strcat (getenv "TMP") "/damaged.dxf"))
 (setq f (open bad "w"))
 (write-line "0" f)
@@ -59,8 +60,19 @@
 (write-line "oops" f)
 (close f)
 (host:clear-transcript)
-(assert-equal "a damaged drawing does not open" nil (host:open-document bad))
+(assert-true "a damaged drawing opens" (host:open-document bad))
 (assert-true "the transcript names the line"
-             (vl-string-search "line 5: expected a group code, found \"oops\"" (host:transcript)))
+             (vl-string-search "line 5: dropped, expected a group code, found \"oops\"" (host:transcript)))
+
+;; What is no drawing file at all is refused with the line at fault.
+(setq bad (strcat (getenv "TMP") "/notadrawing.dxf"))
+(setq f (open bad "w"))
+(write-line "hello" f)
+(write-line "world" f)
+(close f)
+(host:clear-transcript)
+(assert-equal "not a drawing: refused" nil (host:open-document bad))
+(assert-true "the transcript names the line"
+             (vl-string-search "line 1: not a drawing file" (host:transcript)))
 
 (test-done)
