@@ -257,6 +257,11 @@ class VerbatimObject : public AcDbObject {
   std::vector<AcDbDxfFiler::Item> groups_;
 };
 
+// The type an object has in drawing data (group 0): its class's DXF name,
+// or the type a kept-verbatim entity or object was read with; null when
+// it has none.
+const ACHAR *dxfTypeOf(const AcDbObject *obj);
+
 // Installs entget, entmake, entmakex, entmod, entdel, entlast, entnext,
 // handent, entupd (db_lisp_entities.cpp) and tblsearch, tblnext, tblobjname,
 // namedobjdict, dictsearch, dictnext, regapp (db_lisp_tables.cpp).

@@ -122,3 +122,9 @@ Acad::ErrorStatus VerbatimObject::dxfInFields(AcDbDxfFiler *f) {
     if (it.code != 105 && it.code != 330) groups_.push_back(it);
   return Acad::eOk;
 }
+
+const ACHAR *vantry::host::dxfTypeOf(const AcDbObject *obj) {
+  if (auto *e = VerbatimEntity::cast(obj)) return e->dxfType().c_str();
+  if (auto *o = VerbatimObject::cast(obj)) return o->dxfType().c_str();
+  return obj ? obj->isA()->dxfName() : nullptr;
+}

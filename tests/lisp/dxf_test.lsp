@@ -75,4 +75,17 @@
 (assert-true "the transcript names the line"
              (vl-string-search "line 1: not a drawing file" (host:transcript)))
 
+;; A kind the host does not model (TEXT) is kept as its groups, and scripts
+;; see it under its own type.
+(setq other (strcat (getenv "TMP") "/text.dxf"))
+(setq f (open other "w"))
+(foreach l '("0" "SECTION" "2" "ENTITIES" "0" "TEXT" "5" "2B" "8" "NOTES" "10" "1.0" "20" "2.0" "30" "0.0"
+             "40" "2.5" "1" "hello" "0" "ENDSEC" "0" "EOF")
+  (write-line l f))
+(close f)
+(assert-true "a drawing with a TEXT opens" (host:open-document other))
+(assert-equal "entget names its type" "TEXT" (cdr (assoc 0 (entget (handent "2B")))))
+(assert-equal "its layer is the entity's" "NOTES" (cdr (assoc 8 (entget (handent "2B")))))
+(assert-equal "a selection by type finds it" 1 (sslength (ssget "X" '((0 . "TEXT")))))
+
 (test-done)
