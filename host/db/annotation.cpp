@@ -204,10 +204,23 @@ Acad::ErrorStatus AcDbMText::dxfOutFields(AcDbDxfFiler *f) const {
     f->writeDouble(45, fillScale_);
     f->writeInt32(441, 0);
   }
+  if (f->isFile())
+    for (const auto &it : embedded_) f->items().push_back(it);
   return Acad::eOk;
 }
 
-Acad::ErrorStatus AcDbMText::dxfInFields(AcDbDxfFiler *f) {
+Acad::ErrorStatus AcDbMText::dxfInFields(AcDbDxfFiler *in) {
+  // An embedded object (columns) repeats codes of the text's own (10, 11,
+  // 40, 71 ...) with other meanings: the text reads only what comes before
+  // it, and keeps the rest to write back.
+  AcDbDxfFiler own(in->isFile());
+  std::vector<AcDbDxfFiler::Item> embedded;
+  bool inEmbedded = false;
+  for (const auto &it : in->items()) {
+    inEmbedded = inEmbedded || it.code == 101;
+    (inEmbedded ? embedded : own.items()).push_back(it);
+  }
+  AcDbDxfFiler *f = &own;
   if (Acad::ErrorStatus es = AcDbEntity::dxfInFields(f); es != Acad::eOk) return es;
   double d;
   int64_t v;
@@ -254,6 +267,7 @@ Acad::ErrorStatus AcDbMText::dxfInFields(AcDbDxfFiler *f) {
   if (f->getInt(90, v)) fill_ = v & 1, useBgColor_ = (v & 2) != 0;
   if (f->getInt(63, v) && v >= 0 && v <= 256) fillColor_.setColorIndex(Adesk::UInt16(v));
   if (f->getDouble(45, d) && d >= 1 && d <= 5) fillScale_ = d;
+  if (in->isFile()) embedded_ = std::move(embedded);
   return Acad::eOk;
 }
 

@@ -98,6 +98,9 @@ VANTRY_DB_MEMBERS(AcDbLeader, AcDbCurve, L"LEADER", make<AcDbLeader>, COPIES(AcD
 VANTRY_DB_MEMBERS(AcDbFace, AcDbEntity, L"3DFACE", make<AcDbFace>, COPIES(AcDbFace))
 VANTRY_DB_MEMBERS(AcDbBlockReference, AcDbEntity, L"INSERT", make<AcDbBlockReference>,
                   COPIES(AcDbBlockReference))
+// Each object names its own file type (VerbatimEntity::dxfType).
+VANTRY_DB_MEMBERS(VerbatimEntity, AcDbEntity, nullptr, make<VerbatimEntity>, COPIES(VerbatimEntity))
+VANTRY_DB_MEMBERS(VerbatimObject, AcDbObject, nullptr, make<VerbatimObject>, COPIES(VerbatimObject))
 
 namespace vantry::host {
 
@@ -140,6 +143,8 @@ void registerDatabaseClasses() {
   AcDbLeader::rxInit();
   AcDbFace::rxInit();
   AcDbBlockReference::rxInit();
+  VerbatimEntity::rxInit();
+  VerbatimObject::rxInit();
 
   // The annotative protocol for the classes that support it; never freed.
   static auto *pe = new AcDbAnnotativeObjectPE();

@@ -9,6 +9,7 @@
 #pragma once
 
 #include <deque>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -44,6 +45,11 @@ struct AcDbDatabase::Impl {
   bool tracking = false;
   bool touchOverflow = false;
   std::vector<AcDbStub *> touched;
+  // The ATTRIBs a drawing file gave an INSERT (VerbatimEntity objects owned
+  // by it), by the INSERT's stub; the writer puts them after it again.
+  std::map<const AcDbStub *, std::vector<AcDbObjectId>> attributes;
+  // The dimension styles a drawing file gave (VerbatimObject), in its order.
+  std::vector<AcDbObjectId> dimStyles;
 };
 
 namespace vantry::host {
@@ -204,6 +210,57 @@ class CurvePath {
   bool closed_ = false;
   double emptyStart_ = 0, emptyEnd_ = 0;
 };
+
+// --- Entities kept as their groups -------------------------------------------------------------
+
+// An entity of a kind the database does not model (TEXT, HATCH, DIMENSION,
+// SPLINE, ATTRIB ...), read from a drawing file and written back as it came.
+// Layer, linetype, colour, lineweight, linetype scale and visibility are the
+// entity's own (AcDbEntity), so they can change; every other group is kept
+// as read: those of the entity part the database does not model (material,
+// transparency, proxy graphics ...) and everything from the first subclass
+// marker after it. References keep their ids, so a saved handle still names
+// its object.
+class VerbatimEntity : public AcDbEntity {
+ public:
+  ACRX_DECLARE_MEMBERS(VerbatimEntity);
+  VerbatimEntity() = default;
+  explicit VerbatimEntity(std::wstring type) : type_(std::move(type)) {}
+  // The entity's type as the file names it (0 group).
+  const std::wstring &dxfType() const { return type_; }
+  const std::vector<AcDbDxfFiler::Item> &groups() const { return groups_; }
+  Acad::ErrorStatus dxfOutFields(AcDbDxfFiler *filer) const override;
+  Acad::ErrorStatus dxfInFields(AcDbDxfFiler *filer) override;
+
+ private:
+  std::wstring type_;
+  std::vector<AcDbDxfFiler::Item> extra_;   // unmodelled groups of the entity part
+  std::vector<AcDbDxfFiler::Item> groups_;  // the kind's own groups
+};
+
+// A non-graphical object of a kind the database does not model (a
+// dimension style ...), read from a drawing file and written back as its
+// groups.
+class VerbatimObject : public AcDbObject {
+ public:
+  ACRX_DECLARE_MEMBERS(VerbatimObject);
+  VerbatimObject() = default;
+  explicit VerbatimObject(std::wstring type) : type_(std::move(type)) {}
+  const std::wstring &dxfType() const { return type_; }
+  // The record's name (group 2), for table records.
+  std::wstring name() const;
+  Acad::ErrorStatus dxfOutFields(AcDbDxfFiler *filer) const override;
+  Acad::ErrorStatus dxfInFields(AcDbDxfFiler *filer) override;
+
+ private:
+  std::wstring type_;
+  std::vector<AcDbDxfFiler::Item> groups_;
+};
+
+// The type an object has in drawing data (group 0): its class's DXF name,
+// or the type a kept-verbatim entity or object was read with; null when
+// it has none.
+const ACHAR *dxfTypeOf(const AcDbObject *obj);
 
 // Installs entget, entmake, entmakex, entmod, entdel, entlast, entnext,
 // handent, entupd (db_lisp_entities.cpp) and tblsearch, tblnext, tblobjname,

@@ -95,7 +95,7 @@ Value entityData(AcDbObject *obj, const std::vector<std::wstring> *apps) {
   obj->dxfOutFields(&f);
   ListBuilder b;
   b.add(lisp::cons(Value::integer(-1), enameValue(obj->objectId())));
-  const ACHAR *type = obj->isA()->dxfName();
+  const ACHAR *type = dxfTypeOf(obj);
   b.add(lisp::cons(Value::integer(0), lisp::makeString(type ? type : obj->isA()->name())));
   for (const auto &it : f.items()) {
     if (rbKind(it.code) == RbKind::Name && !it.dims && it.id.isNull()) continue;

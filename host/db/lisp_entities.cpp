@@ -222,7 +222,7 @@ Value fEntmod(Interp &in, const Value *args, int nargs) {
   if (!parseEntityData(list, f, parsed) || parsed.self.isNull()) return Value();
   AcDbObject *obj = nullptr;
   if (acdbOpenObject(obj, parsed.self, AcDb::kForWrite) != Acad::eOk) return Value();
-  const ACHAR *dxf = obj->isA()->dxfName();
+  const ACHAR *dxf = dxfTypeOf(obj);
   bool ok = (parsed.type.empty() || (dxf && parsed.type == dxf)) && applyData(obj, f, parsed);
   obj->close();
   return ok ? args[0] : Value();

@@ -59,9 +59,28 @@ class Builder {
     auto &stubs = impl_->stubs;
     return h == 0 || h > stubs.size() ? AcDbObjectId::kNull : AcDbObjectId(&stubs[size_t(h - 1)]);
   }
+  // The handle an object of the record gets: its own unless it has none
+  // or an earlier object took it; then a new one (0), counted or noted.
+  uint64_t claim(uint64_t handle, const Record *r) {
+    if (!r) return handle;
+    if (handle == 0) {
+      ++withoutHandle_;
+      return 0;
+    }
+    if (auto [at, fresh] = claimed_.emplace(handle, r->line); !fresh) {
+      d_.notes.push_back(L"line " + std::to_wstring(r->line) + L": the " + r->type + L" has the handle " +
+                         AcDbHandle(handle).toString() + L" of the object of line " + std::to_wstring(at->second) +
+                         L"; it gets a new one");
+      return 0;
+    }
+    return handle;
+  }
+  void note(const Record &r, const std::wstring &what) {
+    d_.notes.push_back(L"line " + std::to_wstring(r.line) + L": " + what);
+  }
   // The object joins with the handle (when free), open for write until the end.
-  AcDbObjectId place(AcDbObject *obj, uint64_t handle, AcDbObjectId owner) {
-    want_[obj] = handle;
+  AcDbObjectId place(AcDbObject *obj, uint64_t handle, AcDbObjectId owner, const Record *r = nullptr) {
+    want_[obj] = claim(handle, r);
     AcDbObjectId id = DbAccess::addToDatabase(db_, obj, owner, true);
     open_.push_back(obj);
     return id;
@@ -71,20 +90,24 @@ class Builder {
       if (isReference(it.code) && !it.dims) it.id = idOf(uint64_t(it.integer));
   }
   void applyXData(AcDbObject *obj, const Record &r);
+  // Takes an entity out again (its data was refused): out of its block and
+  // the store.
+  void discard(AcDbEntity *ent, AcDbObjectId btr);
   void findStandIns(std::vector<Record> &records);
   const DxfStandIn *standInOf(const Record &insert, const Record **xrecord, std::wstring *cls) const;
   Table *table(const wchar_t *name);
-  void symbolTable(const wchar_t *name, const wchar_t *recordType, AcDbObjectId &slot, AcDbSymbolTable *table,
-                   AcRxClass *recordClass);
+  void symbolTable(const wchar_t *name, const wchar_t *recordType, AcDbObjectId slot, AcRxClass *recordClass);
   void blockDefinitions(std::vector<std::pair<AcDbObjectId, Block *>> &defs);
   void entity(Record &r, AcDbObjectId btr);
   void polyline(Record &r, AcDbObjectId btr);
+  void attributes(Record &insert, AcDbEntity *ref);
   void appendTo(AcDbObjectId btr, AcDbObjectId id) {
     DbAccess::blockEntities(static_cast<AcDbBlockTableRecord *>(objectOf(btr))).push_back(id);
   }
   void objects();
   void dictionary(Record &r, AcDbDictionary *dict, bool root);
   void headerVariables();
+  void dimensionStyles();
 
   Drawing &d_;
   AcDbDatabase *db_;
@@ -96,6 +119,11 @@ class Builder {
   std::set<std::wstring> droppedBlocks_;  // upper-case names of stand-in blocks
   std::set<uint64_t> visited_;
   std::vector<AcDbObject *> open_;
+  std::unordered_map<uint64_t, int> claimed_;  // handle -> line of the record that has it
+  int withoutHandle_ = 0;
+  // Extended data of table records, applied once every table is read: it
+  // may name an application whose record comes later in the file.
+  std::vector<std::pair<AcDbObject *, const Record *>> tableXData_;
 };
 
 void Builder::build() {
@@ -111,14 +139,25 @@ void Builder::build() {
   findStandIns(d_.entities);
   for (Block &b : d_.blocks) findStandIns(b.entities);
 
-  symbolTable(L"LTYPE", L"LTYPE", impl_->linetypeTable, new AcDbLinetypeTable,
-              AcDbLinetypeTableRecord::desc());
-  symbolTable(L"LAYER", L"LAYER", impl_->layerTable, new AcDbLayerTable, AcDbLayerTableRecord::desc());
-  symbolTable(L"STYLE", L"STYLE", impl_->styleTable, new AcDbTextStyleTable,
-              AcDbTextStyleTableRecord::desc());
-  symbolTable(L"APPID", L"APPID", impl_->regAppTable, new AcDbRegAppTable, AcDbRegAppTableRecord::desc());
-  symbolTable(L"BLOCK_RECORD", L"BLOCK_RECORD", impl_->blockTable, new AcDbBlockTable,
-              AcDbBlockTableRecord::desc());
+  // The tables first, then their records: a record's data may name another
+  // table's record (a layer its linetype), in whatever order the file
+  // gives the tables.
+  auto head = [&](const wchar_t *name, AcDbObjectId &slot, AcDbSymbolTable *tableObj) {
+    Table *t = table(name);
+    slot = place(tableObj, t ? t->head.handle : 0, AcDbObjectId::kNull, t ? &t->head : nullptr);
+  };
+  head(L"LTYPE", impl_->linetypeTable, new AcDbLinetypeTable);
+  head(L"LAYER", impl_->layerTable, new AcDbLayerTable);
+  head(L"STYLE", impl_->styleTable, new AcDbTextStyleTable);
+  head(L"APPID", impl_->regAppTable, new AcDbRegAppTable);
+  head(L"BLOCK_RECORD", impl_->blockTable, new AcDbBlockTable);
+  symbolTable(L"APPID", L"APPID", impl_->regAppTable, AcDbRegAppTableRecord::desc());
+  symbolTable(L"LTYPE", L"LTYPE", impl_->linetypeTable, AcDbLinetypeTableRecord::desc());
+  symbolTable(L"STYLE", L"STYLE", impl_->styleTable, AcDbTextStyleTableRecord::desc());
+  symbolTable(L"LAYER", L"LAYER", impl_->layerTable, AcDbLayerTableRecord::desc());
+  symbolTable(L"BLOCK_RECORD", L"BLOCK_RECORD", impl_->blockTable, AcDbBlockTableRecord::desc());
+  dimensionStyles();
+  for (auto &[obj, r] : tableXData_) applyXData(obj, *r);
   std::vector<std::pair<AcDbObjectId, Block *>> defs;
   blockDefinitions(defs);
   completeDatabase(db_, false);
@@ -136,6 +175,9 @@ void Builder::build() {
   }
   objects();
   headerVariables();
+  if (withoutHandle_ && d_.maxHandle)
+    d_.notes.push_back(L"gave new handles to " + std::to_wstring(withoutHandle_) +
+                       L" objects the file left without one");
 }
 
 Table *Builder::table(const wchar_t *name) {
@@ -173,10 +215,10 @@ void Builder::findStandIns(std::vector<Record> &records) {
 
 // A table and its records. A record without a name, with a name the
 // database refuses, or with the name of one before it is skipped.
-void Builder::symbolTable(const wchar_t *name, const wchar_t *recordType, AcDbObjectId &slot,
-                          AcDbSymbolTable *tableObj, AcRxClass *recordClass) {
+void Builder::symbolTable(const wchar_t *name, const wchar_t *recordType, AcDbObjectId slot,
+                          AcRxClass *recordClass) {
   Table *t = table(name);
-  slot = place(tableObj, t ? t->head.handle : 0, AcDbObjectId::kNull);
+  auto *tableObj = static_cast<AcDbSymbolTable *>(objectOf(slot));
   if (!t) return;
   for (Record &r : t->records) {
     std::wstring recName;
@@ -185,14 +227,15 @@ void Builder::symbolTable(const wchar_t *name, const wchar_t *recordType, AcDbOb
     auto *rec = AcDbSymbolTableRecord::cast(recordClass->create());
     if (tableObj->has(recName.c_str()) || rec->setName(recName.c_str()) != Acad::eOk) {
       delete rec;
-      ++skipped_[std::wstring(recordType) + L" " + recName];
+      note(r, L"dropped the " + std::wstring(recordType) + L" \"" + recName + L"\": " +
+                  (tableObj->has(recName.c_str()) ? L"an earlier record has its name" : L"the name is not valid"));
       continue;
     }
-    AcDbObjectId id = place(rec, r.handle, slot);
+    AcDbObjectId id = place(rec, r.handle, slot, &r);
     DbAccess::addTableRecord(tableObj, upperKey(recName), id);
     resolve(r);
-    if (Acad::ErrorStatus es = rec->dxfInFields(&r.fields); es != Acad::eOk)
-      fail(r, L"the " + std::wstring(recordType) + L" " + recName + L" is not valid", es);
+    if (rec->dxfInFields(&r.fields) != Acad::eOk)
+      note(r, L"the " + std::wstring(recordType) + L" \"" + recName + L"\" is not valid; its name is kept");
     if (auto *layer = AcDbLayerTableRecord::cast(rec)) {
       // 390: the plot style name's placeholder, named by its dictionary entry.
       if (const auto *ps = r.fields.find(390)) {
@@ -205,7 +248,7 @@ void Builder::symbolTable(const wchar_t *name, const wchar_t *recordType, AcDbOb
         }
       }
     }
-    applyXData(rec, r);
+    tableXData_.emplace_back(rec, &r);
   }
 }
 
@@ -231,6 +274,7 @@ void Builder::blockDefinitions(std::vector<std::pair<AcDbObjectId, Block *>> &de
         fail(b.begin, L"the block name \"" + name + L"\" is not valid");
       }
       btr = place(rec, 0, impl_->blockTable);
+      if (table(L"BLOCK_RECORD")) note(b.begin, L"the BLOCK \"" + name + L"\" has no block record; one is made");
       DbAccess::addTableRecord(blocks, upperKey(name), btr);
     }
     AcGePoint3d origin;
@@ -255,7 +299,7 @@ void Builder::entity(Record &r, AcDbObjectId btr) {
       std::wstring why;
       AcDbEntity *ent = si->read(data, &why);
       if (!ent) fail(r, L"the " + cls + L" entity cannot be read: " + why);
-      appendTo(btr, place(ent, r.handle, btr));
+      appendTo(btr, place(ent, r.handle, btr, &r));
       resolve(r);
       if (Acad::ErrorStatus es = ent->AcDbEntity::dxfInFields(&r.fields); es != Acad::eOk)
         fail(r, L"the " + cls + L" entity is not valid", es);
@@ -263,17 +307,48 @@ void Builder::entity(Record &r, AcDbObjectId btr) {
       return;
     }
   }
-  AcDbEntity *ent = makeEntity(r.type);
-  if (!ent) {
-    ++skipped_[r.type];
+  if (r.type == L"VERTEX" || r.type == L"SEQEND" || r.type == L"ATTRIB" || r.type == L"ENDBLK" ||
+      r.type == L"BLOCK") {
+    note(r, L"dropped the " + r.type + L": it belongs to no entity");
     return;
   }
-  appendTo(btr, place(ent, r.handle, btr));
+  // Kinds the database does not model are kept as their groups.
+  AcDbEntity *ent = makeEntity(r.type);
+  if (!ent) ent = new VerbatimEntity(r.type);
+  appendTo(btr, place(ent, r.handle, btr, &r));
   ent->setLayer(recordId(impl_->layerTable, L"0"));
   resolve(r);
-  if (Acad::ErrorStatus es = ent->dxfInFields(&r.fields); es != Acad::eOk)
-    fail(r, L"the " + r.type + L" is not valid", es);
+  if (ent->dxfInFields(&r.fields) != Acad::eOk) {
+    note(r, L"dropped the " + r.type + L": its data is not valid");
+    discard(ent, btr);
+    return;
+  }
   applyXData(ent, r);
+  if (r.type == L"INSERT") attributes(r, ent);
+}
+
+void Builder::discard(AcDbEntity *ent, AcDbObjectId btr) {
+  auto &list = DbAccess::blockEntities(static_cast<AcDbBlockTableRecord *>(objectOf(btr)));
+  std::erase(list, ent->objectId());
+  std::erase(open_, static_cast<AcDbObject *>(ent));
+  DbAccess::stub(ent)->obj = nullptr;
+  delete ent;
+}
+
+// The ATTRIBs after an INSERT, kept as their groups and owned by it.
+void Builder::attributes(Record &insert, AcDbEntity *ref) {
+  std::vector<AcDbObjectId> ids;
+  for (Record &a : insert.subs) {
+    if (a.type != L"ATTRIB") continue;
+    auto *att = new VerbatimEntity(L"ATTRIB");
+    AcDbObjectId id = place(att, a.handle, ref->objectId(), &a);
+    att->setLayer(recordId(impl_->layerTable, L"0"));
+    resolve(a);
+    att->dxfInFields(&a.fields);
+    applyXData(att, a);
+    ids.push_back(id);
+  }
+  if (!ids.empty()) impl_->attributes[DbAccess::stub(ref)] = std::move(ids);
 }
 
 // An old-style polyline: its vertices are made first and join the database
@@ -289,7 +364,7 @@ void Builder::polyline(Record &r, AcDbObjectId btr) {
   seqend_ = 0;
   for (Record &s : r.subs) {
     if (s.type == L"VERTEX") verts.push_back(&s);
-    if (s.type == L"SEQEND") seqend_ = s.handle;
+    if (s.type == L"SEQEND") seqend_ = claim(s.handle, &s);
   }
   AcDbEntity *pl;
   std::vector<AcDbEntity *> made;
@@ -297,7 +372,7 @@ void Builder::polyline(Record &r, AcDbObjectId btr) {
     auto *p3 = new AcDb3dPolyline;
     for (Record *v : verts) {
       auto *vx = new AcDb3dPolylineVertex;
-      want_[vx] = v->handle;
+      want_[vx] = claim(v->handle, v);
       p3->appendVertex(vx);
       made.push_back(vx);
     }
@@ -306,13 +381,13 @@ void Builder::polyline(Record &r, AcDbObjectId btr) {
     auto *p2 = new AcDb2dPolyline;
     for (Record *v : verts) {
       auto *vx = new AcDb2dVertex;
-      want_[vx] = v->handle;
+      want_[vx] = claim(v->handle, v);
       p2->appendVertex(vx);
       made.push_back(vx);
     }
     pl = p2;
   }
-  appendTo(btr, place(pl, r.handle, btr));
+  appendTo(btr, place(pl, r.handle, btr, &r));
   seqend_ = 0;
   pl->setLayer(recordId(impl_->layerTable, L"0"));
   resolve(r);
@@ -335,10 +410,9 @@ void Builder::polyline(Record &r, AcDbObjectId btr) {
 void Builder::applyXData(AcDbObject *obj, const Record &r) {
   if (!r.xdata) return;
   for (const resbuf *p = r.xdata; p; p = p->rbnext)
-    if (p->restype == 1001 && p->resval.rstring && *p->resval.rstring)
+    if (p->restype == 1001 && p->resval.rstring && validSymbolName(p->resval.rstring))
       ensureRecord(impl_->regAppTable, AcDbRegAppTableRecord::desc(), p->resval.rstring);
-  if (Acad::ErrorStatus es = obj->setXData(r.xdata); es != Acad::eOk)
-    fail(r, L"the extended data of the " + r.type + L" is not valid", es);
+  if (obj->setXData(r.xdata) != Acad::eOk) note(r, L"dropped the extended data of the " + r.type + L": it is not valid");
 }
 
 // The root dictionary is the first DICTIONARY without an owner.
@@ -346,7 +420,7 @@ void Builder::objects() {
   for (Record &r : d_.objects) {
     if (r.type != L"DICTIONARY" || (r.hasOwner && r.owner != 0)) continue;
     auto *nod = new AcDbDictionary;
-    impl_->nod = place(nod, r.handle, AcDbObjectId::kNull);
+    impl_->nod = place(nod, r.handle, AcDbObjectId::kNull, &r);
     visited_.insert(r.handle);
     applyXData(nod, r);
     dictionary(r, nod, true);
@@ -369,7 +443,7 @@ void Builder::dictionary(Record &r, AcDbDictionary *dict, bool root) {
                       : child.type == L"GROUP"    ? new AcDbGroup
                                                   : nullptr;
     if (!obj) continue;
-    want_[obj] = h;
+    want_[obj] = claim(h, &child);
     AcDbObjectId id;
     if (Acad::ErrorStatus es = dict->setAt(key.c_str(), obj, id); es != Acad::eOk) {
       delete obj;
@@ -385,6 +459,27 @@ void Builder::dictionary(Record &r, AcDbDictionary *dict, bool root) {
         fail(child, L"the GROUP \"" + key + L"\" is not valid", es);
     }
     applyXData(obj, child);
+  }
+}
+
+// Dimension styles are kept as their groups, each once by name.
+void Builder::dimensionStyles() {
+  Table *t = table(L"DIMSTYLE");
+  if (!t) return;
+  std::set<std::wstring> names;
+  for (Record &r : t->records) {
+    std::wstring name;
+    if (upperKey(r.type) != L"DIMSTYLE" || !r.fields.getString(2, name) || !validSymbolName(name)) continue;
+    if (!names.insert(upperKey(name)).second) {
+      note(r, L"dropped the DIMSTYLE \"" + name + L"\": an earlier record has its name");
+      continue;
+    }
+    auto *style = new VerbatimObject(L"DIMSTYLE");
+    AcDbObjectId id = place(style, r.handle, AcDbObjectId::kNull, &r);
+    resolve(r);
+    style->dxfInFields(&r.fields);
+    tableXData_.emplace_back(style, &r);
+    impl_->dimStyles.push_back(id);
   }
 }
 

@@ -162,9 +162,10 @@ void writeEmptyTable(Out &out, const char *name, uint64_t handle) {
 
 // The dimension style "Standard" with metric values and the text style
 // "Standard".
-void writeDimStyleTable(Out &out, const Fixed &fx) {
-  tableHead(out, "DIMSTYLE", fx.dimTable, 1);
+void writeDimStyleTable(Out &out, const Fixed &fx, int kept, bool standard) {
+  tableHead(out, "DIMSTYLE", fx.dimTable, kept + (standard ? 1 : 0));
   out.ascii(100, "AcDbDimStyleTable");
+  if (!standard) return;
   out.ascii(0, "DIMSTYLE");
   out.handle(105, fx.dimStandard);
   out.handle(330, fx.dimTable);
@@ -179,7 +180,6 @@ void writeDimStyleTable(Out &out, const Fixed &fx) {
   static const std::pair<int, int> ints[] = {{77, 1}, {78, 8}, {271, 2}, {272, 2}, {276, 0}, {277, 2}};
   for (const auto &[c, v] : ints) out.integer(c, v);
   if (fx.standardStyle) out.handle(340, fx.standardStyle);
-  out.ascii(0, "ENDTAB");
 }
 
 void writeFixedRootEntries(Out &out, const Fixed &fx) {
@@ -199,8 +199,15 @@ void writeFixedObjects(Out &out, const Fixed &fx) {
   out.handle(350, fx.layoutModel);
   out.ascii(3, "Layout1");
   out.handle(350, fx.layoutPaper);
+  for (size_t i = 0; i < fx.moreLayouts.size(); ++i) {
+    out.ascii(3, "Layout" + std::to_string(i + 2));
+    out.handle(350, fx.moreLayouts[i].first);
+  }
   layout(out, fx, fx.layoutModel, "Model", 0, fx.modelSpace);
   layout(out, fx, fx.layoutPaper, "Layout1", 1, fx.paperSpace);
+  for (size_t i = 0; i < fx.moreLayouts.size(); ++i)
+    layout(out, fx, fx.moreLayouts[i].first, ("Layout" + std::to_string(i + 2)).c_str(), int(i + 2),
+           fx.moreLayouts[i].second);
 
   dictionaryHead(out, "DICTIONARY", fx.mlineDict, fx.nod);
   out.ascii(3, "Standard");

@@ -91,6 +91,9 @@ struct Fixed {
   std::vector<std::pair<std::wstring, uint64_t>> plotStyles;
   // Database objects they refer to.
   uint64_t nod = 0, modelSpace = 0, paperSpace = 0, standardStyle = 0;
+  // Paper space blocks beyond the first (*Paper_Space0 ...): each gets a
+  // layout of its own, "Layout2" on. Pairs of (layout handle, block handle).
+  std::vector<std::pair<uint64_t, uint64_t>> moreLayouts;
 };
 // The keys of the root dictionary that the writer makes itself (and the
 // reader therefore leaves out).
@@ -98,7 +101,9 @@ bool isFixedRootKey(std::wstring_view key);
 void writeClasses(Out &out);
 void writeVportTable(Out &out, const Fixed &fx, const AcDbExtents &extents);
 void writeEmptyTable(Out &out, const char *name, uint64_t handle);
-void writeDimStyleTable(Out &out, const Fixed &fx);
+// The dimension style table's head and, when `standard`, the Standard
+// style; the caller writes the `kept` styles of the drawing and ENDTAB.
+void writeDimStyleTable(Out &out, const Fixed &fx, int kept, bool standard);
 // The root dictionary's entries for the fixed objects, as 3/350 pairs.
 void writeFixedRootEntries(Out &out, const Fixed &fx);
 void writeFixedObjects(Out &out, const Fixed &fx);
@@ -145,8 +150,13 @@ struct Drawing {
   std::vector<Block> blocks;
   std::vector<Record> entities, objects;
   uint64_t maxHandle = 0;  // the largest handle named anywhere, $HANDSEED - 1 included
+  // What was dropped or repaired while reading, one line each ("line 12:
+  // ..."), in the order found.
+  std::vector<std::wstring> notes;
 };
-// Reads a whole file's text; false with *error naming the line at fault.
+// Reads a whole file's text, recovering what it can of a damaged one (notes
+// say what was dropped); false with *error naming the line only when
+// nothing of it reads as a drawing file.
 bool parseDxf(std::string_view text, Drawing &out, std::wstring *error);
 // Makes the drawing's contents in db (emptied first). Entity kinds the
 // database has no class for are counted in skipped by type.

@@ -40,10 +40,12 @@ std::wstring quoted(std::string_view s) {
   return L"\"" + readText(s) + L"\"";
 }
 
-// Walks the group pairs of the text.
+// Walks the group pairs of the text. A line where a group code belongs that
+// is not one is dropped, with the lines after it up to the next that is,
+// and noted.
 class Cursor {
  public:
-  explicit Cursor(std::string_view text) : text_(text) { next(); }
+  Cursor(std::string_view text, std::vector<std::wstring> &notes) : text_(text), notes_(notes) { next(); }
   int code() const { return code_; }
   std::string_view value() const { return value_; }
   int line() const { return line_; }  // of the code
@@ -52,23 +54,44 @@ class Cursor {
     throw ParseError{L"line " + std::to_wstring(line ? line : line_) + L": " + what};
   }
   void next() {
-    std::string_view codeLine;
-    if (!readLine(codeLine)) {
-      end_ = true;
-      code_ = -1;
-      return;
+    int firstBad = 0, lastBad = 0;
+    std::string_view bad;
+    while (true) {
+      std::string_view codeLine;
+      if (!readLine(codeLine)) {
+        end_ = true;
+        code_ = -1;
+        break;
+      }
+      std::string_view c = trim(codeLine);
+      int v = 0;
+      auto r = std::from_chars(c.data(), c.data() + c.size(), v);
+      if (c.empty() || r.ec != std::errc() || r.ptr != c.data() + c.size() || v < 0 || v > 1071) {
+        if (!firstBad) firstBad = lineNo_, bad = codeLine;
+        lastBad = lineNo_;
+        continue;
+      }
+      line_ = lineNo_;
+      std::string_view val;
+      if (!readLine(val)) {
+        notes_.push_back(L"line " + std::to_wstring(line_) + L": the file ends after group code " +
+                         std::to_wstring(v) + L", before its value");
+        end_ = true;
+        code_ = -1;
+        break;
+      }
+      if (!val.empty() && val.back() == '\r') val.remove_suffix(1);
+      if (v == 999) continue;  // a comment
+      code_ = v;
+      value_ = val;
+      break;
     }
-    line_ = lineNo_;
-    std::string_view c = trim(codeLine);
-    int v = 0;
-    auto r = std::from_chars(c.data(), c.data() + c.size(), v);
-    if (c.empty() || r.ec != std::errc() || r.ptr != c.data() + c.size())
-      fail(L"expected a group code, found " + quoted(codeLine));
-    std::string_view val;
-    if (!readLine(val)) fail(L"the file ends after group code " + std::to_wstring(v) + L", before its value");
-    if (!val.empty() && val.back() == '\r') val.remove_suffix(1);
-    code_ = v;
-    value_ = val;
+    if (firstBad) {
+      std::wstring where = firstBad == lastBad ? L"line " + std::to_wstring(firstBad)
+                                               : L"lines " + std::to_wstring(firstBad) + L"-" +
+                                                     std::to_wstring(lastBad);
+      notes_.push_back(where + L": dropped, expected a group code, found " + quoted(bad));
+    }
   }
   bool is(int code, std::string_view value) const { return code_ == code && trim(value_) == value; }
 
@@ -84,6 +107,7 @@ class Cursor {
     return true;
   }
   std::string_view text_;
+  std::vector<std::wstring> &notes_;
   size_t pos_ = 0;
   int lineNo_ = 0;
   int line_ = 0;
@@ -92,31 +116,48 @@ class Cursor {
   bool end_ = false;
 };
 
+// A value that does not read as its code's kind: the group is dropped.
+struct BadValue {};
+
 class Parser {
  public:
   Parser(std::string_view text, Drawing &d)
-      : c_(text), d_(d), handleLimit_(64 * uint64_t(text.size()) + 65536) {}
+      : c_(text, d.notes), d_(d), handleLimit_(64 * uint64_t(text.size()) + 65536) {}
   void file();
 
  private:
-  void expectMore() const {
-    if (c_.atEnd()) c_.fail(L"the file ends without EOF", lastLine_);
+  void note(int line, const std::wstring &what) {
+    d_.notes.push_back(L"line " + std::to_wstring(line) + L": " + what);
   }
   void advance() {
     lastLine_ = c_.line() + 1;
     c_.next();
   }
+  // Where a section's contents stop: its ENDSEC, or where the next section
+  // or the end of the file shows that ENDSEC is missing.
+  bool sectionEnd() const {
+    return c_.atEnd() || c_.is(0, "ENDSEC") || c_.is(0, "EOF") || c_.is(0, "SECTION");
+  }
+  // Drops the groups up to the next 0 group, noting them as one run.
+  void dropToNextRecord(const std::wstring &why) {
+    int from = c_.line();
+    while (!c_.atEnd() && c_.code() != 0) advance();
+    note(from, L"dropped the groups up to line " + std::to_wstring(c_.atEnd() ? lastLine_ : c_.line() - 1) +
+                   L": " + why);
+  }
   void header();
   void tables();
   void blocks();
-  void records(std::vector<Record> &out, std::string_view end);
+  // Records up to the 0 group `end`; false when the section (or `alsoStop`)
+  // ended them first.
+  bool records(std::vector<Record> &out, std::string_view end, std::string_view alsoStop = {});
   // The record at a 0 group, with the groups up to the next 0 group.
   Record record();
   // Collects the VERTEX/ATTRIB records up to SEQEND that follow a record.
-  void subRecords(Record &r, bool required);
+  void subRecords(Record &r);
   void skipSection();
-  double real(int code, std::string_view v) const;
-  int64_t integer(int code, std::string_view v) const;
+  double real(int code, std::string_view v);
+  int64_t integer(int code, std::string_view v);
   uint64_t handle(int code, std::string_view v);
   void xdataItem(Record &r, resbuf **&tail);
   void seeHandle(uint64_t h) {
@@ -129,27 +170,29 @@ class Parser {
   int lastLine_ = 0;
 };
 
-double Parser::real(int code, std::string_view v) const {
+double Parser::real(int code, std::string_view v) {
   std::string_view t = trim(v);
   double out = 0;
   const char *b = t.data(), *e = t.data() + t.size();
   if (!t.empty() && *b == '+') ++b;
   auto r = std::from_chars(b, e, out);
-  if (t.empty() || r.ec != std::errc() || r.ptr != e || !std::isfinite(out))
-    c_.fail(L"expected a number for group code " + std::to_wstring(code) + L", found " + quoted(v),
-            c_.line() + 1);
+  if (t.empty() || r.ec != std::errc() || r.ptr != e || !std::isfinite(out)) {
+    note(c_.line() + 1, L"dropped group " + std::to_wstring(code) + L": expected a number, found " + quoted(v));
+    throw BadValue{};
+  }
   return out;
 }
 
-int64_t Parser::integer(int code, std::string_view v) const {
+int64_t Parser::integer(int code, std::string_view v) {
   std::string_view t = trim(v);
   int64_t out = 0;
   const char *b = t.data(), *e = t.data() + t.size();
   if (!t.empty() && *b == '+') ++b;
   auto r = std::from_chars(b, e, out);
-  if (t.empty() || r.ec != std::errc() || r.ptr != e)
-    c_.fail(L"expected an integer for group code " + std::to_wstring(code) + L", found " + quoted(v),
-            c_.line() + 1);
+  if (t.empty() || r.ec != std::errc() || r.ptr != e) {
+    note(c_.line() + 1, L"dropped group " + std::to_wstring(code) + L": expected an integer, found " + quoted(v));
+    throw BadValue{};
+  }
   return out;
 }
 
@@ -157,220 +200,310 @@ uint64_t Parser::handle(int code, std::string_view v) {
   std::string_view t = trim(v);
   uint64_t out = 0;
   auto r = std::from_chars(t.data(), t.data() + t.size(), out, 16);
-  if (t.empty() || r.ec != std::errc() || r.ptr != t.data() + t.size())
-    c_.fail(L"expected a handle for group code " + std::to_wstring(code) + L", found " + quoted(v),
-            c_.line() + 1);
+  if (t.empty() || r.ec != std::errc() || r.ptr != t.data() + t.size()) {
+    note(c_.line() + 1, L"dropped group " + std::to_wstring(code) + L": expected a handle, found " + quoted(v));
+    throw BadValue{};
+  }
   // Handles may run sparse, but not without bound: the store gets a stub
   // for every handle up to the largest.
-  if (out > handleLimit_)
-    c_.fail(L"the handle " + readText(t) + L" is beyond any this file could hold", c_.line() + 1);
+  if (out > handleLimit_) {
+    note(c_.line() + 1, L"dropped group " + std::to_wstring(code) + L": the handle " + readText(t) +
+                            L" is beyond any this file could hold");
+    throw BadValue{};
+  }
   seeHandle(out);
   return out;
 }
 
 void Parser::file() {
-  while (true) {
-    expectMore();
-    if (c_.is(0, "EOF")) return;
-    if (!c_.is(0, "SECTION")) c_.fail(L"expected SECTION or EOF, found " + quoted(c_.value()));
+  bool sections = false, eof = false;
+  while (!c_.atEnd()) {
+    if (c_.is(0, "EOF")) {
+      eof = true;
+      break;
+    }
+    if (!c_.is(0, "SECTION")) {
+      if (!sections) c_.fail(L"not a drawing file: expected SECTION, found " + quoted(c_.value()));
+      int from = c_.line();
+      while (!c_.atEnd() && !c_.is(0, "SECTION") && !c_.is(0, "EOF")) advance();
+      note(from, L"dropped the groups up to line " + std::to_wstring(c_.atEnd() ? lastLine_ : c_.line() - 1) +
+                     L": they are outside any section");
+      continue;
+    }
+    sections = true;
+    int at = c_.line();
     advance();
-    expectMore();
-    if (c_.code() != 2)
-      c_.fail(L"expected the section's name (group 2), found group " + std::to_wstring(c_.code()));
-    std::string name(trim(c_.value()));
-    advance();
-    if (name == "HEADER")
-      header();
-    else if (name == "TABLES")
-      tables();
-    else if (name == "BLOCKS")
-      blocks();
-    else if (name == "ENTITIES")
-      records(d_.entities, "ENDSEC");
-    else if (name == "OBJECTS")
-      records(d_.objects, "ENDSEC");
-    else
+    if (c_.atEnd()) break;
+    if (c_.code() != 2) {
+      note(at, L"dropped a section without a name (group 2)");
       skipSection();
-    expectMore();
-    advance();  // ENDSEC
+    } else {
+      std::string name(trim(c_.value()));
+      advance();
+      if (name == "HEADER")
+        header();
+      else if (name == "TABLES")
+        tables();
+      else if (name == "BLOCKS")
+        blocks();
+      else if (name == "ENTITIES")
+        records(d_.entities, "ENDSEC");
+      else if (name == "OBJECTS")
+        records(d_.objects, "ENDSEC");
+      else
+        skipSection();
+    }
+    if (c_.is(0, "ENDSEC"))
+      advance();
+    else
+      note(c_.atEnd() ? lastLine_ : c_.line(), L"the section of line " + std::to_wstring(at) + L" has no ENDSEC");
   }
+  if (!sections) c_.fail(L"not a drawing file: no SECTION", 1);
+  if (!eof) note(lastLine_, L"the file ends without EOF; what came before is kept");
 }
 
 void Parser::skipSection() {
-  while (expectMore(), !c_.is(0, "ENDSEC")) advance();
+  while (!sectionEnd()) advance();
 }
 
 void Parser::header() {
-  while (expectMore(), !c_.is(0, "ENDSEC")) {
-    if (c_.code() != 9)
-      c_.fail(L"expected a header variable (group 9), found group " + std::to_wstring(c_.code()));
+  while (!sectionEnd()) {
+    if (c_.code() != 9) {
+      int from = c_.line();
+      while (!sectionEnd() && c_.code() != 9) advance();
+      note(from, L"dropped the header groups up to line " + std::to_wstring(c_.atEnd() ? lastLine_ : c_.line() - 1) +
+                     L": they belong to no variable (group 9)");
+      continue;
+    }
     std::wstring name = readText(trim(c_.value()));
     advance();
     bool first = true;
-    while (expectMore(), c_.code() != 9 && c_.code() != 0) {
+    while (!c_.atEnd() && c_.code() != 9 && c_.code() != 0) {
       if (first) {
         AcDbDxfFiler::Item it;
         it.code = c_.code();
-        switch (groupKind(c_.code())) {
-          case Kind::Real:
-            it.real[0] = real(c_.code(), c_.value());
-            break;
-          case Kind::Int:
-            it.integer = integer(c_.code(), c_.value());
-            break;
-          case Kind::Handle:
-            it.integer = int64_t(handle(c_.code(), c_.value()));
-            break;
-          default:
-            it.text = readText(c_.value());
+        try {
+          switch (groupKind(c_.code())) {
+            case Kind::Real:
+              it.real[0] = real(c_.code(), c_.value());
+              break;
+            case Kind::Int:
+              it.integer = integer(c_.code(), c_.value());
+              break;
+            case Kind::Handle:
+              it.integer = int64_t(handle(c_.code(), c_.value()));
+              break;
+            default:
+              it.text = readText(c_.value());
+          }
+          d_.header[name] = it;
+        } catch (const BadValue &) {
         }
-        d_.header[name] = it;
         first = false;
       }
       advance();
     }
   }
   auto seed = d_.header.find(L"$HANDSEED");
-  if (seed != d_.header.end() && seed->second.integer > 0) seeHandle(uint64_t(seed->second.integer) - 1);
+  if (seed != d_.header.end() && seed->second.integer > 0 && uint64_t(seed->second.integer) <= handleLimit_)
+    seeHandle(uint64_t(seed->second.integer) - 1);
 }
 
 void Parser::tables() {
-  while (expectMore(), !c_.is(0, "ENDSEC")) {
-    if (!c_.is(0, "TABLE")) c_.fail(L"expected TABLE, found " + quoted(c_.value()));
+  while (!sectionEnd()) {
+    if (!c_.is(0, "TABLE")) {
+      if (c_.code() == 0 && !c_.is(0, "ENDTAB")) {
+        // A record outside any table: dropped whole.
+        int at = c_.line();
+        std::wstring type = readText(trim(c_.value()));
+        advance();
+        while (!c_.atEnd() && c_.code() != 0) advance();
+        note(at, L"dropped the " + type + L" outside any table");
+      } else if (c_.code() == 0) {
+        advance();
+      } else {
+        dropToNextRecord(L"they belong to no table");
+      }
+      continue;
+    }
     Table t;
     t.head = record();
     t.head.fields.getString(2, t.name);
-    records(t.records, "ENDTAB");
-    advance();  // ENDTAB
-    while (expectMore(), c_.code() != 0) advance();
+    if (records(t.records, "ENDTAB", "TABLE")) {
+      advance();  // ENDTAB
+      while (!c_.atEnd() && c_.code() != 0) advance();
+    } else {
+      note(t.head.line, L"the TABLE " + t.name + L" has no ENDTAB; its records are kept");
+    }
     d_.tables.push_back(std::move(t));
   }
 }
 
 void Parser::blocks() {
-  while (expectMore(), !c_.is(0, "ENDSEC")) {
-    if (!c_.is(0, "BLOCK")) c_.fail(L"expected BLOCK, found " + quoted(c_.value()));
+  while (!sectionEnd()) {
+    if (!c_.is(0, "BLOCK")) {
+      if (c_.code() == 0) {
+        int at = c_.line();
+        std::wstring type = readText(trim(c_.value()));
+        advance();
+        while (!c_.atEnd() && c_.code() != 0) advance();
+        note(at, L"dropped the " + type + L" outside any block");
+      } else {
+        dropToNextRecord(L"they belong to no block");
+      }
+      continue;
+    }
     Block b;
     b.begin = record();
-    records(b.entities, "ENDBLK");
-    record();  // ENDBLK and its groups
+    if (records(b.entities, "ENDBLK", "BLOCK"))
+      record();  // ENDBLK and its groups
+    else
+      note(b.begin.line, L"the BLOCK has no ENDBLK; its entities are kept");
     d_.blocks.push_back(std::move(b));
   }
 }
 
-void Parser::records(std::vector<Record> &out, std::string_view end) {
-  while (expectMore(), !c_.is(0, end)) {
-    if (c_.code() != 0) c_.fail(L"expected a 0 group, found group " + std::to_wstring(c_.code()));
-    if (c_.is(0, "ENDSEC") || c_.is(0, "EOF"))
-      c_.fail(L"expected " + readText(end) + L" before " + quoted(c_.value()));
+bool Parser::records(std::vector<Record> &out, std::string_view end, std::string_view alsoStop) {
+  while (true) {
+    if (c_.is(0, end)) return true;
+    if (sectionEnd() || (!alsoStop.empty() && c_.is(0, alsoStop))) return false;
+    if (c_.code() != 0) {
+      dropToNextRecord(L"they belong to no record");
+      continue;
+    }
     Record r = record();
     if (r.type == L"POLYLINE") {
-      subRecords(r, true);
+      subRecords(r);
     } else if (r.type == L"INSERT") {
       int64_t follow = 0;
       r.fields.getInt(66, follow);
-      if (follow) subRecords(r, true);
+      if (follow || c_.is(0, "ATTRIB")) subRecords(r);
     }
     out.push_back(std::move(r));
   }
 }
 
-void Parser::subRecords(Record &r, bool required) {
-  while (expectMore(), c_.is(0, "VERTEX") || c_.is(0, "ATTRIB")) r.subs.push_back(record());
-  if (c_.is(0, "SEQEND")) {
+void Parser::subRecords(Record &r) {
+  while (c_.is(0, "VERTEX") || c_.is(0, "ATTRIB")) r.subs.push_back(record());
+  if (c_.is(0, "SEQEND"))
     r.subs.push_back(record());
-  } else if (required) {
-    c_.fail(L"the " + r.type + L" of line " + std::to_wstring(r.line) + L" has no SEQEND");
-  }
+  else
+    note(r.line, L"the " + r.type + L" has no SEQEND; one is added");
 }
 
 // Fields go into the filer in the file's form; points gather their 20 and
-// 30 groups; extended data from the first 1001 on goes into a chain.
+// 30 groups; extended data from the first 1001 on goes into a chain (an
+// XRECORD's groups of 1000 and up are its data). A group that does not read
+// is dropped and noted; the record stays.
 Record Parser::record() {
   Record r;
   r.type = readText(trim(c_.value()));
   r.line = c_.line();
   advance();
   bool marker = false;  // a 100 group was seen: later 330 groups are fields
+  bool xrecord = r.type == L"XRECORD";
   resbuf **tail = &r.xdata;
-  while (expectMore(), c_.code() != 0) {
+  while (!c_.atEnd() && c_.code() != 0) {
     int code = c_.code();
     std::string_view v = c_.value();
-    if (code >= 1000) {
-      xdataItem(r, tail);
-      continue;
-    }
-    if (r.xdata) c_.fail(L"group " + std::to_wstring(code) + L" after the extended data");
-    // A dimension style's handle is 105: its 5 names the arrow block.
-    if (code == 105 || (code == 5 && r.type != L"DIMSTYLE")) {
-      r.handle = handle(code, v);
-      advance();
-      continue;
-    }
-    if (code == 102) {
-      std::string_view name = trim(v);
-      if (name.empty() || name[0] != '{') c_.fail(L"expected a 102 group opening with {, found " + quoted(v));
-      int open = c_.line();
-      advance();
-      while (expectMore(), !(c_.code() == 102 && trim(c_.value()) == "}")) {
-        if (c_.code() == 0 || c_.code() == 102)
-          c_.fail(L"the 102 group opened at line " + std::to_wstring(open) + L" is not closed");
-        if (c_.code() == 330 && name == "{ACAD_REACTORS") r.reactors.push_back(handle(330, c_.value()));
-        if (c_.code() == 360 && name == "{ACAD_XDICTIONARY") r.xdict = handle(360, c_.value());
-        advance();
-      }
-      advance();
-      continue;
-    }
-    if (code == 330 && !marker && !r.hasOwner) {
-      r.owner = handle(code, v);
-      r.hasOwner = true;
-      advance();
-      continue;
-    }
-    if (code == 100) marker = true;
-    AcDbDxfFiler::Item it;
-    it.code = code;
-    switch (groupKind(code)) {
-      case Kind::Real:
-        it.real[0] = real(code, v);
-        // A point: x at 10-18, 110-112, 210; y and z 10 and 20 codes above.
-        if ((code >= 10 && code <= 18) || (code >= 110 && code <= 112) || code == 210) {
-          it.dims = 1;
-          advance();
-          if (!c_.atEnd() && c_.code() == code + 10) {
-            it.real[1] = real(code + 10, c_.value());
-            it.dims = 2;
-            advance();
-            if (!c_.atEnd() && c_.code() == code + 20) {
-              it.real[2] = real(code + 20, c_.value());
-              it.dims = 3;
-              advance();
-            }
-          }
-          if (it.dims == 1) it.dims = 0;  // a lone x: a plain real
-          r.fields.items().push_back(std::move(it));
+    try {
+      if (code >= 1000 && !xrecord) {
+        if (code == 1001 || r.xdata) {
+          xdataItem(r, tail);
           continue;
         }
-        break;
-      case Kind::Int:
-        it.integer = integer(code, v);
-        break;
-      case Kind::Handle:
-        if (code == 5) {  // a dimension style's arrow block
+        note(c_.line(), L"dropped group " + std::to_wstring(code) +
+                            L": extended data must start with its application (group 1001)");
+        advance();
+        continue;
+      }
+      // A dimension style's handle is 105: its 5 names the arrow block.
+      if (code == 105 || (code == 5 && r.type != L"DIMSTYLE")) {
+        r.handle = 0;
+        r.handle = handle(code, v);
+        advance();
+        continue;
+      }
+      // 102 groups: "{NAME" ... "}" around the reactors, the extension
+      // dictionary or an application's data; some objects also carry a 102
+      // group holding a plain string, which is a field like any other.
+      if (code == 102 && !trim(v).empty() && trim(v)[0] == '{') {
+        std::string name(trim(v));
+        int open = c_.line();
+        advance();
+        while (!c_.atEnd() && !(c_.code() == 102 && trim(c_.value()) == "}")) {
+          if (c_.code() == 0) {
+            note(open, L"the 102 group is not closed; it ends at line " + std::to_wstring(c_.line()));
+            break;
+          }
+          try {
+            if (c_.code() == 330 && name == "{ACAD_REACTORS") r.reactors.push_back(handle(330, c_.value()));
+            if (c_.code() == 360 && name == "{ACAD_XDICTIONARY") r.xdict = handle(360, c_.value());
+          } catch (const BadValue &) {
+          }
+          advance();
+        }
+        if (!c_.atEnd() && c_.code() != 0) advance();
+        continue;
+      }
+      if (code == 330 && !marker && !r.hasOwner) {
+        r.owner = handle(code, v);
+        r.hasOwner = true;
+        advance();
+        continue;
+      }
+      if (code == 100) marker = true;
+      AcDbDxfFiler::Item it;
+      it.code = code;
+      switch (groupKind(code)) {
+        case Kind::Real:
+          it.real[0] = real(code, v);
+          // A point: x at 10-18, 110-112, 210, 1010-1013 (an XRECORD's);
+          // y and z 10 and 20 codes above.
+          if ((code >= 10 && code <= 18) || (code >= 110 && code <= 112) || code == 210 ||
+              (code >= 1010 && code <= 1013)) {
+            it.dims = 1;
+            advance();
+            try {
+              if (!c_.atEnd() && c_.code() == code + 10) {
+                it.real[1] = real(code + 10, c_.value());
+                it.dims = 2;
+                advance();
+                if (!c_.atEnd() && c_.code() == code + 20) {
+                  it.real[2] = real(code + 20, c_.value());
+                  it.dims = 3;
+                  advance();
+                }
+              }
+            } catch (const BadValue &) {
+              advance();
+            }
+            if (it.dims == 1) it.dims = 0;  // a lone x: a plain real
+            r.fields.items().push_back(std::move(it));
+            continue;
+          }
+          break;
+        case Kind::Int:
+          it.integer = integer(code, v);
+          break;
+        case Kind::Handle:
+          if (code == 5) {  // a dimension style's arrow block
+            it.text = readText(v);
+            break;
+          }
+          it.integer = int64_t(handle(code, v));
+          it.text = readText(trim(v));
+          break;
+        case Kind::Text:
+        case Kind::Binary:
           it.text = readText(v);
           break;
-        }
-        it.integer = int64_t(handle(code, v));
-        it.text = readText(trim(v));
-        break;
-      case Kind::Text:
-      case Kind::Binary:
-        it.text = readText(v);
-        break;
+      }
+      r.fields.items().push_back(std::move(it));
+      advance();
+    } catch (const BadValue &) {
+      advance();
     }
-    r.fields.items().push_back(std::move(it));
-    advance();
   }
   return r;
 }
@@ -378,32 +511,38 @@ Record Parser::record() {
 void Parser::xdataItem(Record &r, resbuf **&tail) {
   int code = c_.code();
   std::string_view v = c_.value();
-  if (!r.xdata && code != 1001)
-    c_.fail(L"extended data must start with group 1001, found group " + std::to_wstring(code));
   resbuf *rb = nullptr;
   if (code == 1004) {
     std::string_view t = trim(v);
-    if (t.size() % 2 || t.size() > 254) c_.fail(L"a binary chunk of group 1004 is not valid: " + quoted(v));
-    rb = acutNewRb(1004);
-    rb->resval.rbinary.clen = short(t.size() / 2);
-    rb->resval.rbinary.buf = static_cast<char *>(std::malloc(t.size() / 2 + 1));
-    for (size_t i = 0; i + 1 < t.size(); i += 2) {
-      unsigned b = 0;
-      auto res = std::from_chars(t.data() + i, t.data() + i + 2, b, 16);
-      if (res.ec != std::errc() || res.ptr != t.data() + i + 2) {
-        acutRelRb(rb);
-        c_.fail(L"a binary chunk of group 1004 is not valid: " + quoted(v));
+    bool ok = t.size() % 2 == 0 && t.size() <= 254;
+    if (ok) {
+      rb = acutNewRb(1004);
+      rb->resval.rbinary.clen = short(t.size() / 2);
+      rb->resval.rbinary.buf = static_cast<char *>(std::malloc(t.size() / 2 + 1));
+      for (size_t i = 0; ok && i + 1 < t.size(); i += 2) {
+        unsigned b = 0;
+        auto res = std::from_chars(t.data() + i, t.data() + i + 2, b, 16);
+        ok = res.ec == std::errc() && res.ptr == t.data() + i + 2;
+        rb->resval.rbinary.buf[i / 2] = char(b);
       }
-      rb->resval.rbinary.buf[i / 2] = char(b);
+    }
+    if (!ok) {
+      acutRelRb(rb);
+      note(c_.line() + 1, L"dropped group 1004: not a binary chunk, found " + quoted(v));
+      throw BadValue{};
     }
     advance();
   } else if (code >= 1010 && code <= 1013) {
+    double x = real(code, v);
     rb = acutNewRb(code);
-    rb->resval.rpoint[0] = real(code, v);
+    rb->resval.rpoint[0] = x;
     advance();
     for (int k = 1; k <= 2; ++k) {
       if (!c_.atEnd() && c_.code() == code + 10 * k) {
-        rb->resval.rpoint[k] = real(c_.code(), c_.value());
+        try {
+          rb->resval.rpoint[k] = real(c_.code(), c_.value());
+        } catch (const BadValue &) {
+        }
         advance();
       }
     }
@@ -415,23 +554,31 @@ void Parser::xdataItem(Record &r, resbuf **&tail) {
         acutNewString(s.c_str(), rb->resval.rstring);
         break;
       }
-      case RbKind::Real:
+      case RbKind::Real: {
+        double d = real(code, v);
         rb = acutNewRb(code);
-        rb->resval.rreal = real(code, v);
+        rb->resval.rreal = d;
         break;
-      case RbKind::Short:
+      }
+      case RbKind::Short: {
+        int64_t i = integer(code, v);
         rb = acutNewRb(code);
-        rb->resval.rint = short(integer(code, v));
+        rb->resval.rint = short(i);
         break;
-      case RbKind::Long:
+      }
+      case RbKind::Long: {
+        int64_t i = integer(code, v);
         rb = acutNewRb(code);
-        rb->resval.rlong = int32_t(integer(code, v));
+        rb->resval.rlong = int32_t(i);
         break;
+      }
       default:
-        c_.fail(L"group " + std::to_wstring(code) + L" cannot be extended data");
+        note(c_.line(), L"dropped group " + std::to_wstring(code) + L": it cannot be extended data");
+        throw BadValue{};
     }
     advance();
   }
+  (void)r;
   *tail = rb;
   tail = &rb->rbnext;
 }
@@ -489,7 +636,8 @@ Acad::ErrorStatus openDxf(const std::string &path, AcDbDatabase *into, std::wstr
   dxf::completeDatabase(into);
   std::wstring note;
   for (const auto &[type, n] : skipped)
-    note += (note.empty() ? L"skipped " : L", ") + std::to_wstring(n) + L" " + type;
+    note += (note.empty() ? L"skipped (kinds this host does not keep): " : L", ") + std::to_wstring(n) + L" " + type;
+  for (const std::wstring &n : drawing.notes) note += (note.empty() ? L"" : L"\n") + n;
   if (error) *error = note;
   return Acad::eOk;
 }

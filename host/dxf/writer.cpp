@@ -13,6 +13,7 @@
 // up, and $HANDSEED is above them all. Each object's own groups come from its
 // dxfOutFields in the file form; the writer adds the 0 type, the handle, the
 // owner, the 102 groups of an extension dictionary and the extended data.
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <map>
@@ -79,6 +80,7 @@ class Writer {
   std::map<const AcDbEntity *, std::unique_ptr<StandIn>> standIns_;
   std::vector<const StandIn *> standInOrder_;
   std::map<const AcDbEntity *, uint64_t> drawableHandles_;
+  std::map<const AcDbEntity *, uint64_t> attributeEnds_;  // INSERT -> its SEQEND after the ATTRIBs
   Acad::ErrorStatus failure_ = Acad::eOk;
   std::wstring failureText_;
 };
@@ -121,9 +123,12 @@ Acad::ErrorStatus Writer::plan() {
     if (btrId.isErased()) continue;
     blockEnds_[btrId] = {alloc(), alloc()};
     auto *btr = AcDbBlockTableRecord::cast(objectOf(btrId));
+    if (btr && btr->isLayout() && btrId != impl->modelSpace && btrId != impl->paperSpace)
+      fx_.moreLayouts.emplace_back(alloc(), handleOf(btrId));
     for (AcDbObjectId id : btr ? btr->entityIds() : std::vector<AcDbObjectId>()) {
       auto *ent = AcDbEntity::cast(objectOf(id));
       if (!ent || ent->isErased()) continue;
+      if (impl->attributes.count(DbAccess::stub(ent))) attributeEnds_[ent] = alloc();
       const DxfStandIn *si = findDxfStandIn(ent->isA());
       if (!si || !si->write) continue;
       auto s = std::make_unique<StandIn>();
@@ -269,7 +274,22 @@ void Writer::tables(const AcDbExtents &ext) {
   writeEmptyTable(out_, "VIEW", fx_.viewTable);
   writeEmptyTable(out_, "UCS", fx_.ucsTable);
   symbolTable(impl->regAppTable, "APPID");
-  writeDimStyleTable(out_, fx_);
+  // Dimension styles: those the drawing file gave, and Standard unless it
+  // was among them.
+  std::vector<const VerbatimObject *> styles;
+  bool standard = true;
+  for (AcDbObjectId id : impl->dimStyles)
+    if (auto *s = VerbatimObject::cast(objectOf(id)); s && !s->isErased()) {
+      styles.push_back(s);
+      standard = standard && upperKey(s->name()) != L"STANDARD";
+    }
+  writeDimStyleTable(out_, fx_, int(styles.size()), standard);
+  for (const VerbatimObject *s : styles) {
+    AcDbDxfFiler f(true);
+    s->dxfOutFields(&f);
+    object(L"DIMSTYLE", handleOf(s->objectId()), fx_.dimTable, f, s);
+  }
+  out_.ascii(0, "ENDTAB");
   symbolTable(impl->blockTable, "BLOCK_RECORD");
   out_.ascii(0, "ENDSEC");
 }
@@ -300,6 +320,8 @@ void Writer::symbolTable(AcDbObjectId tableId, const char *name) {
       uint64_t layout = id == db_->impl()->modelSpace   ? fx_.layoutModel
                         : id == db_->impl()->paperSpace ? fx_.layoutPaper
                                                         : 0;
+      for (const auto &[lh, bh] : fx_.moreLayouts)
+        if (bh == handleOf(id)) layout = lh;
       AcDbDxfFiler::Item it;
       it.code = 340;
       it.text = AcDbHandle(layout).toString();
@@ -370,7 +392,7 @@ void Writer::blocks() {
     if (found == blockEnds_.end() || !btr) continue;
     bool paper = id == db_->impl()->paperSpace;
     begin(found->second.first, handleOf(id), paper, btr->name(), btr->isAnonymous() ? 1 : 0, btr->origin());
-    if (!btr->isLayout()) blockEntities(id);
+    if (id != db_->impl()->modelSpace && id != db_->impl()->paperSpace) blockEntities(id);
     end(found->second.second, handleOf(id), paper);
   }
   for (const StandIn *s : standInOrder_) {
@@ -399,12 +421,37 @@ void Writer::entities() {
 
 void Writer::entity(const AcDbEntity *ent, uint64_t owner) {
   if (auto s = standIns_.find(ent); s != standIns_.end()) return standInInsert(ent, *s->second);
-  const ACHAR *type = ent->isA()->dxfName();
+  auto *verbatim = VerbatimEntity::cast(ent);
+  const ACHAR *type = verbatim ? verbatim->dxfType().c_str() : ent->isA()->dxfName();
   if (!type || !*type) return;  // a class no reader knows and without a stand-in: left out
   bool resident = !ent->objectId().isNull();
   uint64_t handle = resident ? handleOf(ent->objectId()) : drawableHandles_[ent];
   AcDbDxfFiler f(true);
   ent->dxfOutFields(&f);
+  if (auto ends = attributeEnds_.find(ent); ends != attributeEnds_.end()) {
+    // An INSERT with attributes: 66 says they follow, then each ATTRIB and
+    // an end marker.
+    auto &its = f.items();
+    auto at = std::find_if(its.begin(), its.end(), [](const AcDbDxfFiler::Item &it) {
+      return it.code == 100 && it.text == L"AcDbBlockReference";
+    });
+    AcDbDxfFiler::Item follow;
+    follow.code = 66;
+    follow.integer = 1;
+    its.insert(at == its.end() ? at : at + 1, follow);
+    object(type, handle, owner, f, ent);
+    for (AcDbObjectId id : db_->impl()->attributes[DbAccess::stub(ent)]) {
+      auto *att = AcDbEntity::cast(objectOf(id));
+      if (!att || att->isErased()) continue;
+      AcDbDxfFiler af(true);
+      att->dxfOutFields(&af);
+      object(L"ATTRIB", handleOf(id), handle, af, att);
+    }
+    AcDbDxfFiler sf(true);
+    ent->AcDbEntity::dxfOutFields(&sf);
+    object(L"SEQEND", ends->second, handle, sf, nullptr);
+    return;
+  }
   object(type, handle, owner, f, ent);
   // Vertices and the end marker follow an old-style polyline.
   std::vector<const AcDbEntity *> verts;

@@ -376,7 +376,7 @@ bool testItem(const Node &n, const Subject &s) {
   const AcDbEntity &ent = s.ent;
   switch (n.code) {
     case 0:
-      return compareText(n.op, ent.isA()->dxfName() ? ent.isA()->dxfName() : L"", n.text);
+      return compareText(n.op, dxfTypeOf(&ent) ? dxfTypeOf(&ent) : L"", n.text);
     case 8:
       return compareText(n.op, takeString(ent.layer()), n.text);
     case 6:

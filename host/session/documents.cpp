@@ -161,7 +161,8 @@ Document *Session::newDocument(const std::wstring &path) {
       print(L"\nCannot open the drawing \"" + full + L"\": " + why + L"\n");
       return nullptr;
     }
-    if (!why.empty()) print(L"\n" + title + L": " + why + L" (kinds this host does not keep).\n");
+    // What the reader left out or repaired, one line each.
+    if (!why.empty()) print(L"\n" + title + L" is open; what was left out or repaired:\n" + why + L"\n");
   }
   documents_.push_back(std::move(made));
   Document *doc = documents_.back().get();

@@ -81,6 +81,9 @@ class AcDbMText : public AcDbEntity {
   AcDbObjectId style_;
   bool fill_ = false, useBgColor_ = false;
   AcCmColor fillColor_;
+  // The embedded object a drawing file gave the text (columns: "101 Embedded
+  // Object" and what follows), written back as read.
+  std::vector<AcDbDxfFiler::Item> embedded_;
 };
 
 // A leader: a path through its vertices, with or without an arrowhead. As a

@@ -49,7 +49,8 @@
 (assert-true "a new handle" (not (member (dxf--last) handles)))
 (assert-equal "save again" T (host:save))
 
-;; A damaged file is refused with the line at fault.
+;; A damaged file opens with what can be read; the transcript names the
+;; lines dropped.
 (setq bad (strcat (getenv "TMP") "/damaged.dxf"))
 (setq f (open bad "w"))
 (write-line "0" f)
@@ -59,8 +60,32 @@
 (write-line "oops" f)
 (close f)
 (host:clear-transcript)
-(assert-equal "a damaged drawing does not open" nil (host:open-document bad))
+(assert-true "a damaged drawing opens" (host:open-document bad))
 (assert-true "the transcript names the line"
-             (vl-string-search "line 5: expected a group code, found \"oops\"" (host:transcript)))
+             (vl-string-search "line 5: dropped, expected a group code, found \"oops\"" (host:transcript)))
+
+;; What is no drawing file at all is refused with the line at fault.
+(setq bad (strcat (getenv "TMP") "/notadrawing.dxf"))
+(setq f (open bad "w"))
+(write-line "hello" f)
+(write-line "world" f)
+(close f)
+(host:clear-transcript)
+(assert-equal "not a drawing: refused" nil (host:open-document bad))
+(assert-true "the transcript names the line"
+             (vl-string-search "line 1: not a drawing file" (host:transcript)))
+
+;; A kind the host does not model (TEXT) is kept as its groups, and scripts
+;; see it under its own type.
+(setq other (strcat (getenv "TMP") "/text.dxf"))
+(setq f (open other "w"))
+(foreach l '("0" "SECTION" "2" "ENTITIES" "0" "TEXT" "5" "2B" "8" "NOTES" "10" "1.0" "20" "2.0" "30" "0.0"
+             "40" "2.5" "1" "hello" "0" "ENDSEC" "0" "EOF")
+  (write-line l f))
+(close f)
+(assert-true "a drawing with a TEXT opens" (host:open-document other))
+(assert-equal "entget names its type" "TEXT" (cdr (assoc 0 (entget (handent "2B")))))
+(assert-equal "its layer is the entity's" "NOTES" (cdr (assoc 8 (entget (handent "2B")))))
+(assert-equal "a selection by type finds it" 1 (sslength (ssget "X" '((0 . "TEXT")))))
 
 (test-done)

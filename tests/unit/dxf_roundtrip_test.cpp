@@ -187,10 +187,16 @@ TEST(DxfRoundTrip, ForeignFilesOpenWithWhatTheyHave) {
   AcDbDatabase db;
   std::wstring error;
   ASSERT_EQ(openDxf(path, &db, &error), Acad::eOk) << text::toUtf8(error);
-  EXPECT_EQ(error, L"skipped 2 TEXT");
+  EXPECT_EQ(error, L"");
   auto *ms = AcDbBlockTableRecord::cast(objectOf(db.impl()->modelSpace));
   ASSERT_TRUE(ms);
-  ASSERT_EQ(ms->entityIds().size(), 1u);
+  // The texts are kept as their groups.
+  ASSERT_EQ(ms->entityIds().size(), 3u);
+  for (int i : {1, 2}) {
+    auto *text = VerbatimEntity::cast(objectOf(ms->entityIds()[size_t(i)]));
+    ASSERT_TRUE(text);
+    EXPECT_EQ(text->dxfType(), L"TEXT");
+  }
   auto *line = AcDbLine::cast(objectOf(ms->entityIds()[0]));
   ASSERT_TRUE(line);
   EXPECT_EQ(line->endPoint(), AcGePoint3d(3, 4, 0));

@@ -1,0 +1,130 @@
+// Entities of kinds the database does not model, kept as the groups a
+// drawing file gave them (db.h, VerbatimEntity).
+#include <algorithm>
+
+#include "db/db.h"
+
+using namespace vantry::host;
+
+namespace {
+
+// The groups AcDbEntity reads and writes itself; the rest of the entity
+// part is kept as read.
+bool entityOwnCode(int code) {
+  switch (code) {
+    case 6: case 8: case 48: case 60: case 62: case 67: case 370: case 410: case 420:
+      return true;
+    default:
+      return false;
+  }
+}
+
+// Old files (before subclass markers) give no 100 groups; newer readers
+// expect them in entities of a file with markers. The kinds that old files
+// hold and that are kept as groups get them as the layout of their kind
+// places them: one marker first, and for text kinds a second before the
+// vertical alignment (73, or 74 for ATTRIB/ATTDEF).
+void addMarkers(const std::wstring &type, std::vector<AcDbDxfFiler::Item> &groups) {
+  auto marker = [](const wchar_t *name) {
+    AcDbDxfFiler::Item it;
+    it.code = 100;
+    it.text = name;
+    return it;
+  };
+  std::vector<AcDbDxfFiler::Item> out;
+  if (type == L"POINT") {
+    out.push_back(marker(L"AcDbPoint"));
+  } else if (type == L"SOLID" || type == L"TRACE") {
+    out.push_back(marker(L"AcDbTrace"));
+  } else if (type == L"TEXT" || type == L"ATTRIB" || type == L"ATTDEF") {
+    // Text part, then the second text marker and the kind's own part (tag,
+    // prompt, flags, vertical alignment).
+    out.push_back(marker(L"AcDbText"));
+    std::vector<AcDbDxfFiler::Item> own;
+    int vertical = type == L"TEXT" ? 73 : 74;
+    for (auto &it : groups) {
+      bool ownCode = it.code == vertical || (type != L"TEXT" && (it.code == 2 || it.code == 3 || it.code == 70 ||
+                                                                 it.code == 73));
+      (ownCode ? own : out).push_back(std::move(it));
+    }
+    if (type == L"TEXT") {
+      out.push_back(marker(L"AcDbText"));
+    } else {
+      out.push_back(marker(type == L"ATTRIB" ? L"AcDbAttribute" : L"AcDbAttributeDefinition"));
+    }
+    for (auto &it : own) out.push_back(std::move(it));
+    groups = std::move(out);
+    return;
+  } else {
+    return;
+  }
+  for (auto &it : groups) out.push_back(std::move(it));
+  groups = std::move(out);
+}
+
+}  // namespace
+
+Acad::ErrorStatus VerbatimEntity::dxfOutFields(AcDbDxfFiler *f) const {
+  AcDbEntity::dxfOutFields(f);
+  for (const auto &it : extra_) f->items().push_back(it);
+  for (const auto &it : groups_) f->items().push_back(it);
+  return Acad::eOk;
+}
+
+// Splits the groups at the entity part: its own groups go to AcDbEntity, the
+// rest of it to extra_, what follows to groups_. Properties AcDbEntity
+// refuses (an unknown linetype, a colour out of range) are left at their
+// defaults: the entity is kept whatever they say.
+Acad::ErrorStatus VerbatimEntity::dxfInFields(AcDbDxfFiler *f) {
+  if (AcDbEntity::dxfInFields(f) != Acad::eOk) {
+    AcDbDxfFiler common(f->isFile());
+    for (const auto &it : f->items())
+      if (it.code == 8) common.items().push_back(it);
+    AcDbEntity::dxfInFields(&common);
+  }
+  extra_.clear();
+  groups_.clear();
+  const auto &its = f->items();
+  auto entityMarker = std::find_if(its.begin(), its.end(), [](const AcDbDxfFiler::Item &it) {
+    return it.code == 100 && it.text == L"AcDbEntity";
+  });
+  if (entityMarker == its.end()) {
+    // No markers, or none for the entity part: everything but the entity's
+    // own groups is the kind's.
+    bool markers = std::any_of(its.begin(), its.end(), [](const auto &it) { return it.code == 100; });
+    for (const auto &it : its)
+      if (!entityOwnCode(it.code) && !(it.code == 5 || it.code == 330)) groups_.push_back(it);
+    if (!markers) addMarkers(type_, groups_);
+    return Acad::eOk;
+  }
+  auto it = entityMarker + 1;
+  for (; it != its.end() && it->code != 100; ++it)
+    if (!entityOwnCode(it->code)) extra_.push_back(*it);
+  groups_.assign(it, its.end());
+  return Acad::eOk;
+}
+
+std::wstring VerbatimObject::name() const {
+  for (const auto &it : groups_)
+    if (it.code == 2) return it.text;
+  return {};
+}
+
+Acad::ErrorStatus VerbatimObject::dxfOutFields(AcDbDxfFiler *f) const {
+  AcDbObject::dxfOutFields(f);
+  for (const auto &it : groups_) f->items().push_back(it);
+  return Acad::eOk;
+}
+
+Acad::ErrorStatus VerbatimObject::dxfInFields(AcDbDxfFiler *f) {
+  groups_.clear();
+  for (const auto &it : f->items())
+    if (it.code != 105 && it.code != 330) groups_.push_back(it);
+  return Acad::eOk;
+}
+
+const ACHAR *vantry::host::dxfTypeOf(const AcDbObject *obj) {
+  if (auto *e = VerbatimEntity::cast(obj)) return e->dxfType().c_str();
+  if (auto *o = VerbatimObject::cast(obj)) return o->dxfType().c_str();
+  return obj ? obj->isA()->dxfName() : nullptr;
+}

@@ -1,0 +1,231 @@
+// Drawings written by other programs (the shared data's dxf folder), and the
+// faults they showed: each opens, saves and opens again with every entity
+// kept by type and handle. The saved files are left for the outside audit
+// (tests/tools/dxf_compare.py, run by CTest after this).
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+
+#include "dxf/internal.h"
+#include "dxf_fixture.h"
+
+namespace vantry::host {
+namespace {
+
+namespace fs = std::filesystem;
+using Entities = std::set<std::pair<uint64_t, std::wstring>>;
+
+std::string readAll(const fs::path &path) {
+  std::ifstream f(path, std::ios::binary);
+  std::ostringstream s;
+  s << f.rdbuf();
+  return s.str();
+}
+
+fs::path outDir() {
+  const char *env = std::getenv("VANTRY_DXF_REAL_OUT");
+  fs::path dir = env ? fs::path(env) : fs::temp_directory_path() / "vantry-dxf-real";
+  fs::create_directories(dir);
+  return dir;
+}
+
+std::wstring typeOf(const AcDbEntity *e) {
+  if (auto *v = VerbatimEntity::cast(e)) return v->dxfType();
+  return e->isA()->dxfName();
+}
+
+// Every entity of every block record, attributes included, by handle and type.
+Entities entitiesOf(AcDbDatabase &db) {
+  Entities out;
+  auto *impl = db.impl();
+  auto *blocks = AcDbSymbolTable::cast(objectOf(impl->blockTable));
+  for (AcDbObjectId b : blocks->recordIds()) {
+    auto *btr = AcDbBlockTableRecord::cast(objectOf(b));
+    for (AcDbObjectId id : btr->entityIds()) {
+      auto *e = AcDbEntity::cast(objectOf(id));
+      if (!e || e->isErased()) continue;
+      out.insert({id.handle().value(), typeOf(e)});
+      auto att = impl->attributes.find(DbAccess::stub(e));
+      if (att != impl->attributes.end())
+        for (AcDbObjectId a : att->second) out.insert({a.handle().value(), L"ATTRIB"});
+    }
+  }
+  return out;
+}
+
+// The entities as the file itself lists them (ENTITIES and BLOCKS, ATTRIBs
+// of INSERTs), by handle and type: those with a handle.
+Entities entitiesInFile(const std::string &text) {
+  dxf::Drawing d;
+  std::wstring error;
+  EXPECT_TRUE(dxf::parseDxf(text, d, &error)) << text::toUtf8(error);
+  Entities out;
+  auto add = [&](const std::vector<dxf::Record> &records) {
+    for (const dxf::Record &r : records) {
+      if (r.handle) out.insert({r.handle, r.type});
+      if (r.type == L"INSERT")
+        for (const dxf::Record &s : r.subs)
+          if (s.type == L"ATTRIB" && s.handle) out.insert({s.handle, s.type});
+    }
+  };
+  add(d.entities);
+  for (const dxf::Block &b : d.blocks) add(b.entities);
+  return out;
+}
+
+TEST(DxfRealDrawings, EveryFileOpensSavesAndReopensWithEveryEntity) {
+  fs::path dir = fs::path(VANTRY_SHARED_DATA) / "dxf";
+  if (!fs::is_directory(dir)) GTEST_SKIP() << "no real drawings at " << dir << " (the shared data folder is absent)";
+  int files = 0;
+  for (const auto &entry : fs::directory_iterator(dir)) {
+    if (entry.path().extension() != ".dxf") continue;
+    ++files;
+    std::string name = entry.path().filename().string();
+    SCOPED_TRACE(name);
+    AcDbDatabase db;
+    std::wstring notes;
+    ASSERT_EQ(openDxf(entry.path().string(), &db, &notes), Acad::eOk) << text::toUtf8(notes);
+    Entities read = entitiesOf(db);
+    Entities listed = entitiesInFile(readAll(entry.path()));
+    Entities missing;
+    for (const auto &e : listed)
+      if (!read.count(e)) missing.insert(e);
+    EXPECT_TRUE(missing.empty()) << missing.size() << " entities of the file are not in the drawing";
+
+    std::string saved = (outDir() / name).string();
+    std::wstring error;
+    ASSERT_EQ(saveDxf(&db, saved, &error), Acad::eOk) << text::toUtf8(error);
+    AcDbDatabase again;
+    ASSERT_EQ(openDxf(saved, &again, &error), Acad::eOk) << text::toUtf8(error);
+    EXPECT_TRUE(error.empty()) << "the saved file needed repairs: " << text::toUtf8(error);
+    EXPECT_EQ(entitiesOf(again), read);
+  }
+  EXPECT_GT(files, 0) << "no drawings in " << dir;
+}
+
+// --- Faults the real drawings showed, each on a small file of its own ----------------------
+
+std::string writeTemp(const std::string &name, const std::string &text) {
+  fs::path path = fs::temp_directory_path() / "vantry-dxf-real-faults";
+  fs::create_directories(path);
+  path /= name;
+  std::ofstream(path, std::ios::binary) << text;
+  return path.string();
+}
+
+// Opens text, saves it and opens the saved file; answers the saved text.
+std::string roundTrip(const std::string &name, const std::string &text, AcDbDatabase &db, AcDbDatabase &again) {
+  std::wstring notes;
+  std::string path = writeTemp(name, text);
+  EXPECT_EQ(openDxf(path, &db, &notes), Acad::eOk) << text::toUtf8(notes);
+  std::string saved = writeTemp("saved-" + name, "");
+  EXPECT_EQ(saveDxf(&db, saved, &notes), Acad::eOk) << text::toUtf8(notes);
+  EXPECT_EQ(openDxf(saved, &again, &notes), Acad::eOk) << text::toUtf8(notes);
+  return readAll(saved);
+}
+
+const std::string kTables = "0\nSECTION\n2\nTABLES\n";
+const std::string kEntities = "0\nSECTION\n2\nENTITIES\n";
+const std::string kEnd = "0\nENDSEC\n";
+const std::string kEof = "0\nEOF\n";
+
+// Extended data of a layer named an application whose APPID record comes
+// later in the file: the reader registered it before the application table
+// existed, through a null database.
+TEST(DxfRealFaults, XDataNamingAnApplicationRegisteredLaterDoesNotCrash) {
+  std::string text = kTables +
+                     "0\nTABLE\n2\nLAYER\n5\n2\n0\nLAYER\n5\n10\n2\nWALLS\n70\n0\n62\n7\n"
+                     "1001\nLATER_APP\n1000\nstandard\n0\nENDTAB\n"
+                     "0\nTABLE\n2\nAPPID\n5\n3\n0\nAPPID\n5\n2A\n2\nLATER_APP\n70\n0\n0\nENDTAB\n" +
+                     kEnd + kEof;
+  AcDbDatabase db, again;
+  roundTrip("later_app.dxf", text, db, again);
+  for (AcDbDatabase *d : {&db, &again}) {
+    AcDbObjectId app = recordId(d->impl()->regAppTable, L"LATER_APP");
+    ASSERT_FALSE(app.isNull());
+    EXPECT_EQ(app.handle().value(), 0x2Au) << "the application keeps the file's record";
+    auto *layer = objectOf(recordId(d->impl()->layerTable, L"WALLS"));
+    ASSERT_TRUE(layer);
+    resbuf *xd = layer->xData(L"LATER_APP");
+    ASSERT_TRUE(xd && xd->rbnext);
+    EXPECT_STREQ(xd->rbnext->resval.rstring, L"standard");
+    acutRelRb(xd);
+  }
+}
+
+// 102 groups that hold a plain string (not "{NAME" ... "}") were refused;
+// an XRECORD's groups of 1000 and up were taken for extended data without
+// its application; an MTEXT's embedded column object (whose 11 is a zero
+// vector) made the text "not valid". Each is kept and written back.
+TEST(DxfRealFaults, PlainStrings102XRecordDataAndMTextColumnsAreKept) {
+  std::string text = kEntities +
+                     "0\nHATCH\n5\n40\n330\n1F\n100\nAcDbEntity\n8\n0\n100\nAcDbHatch\n10\n0\n20\n0\n30\n0\n"
+                     "2\nSOLID\n70\n1\n102\nDISPLAYNAME\n1\nkept\n"
+                     "0\nMTEXT\n5\n41\n100\nAcDbEntity\n8\n0\n100\nAcDbMText\n10\n1\n20\n2\n30\n0\n40\n1.0\n"
+                     "41\n20.0\n71\n1\n1\ncolumn text\n101\nEmbedded Object\n70\n1\n10\n1\n20\n0\n30\n0\n"
+                     "11\n0\n21\n0\n31\n0\n40\n20\n72\n3\n" +
+                     kEnd + "0\nSECTION\n2\nOBJECTS\n0\nXRECORD\n5\n50\n100\nAcDbXrecord\n1000\nDSTYLE\n1002\n{\n"
+                     "1070\n3\n1002\n}\n" + kEnd + kEof;
+  AcDbDatabase db, again;
+  std::string saved = roundTrip("strings102.dxf", text, db, again);
+  auto *ms = AcDbBlockTableRecord::cast(objectOf(again.impl()->modelSpace));
+  ASSERT_EQ(ms->entityIds().size(), 2u);
+  auto *hatch = VerbatimEntity::cast(objectOf(ms->entityIds()[0]));
+  ASSERT_TRUE(hatch);
+  EXPECT_EQ(hatch->objectId().handle().value(), 0x40u);
+  auto has = [](const VerbatimEntity *e, int code, const wchar_t *value) {
+    for (const auto &it : e->groups())
+      if (it.code == code && it.text == value) return true;
+    return false;
+  };
+  EXPECT_TRUE(has(hatch, 102, L"DISPLAYNAME"));
+  EXPECT_TRUE(has(hatch, 2, L"SOLID"));
+  auto *mtext = AcDbMText::cast(objectOf(ms->entityIds()[1]));
+  ASSERT_TRUE(mtext);
+  EXPECT_EQ(mtext->location(), AcGePoint3d(1, 2, 0));
+  ACHAR *contents = mtext->contents();
+  EXPECT_STREQ(contents, L"column text");
+  acutDelString(contents);
+  EXPECT_NE(saved.find("101\nEmbedded Object\n"), std::string::npos) << "the columns are written back";
+}
+
+// ATTRIBs after an INSERT were skipped, and a second paper space block
+// (*Paper_Space0) lost its layout, so other readers dropped it; dimension
+// styles other than Standard were not kept, so a DIMENSION named one
+// that was not there.
+TEST(DxfRealFaults, AttributesLayoutsAndDimensionStylesSurviveASave) {
+  std::string text = kTables +
+                     "0\nTABLE\n2\nDIMSTYLE\n5\nA\n0\nDIMSTYLE\n105\n27\n2\nISO-25\n70\n0\n41\n2.5\n0\nENDTAB\n"
+                     "0\nTABLE\n2\nBLOCK_RECORD\n5\n1\n0\nBLOCK_RECORD\n5\n1F\n2\n*Model_Space\n"
+                     "0\nBLOCK_RECORD\n5\n1B\n2\n*Paper_Space\n0\nBLOCK_RECORD\n5\n3E\n2\n*Paper_Space0\n"
+                     "0\nBLOCK_RECORD\n5\n60\n2\nTAG\n0\nENDTAB\n" + kEnd +
+                     "0\nSECTION\n2\nBLOCKS\n"
+                     "0\nBLOCK\n5\n61\n330\n60\n2\nTAG\n70\n2\n10\n0\n20\n0\n30\n0\n0\nENDBLK\n5\n62\n330\n60\n"
+                     "0\nBLOCK\n5\n3F\n330\n3E\n2\n*Paper_Space0\n70\n0\n10\n0\n20\n0\n30\n0\n"
+                     "0\nLINE\n5\n70\n330\n3E\n100\nAcDbEntity\n67\n1\n8\n0\n100\nAcDbLine\n10\n0\n20\n0\n30\n0\n"
+                     "11\n1\n21\n1\n31\n0\n0\nENDBLK\n5\n40\n330\n3E\n" + kEnd + kEntities +
+                     "0\nINSERT\n5\n80\n330\n1F\n100\nAcDbEntity\n8\n0\n100\nAcDbBlockReference\n66\n1\n2\nTAG\n"
+                     "10\n0\n20\n0\n30\n0\n"
+                     "0\nATTRIB\n5\n81\n330\n80\n100\nAcDbEntity\n8\n0\n100\nAcDbText\n10\n0\n20\n0\n30\n0\n"
+                     "40\n1\n1\nvalue\n100\nAcDbAttribute\n2\nNAME\n70\n0\n0\nSEQEND\n5\n82\n330\n80\n"
+                     "0\nDIMENSION\n5\n90\n330\n1F\n100\nAcDbEntity\n8\n0\n100\nAcDbDimension\n2\n*D1\n3\nISO-25\n"
+                     "10\n0\n20\n0\n30\n0\n70\n0\n" + kEnd + kEof;
+  AcDbDatabase db, again;
+  std::string saved = roundTrip("attribs.dxf", text, db, again);
+  Entities got = entitiesOf(again);
+  for (auto e : Entities{{0x70, L"LINE"}, {0x80, L"INSERT"}, {0x81, L"ATTRIB"}, {0x90, L"DIMENSION"}})
+    EXPECT_TRUE(got.count(e)) << text::toUtf8(e.second);
+  // The file's style keeps its handle; Standard is added beside it.
+  std::map<std::wstring, uint64_t> styles;
+  for (AcDbObjectId id : again.impl()->dimStyles)
+    styles[VerbatimObject::cast(objectOf(id))->name()] = id.handle().value();
+  EXPECT_EQ(styles[L"ISO-25"], 0x27u);
+  EXPECT_TRUE(styles.count(L"Standard"));
+  EXPECT_NE(saved.find("  1\nLayout2\n"), std::string::npos) << "*Paper_Space0 has a layout";
+  EXPECT_NE(saved.find(" 66\n1\n"), std::string::npos) << "the INSERT says its attributes follow";
+}
+
+}  // namespace
+}  // namespace vantry::host
