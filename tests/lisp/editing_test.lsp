@@ -42,6 +42,30 @@
 (assert-equal "a record that does not convert" nil (vt_append_withindex 99 '((1 . 2))))
 (assert-equal "  no append" (+ c 7) (counter))
 
+;; A first field that the engine does not number can never reach the target: the call
+;; must end with the message and leave the table as it was, not append for ever.
+(vt_sql "CREATE TABLE Tags (Tag TEXT, Note TEXT)")
+(vt_sql "CREATE TABLE Counted (ID COUNTER, Name TEXT)")
+(vt_command "INSERT INTO Counted (Name) VALUES ('first')")
+(defun withindex-refused (table n rec / before)
+  (vt_table table "")
+  (setq before (vt_sql (strcat "SELECT * FROM " table)))
+  (list (vt_append_withindex n rec)
+        (equal before (vt_sql (strcat "SELECT * FROM " table)))))
+(assert-equal "withindex on a text first field"
+              '("error - unable to match index" T) (withindex-refused "Tags" 3 '(("Note" . "x"))))
+(vt_command "INSERT INTO Tags VALUES ('D-1', 'x')")
+(assert-equal "withindex on a text first field with records"
+              '("error - unable to match index" T) (withindex-refused "Tags" 3 '(("Note" . "x"))))
+(assert-equal "withindex on a counter the engine leaves null"
+              '("error - unable to match index" T) (withindex-refused "Counted" 3 '(("Name" . "x"))))
+(vt_table "Rooms" "")
+(setq before (rooms) c (counter))
+(assert-equal "withindex beyond the counters' range" "error - unable to match index"
+              (vt_append_withindex 3e9 '(("Name" . "far"))))
+(assert-equal "  no append" (list before c) (list (rooms) (counter)))
+(vt_table "Rooms")
+
 ;; --- Yes/no: stored as -1, read as T ------------------------------------------------------------
 (setq r (vt_append '(("Name" . "lab") ("Heated" . T))))
 (assert-equal "T reads back as T" T (cdr (assoc "Heated" r)))
