@@ -1,7 +1,8 @@
 // Record editing: vt_append, vt_append_withindex, vt_replace, vt_delete.
 // They work on the table open in the current connection. Without one, the
-// engine call fails as a call through an empty interface pointer does: an
-// engine error with E_POINTER that the call frame leaves to the host.
+// engine call fails as a call through an empty interface pointer does, with
+// an engine error carrying E_POINTER; each function catches it itself
+// (catchEngineError), so the call ends with nil and the frame unlocks.
 #include <cmath>
 #include <optional>
 
@@ -37,9 +38,7 @@ std::optional<double> counterOf(const engine::Record &r) {
 // Counters cross the engine's interface as 32-bit integers.
 constexpr double kLargestCounter = 2147483647.0;
 
-}  // namespace
-
-int vt_append() {
+int vt_appendBody() {
   acedRetNil();
   ArgList args;
   resbuf *cur = args.cursor();
@@ -56,7 +55,7 @@ int vt_append() {
   return 0;
 }
 
-int vt_append_withindex() {
+int vt_append_withindexBody() {
   acedRetNil();
   ArgList args;
   resbuf *cur = args.cursor();
@@ -106,7 +105,7 @@ int vt_append_withindex() {
   return 0;
 }
 
-int vt_replace() {
+int vt_replaceBody() {
   acedRetNil();
   ArgList args;
   engine::Record record;
@@ -120,7 +119,7 @@ int vt_replace() {
   return 0;
 }
 
-int vt_delete() {
+int vt_deleteBody() {
   acedRetNil();
   EngineConnection c = requireConnection();
   if (c->DeleteRecord())
@@ -128,6 +127,21 @@ int vt_delete() {
   else
     database::reportEngineError(c);
   return 0;
+}
+
+}  // namespace
+
+int vt_append() {
+  return database::catchEngineError(vt_appendBody);
+}
+int vt_append_withindex() {
+  return database::catchEngineError(vt_append_withindexBody);
+}
+int vt_replace() {
+  return database::catchEngineError(vt_replaceBody);
+}
+int vt_delete() {
+  return database::catchEngineError(vt_deleteBody);
 }
 
 }  // namespace vantry::lispfn
