@@ -282,7 +282,17 @@ std::string rewriteAccessSql(const std::string &sql, const std::vector<std::stri
       size_t lit = nextSolid(t, i + 1);
       std::string pattern = unquote(t[lit].text);
       if (pattern.find_first_of("*?#[") == std::string::npos) {
-        out += k.text;
+        // `_` is a literal character in Access, with or without wildcards;
+        // a pattern without Access's wildcards keeps SQLite's `%`.
+        if (pattern.find('_') == std::string::npos) {
+          out += k.text;
+          continue;
+        }
+        std::string like;
+        for (char c : pattern) like += c == '_' || c == '\\' ? std::string("\\") + c : std::string(1, c);
+        out += "LIKE " + sqlString(like) + " ESCAPE '\\'";
+        i = lit;
+        changed = true;
         continue;
       }
       std::string like = likePattern(pattern);

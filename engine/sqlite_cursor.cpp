@@ -419,6 +419,11 @@ bool SqliteEngine::seekKeys(const std::vector<Value> &keys, Record *out) {
   size_t n = keys.size();
   while (n > 0 && keys[n - 1].isEmptyOrNull()) --n;
   if (n == 0) return fail(errc::kNoCurrentRecord, "No current record: no key value was given.");
+  // In rowid order the key is the rowid only where a counter field holds it;
+  // otherwise the rowid is hidden and no field of the record can match.
+  if (c->order.empty() && !c->table.hasPrimaryKey)
+    return fail(errc::kNoCurrentIndex, "Operation invalid without a current index (table '" + c->table.name +
+                                           "' is open in insertion order).");
   size_t terms = c->order.empty() ? 1 : c->order.size();
   if (n > terms)
     return fail(errc::kNotSupported,

@@ -103,6 +103,17 @@ TEST_F(EngineCursorTest, TablesWithoutIntegerKeysUseInsertionOrderOrTheirPrimary
   EXPECT_EQ(walk("name"), (std::vector<std::string>{"\"z\"", "\"y\"", "\"x\""}));
   EXPECT_FALSE(e->OpenTable("loose", "PrimaryKey"));
   EXPECT_EQ(e->GetLastError().number, errc::kNotAnIndex);
+  // In insertion order there is no key to seek on: the hidden row number is
+  // no field of the table and must never match.
+  ASSERT_TRUE(e->OpenTable("loose", ""));
+  Record r;
+  for (int rowid : {1, 2, 3}) {
+    EXPECT_FALSE(e->SeekValue(Value::integer(rowid), &r)) << rowid << ": " << testing::show(r);
+    EXPECT_EQ(e->GetLastError().number, errc::kNoCurrentIndex);
+  }
+  ASSERT_TRUE(e->OpenTable("ducts", ""));  // the counter is the key: seeks find it
+  ASSERT_TRUE(e->SeekValue(Value::integer(3), &r));
+  EXPECT_EQ(field(r, "tag"), "\"C-3\"");
   for (const char *index : {"", "PrimaryKey"}) {
     ASSERT_TRUE(e->OpenTable("codes", index));
     EXPECT_EQ(walk("label"), (std::vector<std::string>{"\"first\"", "\"mid\"", "\"last\""})) << index;

@@ -57,6 +57,9 @@ TEST_F(EngineSqlTest, AccessDialectGivesTheRowsAccessWould) {
       {"SELECT tag FROM d WHERE tag NOT LIKE '[q-s]-[12]'", "tag=\"R-7\" | tag=\"SX\""},
       {"SELECT tag FROM d WHERE note LIKE '100%*'", "tag=\"S-1\""},
       {"SELECT tag FROM d WHERE note LIKE '*_*'", "tag=\"SX\""},
+      // `_` is a literal in Access even in a pattern without its wildcards.
+      {"SELECT tag FROM d WHERE tag LIKE 'S_1'", ""},
+      {"SELECT tag FROM d WHERE note LIKE '%_%'", "tag=\"SX\""},
       {"SELECT tag FROM d WHERE note LIKE '%e%' ORDER BY id", "tag=\"S-1\" | tag=\"S-2\" | tag=\"SX\""},
       {"SELECT tag FROM d WHERE made >= #1/15/2024# ORDER BY made", "tag=\"S-1\" | tag=\"R-7\""},
       {"SELECT tag FROM d WHERE made < #2024-01-31 10:00:01# AND made > #2024-01-31#", "tag=\"S-1\""},
