@@ -177,8 +177,9 @@ int vt_compact() {
     database::setLastError(e.number, text);
     database::printEngineError(e.number, text);
   }
-  wchar_t computer[16];
-  DWORD size = 16;
+  // A buffer of 15 characters: a longer name is not shown.
+  wchar_t computer[15];
+  DWORD size = 15;
   if (showBox && GetComputerNameW(computer, &size)) {
     text += L"\n(Your computer name is ";
     text += computer;
