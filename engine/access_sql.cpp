@@ -7,6 +7,7 @@
 //   LIKE '[a-c]#*'         -> REGEXP '^[a-c][0-9].*$' (character lists and digits)
 //   #1/31/2024#            -> '2024-01-31 00:00:00'
 //   a & b                  -> a || b
+//   a + 'x', 'x' + a       -> a || 'x', 'x' || a (texts join; "+" between fields adds)
 //   a Mod b                -> a % b
 //   DELETE * FROM t        -> DELETE FROM t (also DELETE t.* FROM t)
 //   True                   -> (-1), Access's yes: what yes/no fields hold, so
@@ -20,8 +21,10 @@
 // LCase, Len, Mid, Val, Now and three-argument InStr are registered on the
 // connection (access_functions.cpp). Text that uses none of this comes back
 // unchanged, byte for byte. Differences that stay: "&" does not turn a null
-// into an empty text as Access does, and text comparisons are case-sensitive
-// unless the field is declared COLLATE NOCASE.
+// into an empty text as Access does, and "+" between two text fields adds.
+// Text comparisons, ORDER BY and GROUP BY terms and join conditions are made
+// case-insensitive (markCaseInsensitive).
+#include <algorithm>
 #include <cctype>
 #include <cstring>
 #include <string>
@@ -214,8 +217,120 @@ std::string accessPatternToRegex(const std::string &pattern) {
   return out + "$";
 }
 
+// Text compares without regard to case in Access. SQLite takes the collation
+// of a comparison from an operand that names one with COLLATE, so these are
+// marked COLLATE NOCASE: a string literal compared with anything; the right
+// side of a comparison of two fields in a join's ON clause; and each term of
+// ORDER BY and GROUP BY that names a field. A collation changes nothing in a
+// comparison of numbers. Definitions (CREATE, ALTER, DROP) are left alone:
+// there a COLLATE after a literal would be read as the column's collation.
+bool isComparison(const Token &k) {
+  static const char *const kOps[] = {"=", "==", "<>", "!=", "<", ">", "<=", ">="};
+  if (k.kind != Tok::kPunct) return false;
+  for (const char *op : kOps)
+    if (k.text == op) return true;
+  return false;
+}
+
+bool isNamePart(const Token &k) {
+  return k.kind == Tok::kWord || k.kind == Tok::kBracket || k.kind == Tok::kDQuote;
+}
+
+// The end (one past) of a field reference starting at i (name, or
+// name.name...), or i when there is none there; a function call is none.
+size_t fieldRefEnd(const std::vector<Token> &t, size_t i) {
+  if (i >= t.size() || !isNamePart(t[i])) return i;
+  size_t e = i + 1;
+  while (e + 1 < t.size() && t[e].kind == Tok::kPunct && t[e].text == "." && isNamePart(t[e + 1])) e += 2;
+  size_t after = nextSolid(t, e);
+  if (after < t.size() && t[after].kind == Tok::kPunct && t[after].text == "(") return i;
+  return e;
+}
+
+// Access's "+" between texts concatenates. Without the operands' types, a
+// "+" with a text literal on either side is taken as joining texts
+// (System + '-' + Linetype); "+" between two fields stays SQLite's addition.
+bool plusJoinsText(const std::vector<Token> &t, size_t i) {
+  size_t before = i;
+  while (before > 0 && t[before - 1].kind == Tok::kSpace) --before;
+  size_t after = nextSolid(t, i + 1);
+  if (before > 0 && t[before - 1].kind == Tok::kOther && t[before - 1].text == " COLLATE NOCASE") --before;
+  return (before > 0 && t[before - 1].kind == Tok::kSQuote) || (after < t.size() && t[after].kind == Tok::kSQuote);
+}
+
+void markCaseInsensitive(std::vector<Token> &t) {
+  size_t first = nextSolid(t, 0);
+  if (first >= t.size() || is(t[first], "CREATE") || is(t[first], "ALTER") || is(t[first], "DROP") ||
+      is(t[first], "PRAGMA"))
+    return;
+  static const char *const kClauseEnds[] = {"WHERE", "JOIN", "INNER", "LEFT", "RIGHT", "GROUP", "ORDER", "HAVING",
+                                            "LIMIT", "UNION", "EXCEPT", "INTERSECT", "ON", "SET", "FROM"};
+  auto endsClause = [&](const Token &k) {
+    if (k.kind == Tok::kPunct && (k.text == ")" || k.text == ";")) return true;
+    for (const char *w : kClauseEnds)
+      if (is(k, w)) return true;
+    return false;
+  };
+  std::vector<size_t> marks;  // a COLLATE NOCASE goes after each of these tokens
+  bool inOn = false, inSet = false;  // SET's "=" assigns, it compares nothing
+  for (size_t i = 0; i < t.size(); ++i) {
+    const Token &k = t[i];
+    if (is(k, "SET")) inSet = true;
+    if (is(k, "WHERE") || is(k, "FROM")) inSet = false;
+    if (is(k, "ON")) {
+      inOn = true;
+      continue;
+    }
+    if (inOn && endsClause(k)) inOn = false;
+    if (isComparison(k) && !inSet) {
+      size_t before = i, after = nextSolid(t, i + 1);
+      while (before > 0 && t[before - 1].kind == Tok::kSpace) --before;
+      bool leftLiteral = before > 0 && t[before - 1].kind == Tok::kSQuote;
+      if (after < t.size() && t[after].kind == Tok::kSQuote)
+        marks.push_back(after);
+      else if (leftLiteral)
+        marks.push_back(before - 1);
+      else if (inOn && fieldRefEnd(t, after) > after)
+        marks.push_back(fieldRefEnd(t, after) - 1);
+    }
+    if ((is(k, "ORDER") || is(k, "GROUP")) && nextSolid(t, i + 1) < t.size() && is(t[nextSolid(t, i + 1)], "BY")) {
+      size_t j = nextSolid(t, i + 1) + 1;
+      int depth = 0;
+      for (;;) {  // one term per pass
+        size_t start = nextSolid(t, j);
+        size_t end = fieldRefEnd(t, start);
+        size_t next = nextSolid(t, end);
+        bool simple = end > start && (next >= t.size() || is(t[next], "ASC") || is(t[next], "DESC") ||
+                                      t[next].text == "," || endsClause(t[next]));
+        if (simple) marks.push_back(end - 1);
+        // Skip to the comma that ends this term at its own depth, or the clause's end.
+        size_t m = start;
+        depth = 0;
+        while (m < t.size()) {
+          if (t[m].text == "(") ++depth;
+          if (t[m].text == ")" && depth-- == 0) break;
+          if (depth == 0 && (t[m].text == "," || t[m].text == ";" ||
+                             (m != start && endsClause(t[m]) && t[m].kind == Tok::kWord)))
+            break;
+          ++m;
+        }
+        if (m >= t.size() || t[m].text != ",") break;
+        j = m + 1;
+      }
+    }
+  }
+  // Insert from the back so that earlier indexes stay valid.
+  std::sort(marks.begin(), marks.end());
+  marks.erase(std::unique(marks.begin(), marks.end()), marks.end());
+  for (auto it = marks.rbegin(); it != marks.rend(); ++it)
+    t.insert(t.begin() + static_cast<long>(*it) + 1, Token{Tok::kOther, " COLLATE NOCASE"});
+}
+
 std::string rewriteAccessSql(const std::string &sql, const std::vector<std::string> &params) {
   std::vector<Token> t = tokenize(sql);
+  markCaseInsensitive(t);
+  bool marked = false;
+  for (const Token &k : t) marked |= k.kind == Tok::kOther && k.text == " COLLATE NOCASE";
   auto paramIndex = [&](const Token &k) {
     if (k.kind != Tok::kWord && k.kind != Tok::kBracket) return -1;
     std::string name = asciiLower(k.kind == Tok::kWord ? k.text : k.text.substr(1, k.text.size() - 2));
@@ -223,7 +338,7 @@ std::string rewriteAccessSql(const std::string &sql, const std::vector<std::stri
       if (asciiLower(params[p]) == name) return static_cast<int>(p);
     return -1;
   };
-  bool changed = false;
+  bool changed = marked;
   struct Pending {
     int depth;
     std::string limit;
@@ -254,6 +369,9 @@ std::string rewriteAccessSql(const std::string &sql, const std::vector<std::stri
       out += k.text;
       changed = true;
     } else if (k.kind == Tok::kPunct && k.text == "&") {
+      out += "||";
+      changed = true;
+    } else if (k.kind == Tok::kPunct && k.text == "+" && plusJoinsText(t, i)) {
       out += "||";
       changed = true;
     } else if (isTrueConstant(t, i)) {

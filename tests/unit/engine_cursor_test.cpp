@@ -189,6 +189,27 @@ TEST_F(EngineCursorTest, SeeksFindTheFirstMatchInIndexOrder) {
   EXPECT_EQ(e->GetLastError().number, errc::kNotSupported);
 }
 
+TEST_F(EngineCursorTest, TextSeeksFindAKeyWrittenInAnotherCase) {
+  rawSql(db,
+         "CREATE TABLE layers(LayerName TEXT, n INTEGER);"
+         "CREATE INDEX by_layer ON layers(LayerName);"  // ordered by bytes
+         "INSERT INTO layers VALUES ('HVAC-L0004', 1), ('hvac-l0004', 2), ('Supply Air', 3), ('SUPPLY AIR', 4),"
+         " ('Supply', 5), ('Z', 6), ('a', 7);");
+  ASSERT_TRUE(e->OpenTable("layers", "by_layer"));
+  Record r;
+  // Every case variant finds the first of its equals in index order.
+  for (const char *key : {"hvac-l0004", "HVAC-L0004", "Hvac-L0004"}) {
+    ASSERT_TRUE(e->SeekValue(Value::text(key), &r)) << key;
+    EXPECT_EQ(field(r, "n"), "1") << key;
+  }
+  ASSERT_TRUE(e->SeekValue(Value::text("supply air"), &r));
+  EXPECT_EQ(field(r, "n"), "4");
+  ASSERT_TRUE(e->SeekValue(Value::text("A"), &r));
+  EXPECT_EQ(field(r, "n"), "7");
+  EXPECT_FALSE(e->SeekValue(Value::text("supply ai"), &r));
+  EXPECT_EQ(e->GetLastError().number, errc::kNoCurrentRecord);
+}
+
 TEST_F(EngineCursorTest, RecordsCarryTypedValues) {
   ASSERT_TRUE(e->OpenTable("ducts", ""));
   Record r;

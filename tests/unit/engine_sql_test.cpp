@@ -96,6 +96,34 @@ TEST_F(EngineSqlTest, AccessDialectGivesTheRowsAccessWould) {
   for (const Case &c : cases) EXPECT_EQ(rows(c.sql), c.rows) << c.sql;
 }
 
+TEST_F(EngineSqlTest, TextComparesWithoutRegardToCaseAsInAccess) {
+  rawSql(db,
+         "CREATE TABLE layers(LayerName TEXT, System TEXT);"
+         "CREATE INDEX by_layer ON layers(LayerName);"
+         "INSERT INTO layers VALUES ('HVAC-L0004', 'Supply'), ('hvac-l0005', 'supply'), ('Duct', 'RETURN'),"
+         " ('b-2', 'Return');"
+         "CREATE TABLE systems(Name TEXT, Colour INTEGER);"
+         "INSERT INTO systems VALUES ('SUPPLY', 1), ('return', 3);");
+  struct Case {
+    const char *sql, *rows;
+  } cases[] = {
+      {"SELECT LayerName FROM layers WHERE LayerName = 'hvac-l0004'", "LayerName=\"HVAC-L0004\""},
+      {"SELECT LayerName FROM layers WHERE 'HVAC-L0005' = [LayerName]", "LayerName=\"hvac-l0005\""},
+      {"SELECT LayerName FROM layers WHERE LayerName <> 'duct' AND LayerName >= 'B' ORDER BY LayerName",
+       "LayerName=\"b-2\" | LayerName=\"HVAC-L0004\" | LayerName=\"hvac-l0005\""},
+      {"SELECT System, count(*) AS n FROM layers GROUP BY System ORDER BY System DESC",
+       "System=\"Supply\" n=2 | System=\"RETURN\" n=2"},
+      {"SELECT l.LayerName, s.Colour FROM layers AS l INNER JOIN systems AS s ON l.System = s.Name "
+       "WHERE s.Colour = 1 ORDER BY l.LayerName",
+       "LayerName=\"HVAC-L0004\" Colour=1 | LayerName=\"hvac-l0005\" Colour=1"},
+      {"SELECT System + '-' + LayerName AS full FROM layers WHERE LayerName = 'duct'", "full=\"RETURN-Duct\""},
+      {"SELECT 'x' + System AS full FROM layers WHERE LayerName = 'b-2'", "full=\"xReturn\""},
+      // Numbers compare as numbers still, and an ordinal ORDER BY stays a position.
+      {"SELECT Colour FROM systems WHERE Colour = 3 ORDER BY 1", "Colour=3"},
+  };
+  for (const Case &c : cases) EXPECT_EQ(rows(c.sql), c.rows) << c.sql;
+}
+
 TEST_F(EngineSqlTest, PlainSqliteStatementsPassUnchanged) {
   for (const char *sql : {
            "SELECT \"duct size\", tag FROM d WHERE tag LIKE 'S%' ORDER BY 1 LIMIT 2",
