@@ -258,6 +258,98 @@ bool plusJoinsText(const std::vector<Token> &t, size_t i) {
   return (before > 0 && t[before - 1].kind == Tok::kSQuote) || (after < t.size() && t[after].kind == Tok::kSQuote);
 }
 
+// Access's definitions (CREATE TABLE, ALTER TABLE, CREATE INDEX, DROP
+// INDEX) in SQLite's terms. Access's type names are kept where SQLite reads
+// them with the right affinity (TEXT(n), LONG, YESNO, CURRENCY ... keep their
+// names, which tell the engine how their values cross); COUNTER and
+// AUTOINCREMENT become a counter SQLite numbers (INTEGER PRIMARY KEY
+// AUTOINCREMENT, a PRIMARY KEY written for that field dropped), MEMO becomes
+// LONGTEXT (SQLite would read MEMO as a number type). CREATE INDEX loses its
+// WITH clause (WITH PRIMARY makes the index unique); DROP INDEX i ON t
+// loses "ON t".
+bool isTypePosition(const std::vector<Token> &t, size_t i) {
+  size_t name = prevSolid(t, i);
+  if (name >= t.size() || !isNamePart(t[name])) return false;
+  size_t before = prevSolid(t, name);
+  if (before >= t.size()) return false;
+  return t[before].text == "(" || t[before].text == "," || is(t[before], "ADD") || is(t[before], "COLUMN");
+}
+
+bool translateDefinition(std::vector<Token> &t) {
+  size_t first = nextSolid(t, 0);
+  if (first >= t.size()) return false;
+  bool create = is(t[first], "CREATE"), alter = is(t[first], "ALTER"), drop = is(t[first], "DROP");
+  if (!create && !alter && !drop) return false;
+  size_t second = nextSolid(t, first + 1);
+  if (second < t.size() && is(t[second], "UNIQUE")) second = nextSolid(t, second + 1);
+  bool index = second < t.size() && is(t[second], "INDEX");
+  bool changed = false;
+  auto blank = [&](size_t from, size_t to) {  // [from, to) becomes nothing
+    for (size_t k = from; k < to && k < t.size(); ++k) t[k] = Token{Tok::kSpace, k == from ? " " : ""};
+    changed = true;
+  };
+  if (drop && index) {  // DROP INDEX i ON t
+    for (size_t i = second; i < t.size(); ++i)
+      if (is(t[i], "ON")) {
+        size_t end = i;
+        while (end < t.size() && t[end].text != ";") ++end;
+        blank(i, end);
+        break;
+      }
+    return changed;
+  }
+  if (create && index) {  // ... WITH PRIMARY | DISALLOW NULL | IGNORE NULL
+    int depth = 0;
+    for (size_t i = second; i < t.size(); ++i) {
+      if (t[i].text == "(") ++depth;
+      if (t[i].text == ")") --depth;
+      if (depth == 0 && is(t[i], "WITH")) {
+        size_t end = i;
+        bool primary = false;
+        while (end < t.size() && t[end].text != ";") primary |= is(t[end++], "PRIMARY");
+        blank(i, end);
+        size_t u = nextSolid(t, first + 1);
+        if (primary && !is(t[u], "UNIQUE")) t[first].text += " UNIQUE";
+        break;
+      }
+    }
+    return changed;
+  }
+  if (drop) return false;
+  int depth = 0;
+  bool counterOpen = false;  // inside the definition of a field made a counter
+  for (size_t i = first; i < t.size(); ++i) {
+    Token &k = t[i];
+    if (k.text == "(") ++depth;
+    if (k.text == ")") --depth;
+    if ((k.text == "," && depth <= 1) || (!alter && depth < 1)) counterOpen = false;
+    if (k.kind != Tok::kWord) continue;
+    if ((is(k, "COUNTER") || is(k, "AUTOINCREMENT")) && isTypePosition(t, i)) {
+      k.text = "INTEGER PRIMARY KEY AUTOINCREMENT";
+      changed = true;
+      size_t open = nextSolid(t, i + 1);  // COUNTER(seed, increment): SQLite starts at 1
+      if (open < t.size() && t[open].text == "(") {
+        size_t close = open;
+        while (close < t.size() && t[close].text != ")") ++close;
+        blank(open, close + 1);
+      }
+      counterOpen = true;
+    } else if (is(k, "MEMO") && isTypePosition(t, i)) {
+      k.text = "LONGTEXT";
+      changed = true;
+    } else if (counterOpen && is(k, "PRIMARY")) {
+      size_t from = i, key = nextSolid(t, i + 1);
+      size_t named = prevSolid(t, i);  // CONSTRAINT name PRIMARY KEY
+      if (named < t.size()) {
+        size_t constraint = prevSolid(t, named);
+        if (constraint < t.size() && is(t[constraint], "CONSTRAINT")) from = constraint;
+      }
+      if (key < t.size() && is(t[key], "KEY")) blank(from, key + 1);
+    }
+  }
+  return changed;
+}
+
 void markCaseInsensitive(std::vector<Token> &t) {
   size_t first = nextSolid(t, 0);
   if (first >= t.size() || is(t[first], "CREATE") || is(t[first], "ALTER") || is(t[first], "DROP") ||
@@ -328,8 +420,9 @@ void markCaseInsensitive(std::vector<Token> &t) {
 
 std::string rewriteAccessSql(const std::string &sql, const std::vector<std::string> &params) {
   std::vector<Token> t = tokenize(sql);
+  bool defined = translateDefinition(t);
   markCaseInsensitive(t);
-  bool marked = false;
+  bool marked = defined;
   for (const Token &k : t) marked |= k.kind == Tok::kOther && k.text == " COLLATE NOCASE";
   auto paramIndex = [&](const Token &k) {
     if (k.kind != Tok::kWord && k.kind != Tok::kBracket) return -1;

@@ -124,6 +124,42 @@ TEST_F(EngineSqlTest, TextComparesWithoutRegardToCaseAsInAccess) {
   for (const Case &c : cases) EXPECT_EQ(rows(c.sql), c.rows) << c.sql;
 }
 
+TEST_F(EngineSqlTest, AccessDefinitionsMakeACounterAndKeepTheirTypes) {
+  int32_t n = 0;
+  ASSERT_TRUE(e->ExecuteCommand(
+      "CREATE TABLE L (ID COUNTER CONSTRAINT pk PRIMARY KEY, Tag TEXT(50) NOT NULL, Lined YESNO, Note MEMO,"
+      " Cost CURRENCY, N LONG, B BYTE, D DATETIME, Pic OLEOBJECT, CONSTRAINT uq UNIQUE (Tag))",
+      &n))
+      << e->GetLastError().description;
+  ASSERT_TRUE(e->OpenTable("L", ""));
+  Record stored;
+  ASSERT_TRUE(e->AppendRecord({{"Tag", Value::text("a")}, {"Note", Value::text("0123")}}, false, &stored));
+  EXPECT_EQ(testing::field(stored, "ID"), "1");
+  EXPECT_EQ(testing::field(stored, "Note"), "\"0123\"");  // a memo keeps its text
+  ASSERT_TRUE(e->AppendRecord({{"Tag", Value::text("b")}, {"Lined", Value::boolean(true)}}, false, &stored));
+  EXPECT_EQ(testing::field(stored, "ID"), "2");
+  EXPECT_EQ(testing::field(stored, "Lined"), "<true>");
+  EXPECT_FALSE(e->AppendRecord({{"Tag", Value::text("c")}, {"N", Value::real(1.5)}}, false, &stored));
+  EXPECT_EQ(e->GetLastError().number, errc::kConversion);
+  EXPECT_FALSE(e->AppendRecord({{"Tag", Value::text("a")}}, false, &stored));
+  EXPECT_EQ(e->GetLastError().number, errc::kDuplicateKey);
+
+  ASSERT_TRUE(e->ExecuteCommand("CREATE TABLE M (Num AUTOINCREMENT(100, 5), Name VARCHAR(20))", &n));
+  ASSERT_TRUE(e->ExecuteCommand("INSERT INTO M (Name) VALUES ('x')", &n));
+  EXPECT_EQ(rows("SELECT Num FROM M"), "Num=1");
+  for (const char *sql : {"CREATE UNIQUE INDEX ByN ON L (N) WITH DISALLOW NULL", "CREATE INDEX ByB ON L (B DESC)",
+                          "CREATE INDEX ByCost ON L (Cost) WITH PRIMARY", "ALTER TABLE L ADD COLUMN Extra SHORT",
+                          "ALTER TABLE L ADD Other CHAR(5)", "ALTER TABLE L DROP COLUMN Other",
+                          "DROP INDEX ByB ON L", "DROP TABLE M"})
+    EXPECT_TRUE(e->ExecuteCommand(sql, &n)) << sql << ": " << e->GetLastError().description;
+  EXPECT_EQ(rawScalar(db, "SELECT group_concat(name) FROM (SELECT name FROM sqlite_master WHERE type = 'index'"
+                          " AND name NOT LIKE 'sqlite%' ORDER BY name)"),
+            "ByCost,ByN");
+  EXPECT_EQ(rawScalar(db, "SELECT \"unique\" FROM pragma_index_list('L') WHERE name = 'ByCost'"), "1");
+  EXPECT_EQ(rawScalar(db, "SELECT group_concat(name) FROM pragma_table_info('L') WHERE name IN ('Extra', 'Other')"),
+            "Extra");
+}
+
 TEST_F(EngineSqlTest, PlainSqliteStatementsPassUnchanged) {
   for (const char *sql : {
            "SELECT \"duct size\", tag FROM d WHERE tag LIKE 'S%' ORDER BY 1 LIMIT 2",
