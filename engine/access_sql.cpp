@@ -15,6 +15,8 @@
 //                             "x IS [NOT] TRUE" and a name written t.True or
 //                             AS True are left as they stand.
 //   Left( Right( Format(   -> vt_left( vt_right( vt_format( (SQLite reserves or owns those
+//   IsNull( Date()         -> vt_isnull( vt_date() (the same: ISNULL is an operator there)
+//   Yes, On / No, Off      -> (-1) / 0 where a value stands (after a comparison, in a list)
 //                             names; Format( keeps SQLite's meaning when its first argument
 //                             is a string literal, as in SQLite's format('%d', x))
 // False (0), IIf, Trim and two-argument InStr are SQLite's own; Nz, UCase,
@@ -179,6 +181,28 @@ bool isTrueConstant(const std::vector<Token> &t, size_t i) {
   }
   size_t n = nextSolid(t, i + 1);
   return !(n < t.size() && (t[n].text == "." || t[n].text == "("));
+}
+
+}  // namespace
+
+namespace {
+
+// Access's constants Yes and On (-1), No and Off (0), where a value stands:
+// after a comparison or assignment, or in a list; 1 for yes, -1 for no, 0
+// when the word is not such a constant here (ON of a join, a field named Yes).
+int yesNoConstant(const std::vector<Token> &t, size_t i) {
+  bool yes = is(t[i], "YES") || is(t[i], "ON");
+  bool no = is(t[i], "NO") || is(t[i], "OFF");
+  if (!yes && !no) return 0;
+  size_t p = prevSolid(t, i);
+  if (p >= t.size()) return 0;
+  static const char *const kBefore[] = {"=", "==", "<>", "!=", "<", ">", "<=", ">="};
+  bool valuePlace = false;
+  for (const char *op : kBefore) valuePlace |= t[p].kind == Tok::kPunct && t[p].text == op;
+  if (!is(t[i], "ON")) valuePlace |= t[p].text == "," || t[p].text == "(" || is(t[p], "THEN") || is(t[p], "ELSE");
+  size_t n = nextSolid(t, i + 1);
+  if (n < t.size() && (t[n].text == "." || t[n].text == "(")) return 0;
+  return valuePlace ? (yes ? 1 : -1) : 0;
 }
 
 }  // namespace
@@ -467,6 +491,14 @@ std::string rewriteAccessSql(const std::string &sql, const std::vector<std::stri
     } else if (k.kind == Tok::kPunct && k.text == "+" && plusJoinsText(t, i)) {
       out += "||";
       changed = true;
+    } else if (int yes = yesNoConstant(t, i); yes != 0) {
+      out += yes > 0 ? "(-1)" : "0";
+      changed = true;
+    } else if (is(k, "DATE") && nextSolid(t, i + 1) < t.size() && t[nextSolid(t, i + 1)].text == "(" &&
+               nextSolid(t, nextSolid(t, i + 1) + 1) < t.size() &&
+               t[nextSolid(t, nextSolid(t, i + 1) + 1)].text == ")") {
+      out += "vt_date";  // Access's Date(): today; SQLite's date() is another function
+      changed = true;
     } else if (isTrueConstant(t, i)) {
       out += "(-1)";  // in parentheses: "-True" must not become the comment "--1"
       changed = true;
@@ -482,7 +514,8 @@ std::string rewriteAccessSql(const std::string &sql, const std::vector<std::stri
       limits.push_back({depth, t[num].text});
       i = num;
       changed = true;
-    } else if ((is(k, "LEFT") || is(k, "RIGHT") || is(k, "FORMAT")) && nextSolid(t, i + 1) < t.size() &&
+    } else if ((is(k, "LEFT") || is(k, "RIGHT") || is(k, "FORMAT") || is(k, "ISNULL")) &&
+               nextSolid(t, i + 1) < t.size() &&
                t[nextSolid(t, i + 1)].text == "(") {
       size_t arg = nextSolid(t, nextSolid(t, i + 1) + 1);
       bool sqliteFormat = is(k, "FORMAT") && arg < t.size() && t[arg].kind == Tok::kSQuote;

@@ -307,6 +307,8 @@ std::string accessPatternToRegex(const std::string &pattern);
 std::string formatValue(const std::string &value, bool numeric, double number, const std::string &format);
 // Registers the dialect's functions (IIf, Nz, UCase, ...) on a connection.
 void registerAccessFunctions(sqlite3 *db);
+// Registers the dialect's date, conversion and other functions (access_dates.cpp).
+void registerAccessDateFunctions(sqlite3 *db);
 
 inline std::string noCurrentRecordText() {
   return "No current record.";
