@@ -229,8 +229,9 @@ class SqliteEngine final : public Engine {
   // the file's state are taken after Open and after each own checkpoint.
   struct FileState {
     int64_t size = -1;
-    int64_t mtime = 0;
     std::string header;  // the first 100 bytes
+    // Not the modification time: touching a file changes nothing in it, and
+    // taking that for a replacement would throw away the WAL's writes.
     bool operator==(const FileState &) const = default;
   };
   using CheckpointMark = std::array<uint32_t, 4>;

@@ -29,7 +29,7 @@
 // connection to the path would replay it into the newcomer. Three ways of
 // replacing are told apart here. A file deleted or renamed over shows as a
 // different identity at the path. A file overwritten in place keeps its
-// identity, but its size, modification time or header change while the
+// identity, but its size or header (the first 100 bytes) change while the
 // WAL-index shows no checkpoint: every legitimate writer of a WAL database
 // writes the main file only by checkpointing, which moves the checkpoint
 // counters or the salts of the WAL-index. A connection whose file was
@@ -178,7 +178,6 @@ bool SqliteEngine::readFileState(FileState *out) {
   struct stat st {};
   if (pathFd_ < 0 || ::fstat(pathFd_, &st) != 0) return false;
   out->size = st.st_size;
-  out->mtime = nanos(st.st_mtim);
   out->header.clear();
   // Read through SQLite's own descriptor: opening and closing another one
   // would drop SQLite's locks. A file shorter than the header has none.
