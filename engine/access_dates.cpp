@@ -293,6 +293,16 @@ void sgn(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
   sqlite3_result_int(ctx, d > 0 ? 1 : d < 0 ? -1 : 0);
 }
 
+// a \\ b: both rounded to whole numbers (halves to even), then divided
+// with the remainder dropped.
+void intDiv(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
+  if (anyNull(argc, argv)) return sqlite3_result_null(ctx);
+  int64_t a = static_cast<int64_t>(std::nearbyint(sqlite3_value_double(argv[0])));
+  int64_t b = static_cast<int64_t>(std::nearbyint(sqlite3_value_double(argv[1])));
+  if (b == 0) return sqlite3_result_error(ctx, "Division by zero.", -1);
+  sqlite3_result_int64(ctx, a / b);
+}
+
 void sqr(sqlite3_context *ctx, int argc, sqlite3_value **argv) {
   if (anyNull(argc, argv)) return sqlite3_result_null(ctx);
   double d = sqlite3_value_double(argv[0]);
@@ -319,6 +329,7 @@ void registerAccessDateFunctions(sqlite3 *db) {
       {"cbool", 1, cbool, 0, true},        {"int", 1, intFix, 0, true},        {"fix", 1, intFix, 1, true},
       {"str", 1, str, 0, true},            {"vt_isnull", 1, isNull, 0, true},     {"space", 1, space, 0, true},
       {"string", 2, stringFn, 0, true},    {"sgn", 1, sgn, 0, true},           {"sqr", 1, sqr, 0, true},
+      {"vt_intdiv", 2, intDiv, 0, true},
   };
   for (const Fn &f : fns)
     sqlite3_create_function_v2(db, f.name, f.args, SQLITE_UTF8 | (f.deterministic ? SQLITE_DETERMINISTIC : 0),

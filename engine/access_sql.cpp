@@ -9,6 +9,7 @@
 //   a & b                  -> a || b
 //   a + 'x', 'x' + a       -> a || 'x', 'x' || a (texts join; "+" between fields adds)
 //   a Mod b                -> a % b
+//   a \ b                  -> vt_intdiv(a, b) (a number or a field on each side)
 //   DELETE * FROM t        -> DELETE FROM t (also DELETE t.* FROM t)
 //   True                   -> (-1), Access's yes: what yes/no fields hold, so
 //                             "Lined = True" compares as in Access. SQLite's own
@@ -299,6 +300,35 @@ bool isTypePosition(const std::vector<Token> &t, size_t i) {
   return t[before].text == "(" || t[before].text == "," || is(t[before], "ADD") || is(t[before], "COLUMN");
 }
 
+// Access's integer division a \ b, for operands that are a number or a
+// field: vt_intdiv(a, b), which rounds both to whole numbers first as Access
+// does. An operand in parentheses or a call is left alone (SQLite then
+// refuses the backslash as a syntax error).
+bool translateIntegerDivision(std::vector<Token> &t) {
+  bool changed = false;
+  for (size_t i = 0; i < t.size(); ++i) {
+    if (t[i].kind != Tok::kPunct || t[i].text != "\\") continue;
+    size_t leftEnd = prevSolid(t, i), rightStart = nextSolid(t, i + 1);
+    if (leftEnd >= t.size() || rightStart >= t.size()) continue;
+    size_t leftStart = leftEnd;
+    if (t[leftEnd].kind != Tok::kNumber) {
+      if (!isNamePart(t[leftEnd])) continue;
+      while (leftStart >= 2 && t[leftStart - 1].text == "." && isNamePart(t[leftStart - 2])) leftStart -= 2;
+    }
+    size_t number = rightStart;  // a negative number: "-" then the digits
+    if (t[rightStart].text == "-" && nextSolid(t, rightStart + 1) < t.size() &&
+        t[nextSolid(t, rightStart + 1)].kind == Tok::kNumber)
+      number = nextSolid(t, rightStart + 1);
+    size_t rightEnd = t[number].kind == Tok::kNumber ? number + 1 : fieldRefEnd(t, rightStart);
+    if (rightEnd == rightStart) continue;
+    t[leftStart].text = "vt_intdiv(" + t[leftStart].text;
+    t[i].text = ",";
+    t[rightEnd - 1].text += ")";
+    changed = true;
+  }
+  return changed;
+}
+
 bool translateDefinition(std::vector<Token> &t) {
   size_t first = nextSolid(t, 0);
   if (first >= t.size()) return false;
@@ -445,6 +475,7 @@ void markCaseInsensitive(std::vector<Token> &t) {
 std::string rewriteAccessSql(const std::string &sql, const std::vector<std::string> &params) {
   std::vector<Token> t = tokenize(sql);
   bool defined = translateDefinition(t);
+  defined |= translateIntegerDivision(t);
   markCaseInsensitive(t);
   bool marked = defined;
   for (const Token &k : t) marked |= k.kind == Tok::kOther && k.text == " COLLATE NOCASE";

@@ -193,6 +193,7 @@ TEST_F(EngineSqlTest, AccessFunctionsAndConstantsGiveAccesssAnswers) {
       {"IIf(lined = Yes, 'y', 'n') || IIf(lined = On, 'y', 'n') || IIf(0 = No, 'y', 'n') || IIf(0 = Off, 'y', 'n')",
        "\"yyyy\""},
       {"Len(Date()) + 0", "19"},
+      {"width \\ 7 || ',' || 7.6 \\ 2 || ',' || d.width \\ -300", "\"57,4,-1\""},
       {"LTrim('  a ') || RTrim(' b  ') || Replace('a-b', '-', '+') || Abs(-2) || Round(2.46, 1)", "\"a  ba+b22.5\""},
   };
   for (const Case &c : cases)
