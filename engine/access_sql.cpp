@@ -11,6 +11,8 @@
 //   a Mod b                -> a % b
 //   a \ b                  -> vt_intdiv(a, b) (a number or a field on each side)
 //   DELETE * FROM t        -> DELETE FROM t (also DELETE t.* FROM t)
+//   UPDATE a INNER JOIN b ON c SET ..., DELETE a.* FROM a INNER JOIN b ...:
+//                             see rewriteJoinedWrite
 //   True                   -> (-1), Access's yes: what yes/no fields hold, so
 //                             "Lined = True" compares as in Access. SQLite's own
 //                             "x IS [NOT] TRUE" and a name written t.True or
@@ -329,6 +331,93 @@ bool translateIntegerDivision(std::vector<Token> &t) {
   return changed;
 }
 
+// Joined writes, as Access writes them, in SQLite's forms:
+//   UPDATE a INNER JOIN b ON c SET a.x = b.y [WHERE w]
+//     -> UPDATE a SET x = b.y FROM b WHERE (c) [AND (w)]
+//   DELETE a.* FROM a INNER JOIN b ON c [WHERE w]
+//     -> DELETE FROM a WHERE rowid IN (SELECT a.rowid FROM a INNER JOIN b ON c [WHERE w])
+// (SQLite names the fields of SET without their table, and its DELETE takes
+// one table.) Anything else comes back as it was.
+std::string text(const std::vector<Token> &t, size_t from, size_t to) {
+  std::string out;
+  for (size_t k = from; k < to && k < t.size(); ++k) out += t[k].text;
+  return out;
+}
+
+// Indexes of the depth-0 words of t, by position.
+size_t findTop(const std::vector<Token> &t, size_t from, std::initializer_list<const char *> words) {
+  int depth = 0;
+  for (size_t k = from; k < t.size(); ++k) {
+    if (t[k].text == "(") ++depth;
+    if (t[k].text == ")") --depth;
+    if (depth != 0) continue;
+    for (const char *w : words)
+      if (is(t[k], w)) return k;
+    if (t[k].text == ";") return t.size();
+  }
+  return t.size();
+}
+
+std::string rewriteJoinedWrite(const std::string &sql) {
+  std::vector<Token> t = tokenize(sql);
+  size_t first = nextSolid(t, 0);
+  if (first >= t.size()) return sql;
+  size_t end = t.size();
+  for (size_t k = first; k < t.size(); ++k)
+    if (t[k].text == ";") {
+      end = k;
+      break;
+    }
+  if (is(t[first], "UPDATE")) {
+    size_t join = findTop(t, first + 1, {"JOIN", "SET"});
+    if (join >= end || !is(t[join], "JOIN")) return sql;
+    size_t targetEnd = join;
+    size_t kind = prevSolid(t, join);  // INNER / LEFT / RIGHT before JOIN
+    if (kind < t.size() && (is(t[kind], "INNER") || is(t[kind], "LEFT") || is(t[kind], "RIGHT"))) targetEnd = kind;
+    size_t on = findTop(t, join + 1, {"ON"}), set = findTop(t, join + 1, {"SET"});
+    if (on >= end || set >= end || on > set) return sql;
+    size_t where = findTop(t, set + 1, {"WHERE"});
+    if (where > end) where = end;
+    // SET a.x = ... -> SET x = ...: the table before each assigned field goes.
+    std::string assigns;
+    int depth = 0;
+    bool targetPlace = true;
+    for (size_t k = set + 1; k < where; ++k) {
+      if (t[k].text == "(") ++depth;
+      if (t[k].text == ")") --depth;
+      if (depth == 0 && t[k].text == ",") targetPlace = true;
+      if (depth == 0 && t[k].text == "=") targetPlace = false;
+      if (targetPlace && isNamePart(t[k]) && k + 2 < where && t[k + 1].text == "." && isNamePart(t[k + 2])) {
+        ++k;  // drop "a" and "."
+        continue;
+      }
+      assigns += t[k].text;
+    }
+    std::string out = text(t, 0, targetEnd) + " SET" + assigns + " FROM " + text(t, join + 1, on) + " WHERE (" +
+                      text(t, on + 1, set) + ")";
+    if (where < end) out += " AND (" + text(t, where + 1, end) + ")";
+    return out + text(t, end, t.size());
+  }
+  if (is(t[first], "DELETE")) {
+    size_t from = findTop(t, first + 1, {"FROM"});
+    if (from >= end) return sql;
+    size_t join = findTop(t, from + 1, {"JOIN", "WHERE"});
+    if (join >= end || !is(t[join], "JOIN")) return sql;
+    size_t name = nextSolid(t, from + 1);
+    if (name >= join || !isNamePart(t[name])) return sql;
+    // The deleted table's name, and what the joined select calls it.
+    std::string qualifier = t[name].text;
+    size_t next = nextSolid(t, name + 1);
+    if (next < join && is(t[next], "AS")) next = nextSolid(t, next + 1);
+    if (next < join && isNamePart(t[next]) && !is(t[next], "INNER") && !is(t[next], "LEFT") &&
+        !is(t[next], "RIGHT"))
+      qualifier = t[next].text;
+    return text(t, 0, first) + "DELETE FROM " + t[name].text + " WHERE rowid IN (SELECT " + qualifier +
+           ".rowid FROM " + text(t, name, end) + ")" + text(t, end, t.size());
+  }
+  return sql;
+}
+
 bool translateDefinition(std::vector<Token> &t) {
   size_t first = nextSolid(t, 0);
   if (first >= t.size()) return false;
@@ -473,7 +562,8 @@ void markCaseInsensitive(std::vector<Token> &t) {
 }
 
 std::string rewriteAccessSql(const std::string &sql, const std::vector<std::string> &params) {
-  std::vector<Token> t = tokenize(sql);
+  std::string joined = rewriteJoinedWrite(sql);
+  std::vector<Token> t = tokenize(joined);
   bool defined = translateDefinition(t);
   defined |= translateIntegerDivision(t);
   markCaseInsensitive(t);
@@ -486,7 +576,7 @@ std::string rewriteAccessSql(const std::string &sql, const std::vector<std::stri
       if (asciiLower(params[p]) == name) return static_cast<int>(p);
     return -1;
   };
-  bool changed = marked;
+  bool changed = marked || joined != sql;
   struct Pending {
     int depth;
     std::string limit;

@@ -206,6 +206,24 @@ TEST_F(EngineSqlTest, AccessFunctionsAndConstantsGiveAccesssAnswers) {
       << e->GetLastError().description;
 }
 
+TEST_F(EngineSqlTest, JoinedUpdatesAndDeletesAsAccessWritesThem) {
+  rawSql(db,
+         "CREATE TABLE colours(tag TEXT, colour INTEGER);"
+         "INSERT INTO colours VALUES ('s-1', 5), ('R-7', 9);");
+  int32_t n = 0;
+  ASSERT_TRUE(e->ExecuteCommand("UPDATE d INNER JOIN colours AS c ON d.tag = c.tag SET d.width = c.colour, "
+                                "note = 'joined' WHERE c.colour > 6",
+                                &n))
+      << e->GetLastError().description;
+  EXPECT_EQ(n, 1);
+  EXPECT_EQ(rawScalar(db, "SELECT group_concat(tag || '=' || width || note) FROM d WHERE note = 'joined'"),
+            "R-7=9joined");
+  ASSERT_TRUE(e->ExecuteCommand("DELETE d.* FROM d INNER JOIN colours ON d.tag = colours.tag", &n))
+      << e->GetLastError().description;
+  EXPECT_EQ(n, 2);  // S-1 matches 's-1' without regard to case, R-7 exactly
+  EXPECT_EQ(rawScalar(db, "SELECT group_concat(tag) FROM (SELECT tag FROM d ORDER BY tag)"), "S-2,SX");
+}
+
 TEST_F(EngineSqlTest, PlainSqliteStatementsPassUnchanged) {
   for (const char *sql : {
            "SELECT \"duct size\", tag FROM d WHERE tag LIKE 'S%' ORDER BY 1 LIMIT 2",
