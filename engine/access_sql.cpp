@@ -368,6 +368,14 @@ std::string rewriteJoinedWrite(const std::string &sql) {
       end = k;
       break;
     }
+  if (is(t[first], "SELECT")) {  // SELECT ... INTO new_table FROM ... -> CREATE TABLE new_table AS SELECT ...
+    size_t into = findTop(t, first + 1, {"INTO", "FROM"});
+    if (into >= end || !is(t[into], "INTO")) return sql;
+    size_t name = nextSolid(t, into + 1);
+    if (name >= end || !isNamePart(t[name])) return sql;
+    return text(t, 0, first) + "CREATE TABLE " + t[name].text + " AS " + text(t, first, into) +
+           text(t, name + 1, t.size());
+  }
   if (is(t[first], "UPDATE")) {
     size_t join = findTop(t, first + 1, {"JOIN", "SET"});
     if (join >= end || !is(t[join], "JOIN")) return sql;
@@ -632,8 +640,32 @@ std::string rewriteAccessSql(const std::string &sql, const std::vector<std::stri
     } else if (is(k, "TOP") && nextSolid(t, i + 1) < t.size() &&
                t[nextSolid(t, i + 1)].kind == Tok::kNumber) {
       size_t num = nextSolid(t, i + 1);
-      limits.push_back({depth, t[num].text});
+      std::string limit = t[num].text;
       i = num;
+      size_t pct = nextSolid(t, num + 1);
+      if (pct < t.size() && is(t[pct], "PERCENT")) {
+        // TOP n PERCENT: n % of the rows the rest of this SELECT gives, rounded up.
+        size_t from = t.size(), stop = t.size();
+        int local = 0;
+        for (size_t k = pct + 1; k < t.size(); ++k) {
+          if (t[k].text == "(") ++local;
+          if (t[k].text == ")" && local-- == 0) {
+            stop = k;
+            break;
+          }
+          if (local == 0 && from == t.size() && is(t[k], "FROM")) from = k;
+          if (local == 0 && (t[k].text == ";" || is(t[k], "ORDER") || is(t[k], "UNION"))) {
+            stop = k;
+            break;
+          }
+        }
+        std::string rest;
+        for (size_t k = from; k < stop; ++k) rest += t[k].text;
+        limit = "(SELECT CAST(count(*) * " + t[num].text + " / 100.0 + 0.9999999 AS INTEGER) FROM (" +
+                rewriteAccessSql("SELECT 1 " + rest, params) + "))";
+        i = pct;
+      }
+      limits.push_back({depth, limit});
       changed = true;
     } else if ((is(k, "LEFT") || is(k, "RIGHT") || is(k, "FORMAT") || is(k, "ISNULL")) &&
                nextSolid(t, i + 1) < t.size() &&

@@ -224,6 +224,16 @@ TEST_F(EngineSqlTest, JoinedUpdatesAndDeletesAsAccessWritesThem) {
   EXPECT_EQ(rawScalar(db, "SELECT group_concat(tag) FROM (SELECT tag FROM d ORDER BY tag)"), "S-2,SX");
 }
 
+TEST_F(EngineSqlTest, TopPercentAndSelectIntoAsAccessHasThem) {
+  EXPECT_EQ(rows("SELECT TOP 50 PERCENT tag FROM d ORDER BY width DESC"), "tag=\"SX\" | tag=\"S-1\"");
+  EXPECT_EQ(rows("SELECT TOP 30 PERCENT tag FROM [d] WHERE made >= #1/1/2024# ORDER BY tag"), "tag=\"R-7\"");
+  EXPECT_EQ(rows("SELECT tag FROM d WHERE id IN (SELECT TOP 25 PERCENT id FROM d ORDER BY id DESC)"), "tag=\"SX\"");
+  int32_t n = 0;
+  ASSERT_TRUE(e->ExecuteCommand("SELECT tag, width INTO wide_ducts FROM d WHERE width >= 400", &n))
+      << e->GetLastError().description;
+  EXPECT_EQ(rows("SELECT tag FROM wide_ducts ORDER BY tag"), "tag=\"S-1\" | tag=\"SX\"");
+}
+
 TEST_F(EngineSqlTest, PlainSqliteStatementsPassUnchanged) {
   for (const char *sql : {
            "SELECT \"duct size\", tag FROM d WHERE tag LIKE 'S%' ORDER BY 1 LIMIT 2",
