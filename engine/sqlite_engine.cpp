@@ -326,6 +326,7 @@ std::string SqliteEngine::Open(const std::string &path, int32_t options, bool re
   // its cost. SQLite falls back to plain reads where mapping is not possible.
   sqlite3_exec(db_, "PRAGMA mmap_size=268435456", nullptr, nullptr, nullptr);
   registerAccessFunctions(db_);
+  attachStoredQueries();
   readOnly_ = readOnly;
   dead_ = false;
   dev_ = st.st_dev;

@@ -216,6 +216,10 @@ class SqliteEngine final : public Engine {
   bool runStatement(const std::string &sql, const std::vector<RawValue> &params, ValueArray *result,
                     int32_t *affected, bool refuseSelect);
   bool checkFileDamage();
+  // Makes each stored query without parameters a temporary view of this
+  // connection, so that another statement can name it in FROM or JOIN as
+  // Access allows. Nothing is written to the file. (sqlite_sql.cpp)
+  void attachStoredQueries();
   // The stamp of the database as it is now; false when no stamp can vouch
   // for an unchanged database (then nothing read may be kept). No system
   // call in WAL mode, one fstat otherwise. (sqlite_liveness.cpp)

@@ -234,6 +234,20 @@ TEST_F(EngineSqlTest, TopPercentAndSelectIntoAsAccessHasThem) {
   EXPECT_EQ(rows("SELECT tag FROM wide_ducts ORDER BY tag"), "tag=\"S-1\" | tag=\"SX\"");
 }
 
+TEST_F(EngineSqlTest, AStoredQueryIsNamedInFromAndJoinOfAnotherStatement) {
+  ASSERT_TRUE(e->CreateQuery("WideDucts", "SELECT [tag], width FROM d WHERE width >= 400"));
+  ASSERT_TRUE(e->CreateQuery("ByTag", "PARAMETERS t Text; SELECT * FROM d WHERE tag = [t]"));
+  EXPECT_EQ(rows("SELECT tag FROM WideDucts ORDER BY tag"), "tag=\"S-1\" | tag=\"SX\"");
+  EXPECT_EQ(rows("SELECT d.tag, w.width FROM d INNER JOIN [WideDucts] AS w ON d.tag = w.tag WHERE d.id = 1"),
+            "tag=\"S-1\" width=400");
+  // Another connection of the same file sees them too; the file holds no view.
+  e->Close();
+  ASSERT_EQ(e->Open(db, 0, true), "OK");
+  EXPECT_EQ(rows("SELECT count(*) AS n FROM NoSuchQuery"), "error 3078");
+  EXPECT_EQ(rows("SELECT count(*) AS n FROM widEducts"), "n=2");
+  EXPECT_EQ(rawScalar(db, "SELECT count(*) FROM sqlite_master WHERE type = 'view' AND name = 'WideDucts'"), "0");
+}
+
 TEST_F(EngineSqlTest, PlainSqliteStatementsPassUnchanged) {
   for (const char *sql : {
            "SELECT \"duct size\", tag FROM d WHERE tag LIKE 'S%' ORDER BY 1 LIMIT 2",
