@@ -188,6 +188,7 @@ void registerAccessFunctions(sqlite3 *db) {
   for (const Fn &f : fns)
     sqlite3_create_function_v2(db, f.name, f.args, SQLITE_UTF8 | (f.deterministic ? SQLITE_DETERMINISTIC : 0),
                                nullptr, f.fn, nullptr, nullptr, nullptr);
+  registerAccessDateFunctions(db);
 }
 
 }  // namespace vantry::engine::sqlite

@@ -7,21 +7,29 @@
 //   LIKE '[a-c]#*'         -> REGEXP '^[a-c][0-9].*$' (character lists and digits)
 //   #1/31/2024#            -> '2024-01-31 00:00:00'
 //   a & b                  -> a || b
+//   a + 'x', 'x' + a       -> a || 'x', 'x' || a (texts join; "+" between fields adds)
 //   a Mod b                -> a % b
+//   a \ b                  -> vt_intdiv(a, b) (a number or a field on each side)
 //   DELETE * FROM t        -> DELETE FROM t (also DELETE t.* FROM t)
+//   UPDATE a INNER JOIN b ON c SET ..., DELETE a.* FROM a INNER JOIN b ...:
+//                             see rewriteJoinedWrite
 //   True                   -> (-1), Access's yes: what yes/no fields hold, so
 //                             "Lined = True" compares as in Access. SQLite's own
 //                             "x IS [NOT] TRUE" and a name written t.True or
 //                             AS True are left as they stand.
 //   Left( Right( Format(   -> vt_left( vt_right( vt_format( (SQLite reserves or owns those
+//   IsNull( Date()         -> vt_isnull( vt_date() (the same: ISNULL is an operator there)
+//   Yes, On / No, Off      -> (-1) / 0 where a value stands (after a comparison, in a list)
 //                             names; Format( keeps SQLite's meaning when its first argument
 //                             is a string literal, as in SQLite's format('%d', x))
 // False (0), IIf, Trim and two-argument InStr are SQLite's own; Nz, UCase,
 // LCase, Len, Mid, Val, Now and three-argument InStr are registered on the
 // connection (access_functions.cpp). Text that uses none of this comes back
 // unchanged, byte for byte. Differences that stay: "&" does not turn a null
-// into an empty text as Access does, and text comparisons are case-sensitive
-// unless the field is declared COLLATE NOCASE.
+// into an empty text as Access does, and "+" between two text fields adds.
+// Text comparisons, ORDER BY and GROUP BY terms and join conditions are made
+// case-insensitive (markCaseInsensitive).
+#include <algorithm>
 #include <cctype>
 #include <cstring>
 #include <string>
@@ -180,6 +188,28 @@ bool isTrueConstant(const std::vector<Token> &t, size_t i) {
 
 }  // namespace
 
+namespace {
+
+// Access's constants Yes and On (-1), No and Off (0), where a value stands:
+// after a comparison or assignment, or in a list; 1 for yes, -1 for no, 0
+// when the word is not such a constant here (ON of a join, a field named Yes).
+int yesNoConstant(const std::vector<Token> &t, size_t i) {
+  bool yes = is(t[i], "YES") || is(t[i], "ON");
+  bool no = is(t[i], "NO") || is(t[i], "OFF");
+  if (!yes && !no) return 0;
+  size_t p = prevSolid(t, i);
+  if (p >= t.size()) return 0;
+  static const char *const kBefore[] = {"=", "==", "<>", "!=", "<", ">", "<=", ">="};
+  bool valuePlace = false;
+  for (const char *op : kBefore) valuePlace |= t[p].kind == Tok::kPunct && t[p].text == op;
+  if (!is(t[i], "ON")) valuePlace |= t[p].text == "," || t[p].text == "(" || is(t[p], "THEN") || is(t[p], "ELSE");
+  size_t n = nextSolid(t, i + 1);
+  if (n < t.size() && (t[n].text == "." || t[n].text == "(")) return 0;
+  return valuePlace ? (yes ? 1 : -1) : 0;
+}
+
+}  // namespace
+
 std::string accessPatternToRegex(const std::string &pattern) {
   std::string out = "^";
   for (size_t i = 0; i < pattern.size(); ++i) {
@@ -214,8 +244,339 @@ std::string accessPatternToRegex(const std::string &pattern) {
   return out + "$";
 }
 
-std::string rewriteAccessSql(const std::string &sql, const std::vector<std::string> &params) {
+// Text compares without regard to case in Access. SQLite takes the collation
+// of a comparison from an operand that names one with COLLATE, so these are
+// marked COLLATE NOCASE: a string literal compared with anything; the right
+// side of a comparison of two fields in a join's ON clause; and each term of
+// ORDER BY and GROUP BY that names a field. A collation changes nothing in a
+// comparison of numbers. Definitions (CREATE, ALTER, DROP) are left alone:
+// there a COLLATE after a literal would be read as the column's collation.
+bool isComparison(const Token &k) {
+  static const char *const kOps[] = {"=", "==", "<>", "!=", "<", ">", "<=", ">="};
+  if (k.kind != Tok::kPunct) return false;
+  for (const char *op : kOps)
+    if (k.text == op) return true;
+  return false;
+}
+
+bool isNamePart(const Token &k) {
+  return k.kind == Tok::kWord || k.kind == Tok::kBracket || k.kind == Tok::kDQuote;
+}
+
+// The end (one past) of a field reference starting at i (name, or
+// name.name...), or i when there is none there; a function call is none.
+size_t fieldRefEnd(const std::vector<Token> &t, size_t i) {
+  if (i >= t.size() || !isNamePart(t[i])) return i;
+  size_t e = i + 1;
+  while (e + 1 < t.size() && t[e].kind == Tok::kPunct && t[e].text == "." && isNamePart(t[e + 1])) e += 2;
+  size_t after = nextSolid(t, e);
+  if (after < t.size() && t[after].kind == Tok::kPunct && t[after].text == "(") return i;
+  return e;
+}
+
+// Access's "+" between texts concatenates. Without the operands' types, a
+// "+" with a text literal on either side is taken as joining texts
+// (System + '-' + Linetype); "+" between two fields stays SQLite's addition.
+bool plusJoinsText(const std::vector<Token> &t, size_t i) {
+  size_t before = i;
+  while (before > 0 && t[before - 1].kind == Tok::kSpace) --before;
+  size_t after = nextSolid(t, i + 1);
+  if (before > 0 && t[before - 1].kind == Tok::kOther && t[before - 1].text == " COLLATE NOCASE") --before;
+  return (before > 0 && t[before - 1].kind == Tok::kSQuote) || (after < t.size() && t[after].kind == Tok::kSQuote);
+}
+
+// Access's definitions (CREATE TABLE, ALTER TABLE, CREATE INDEX, DROP
+// INDEX) in SQLite's terms. Access's type names are kept where SQLite reads
+// them with the right affinity (TEXT(n), LONG, YESNO, CURRENCY ... keep their
+// names, which tell the engine how their values cross); COUNTER and
+// AUTOINCREMENT become a counter SQLite numbers (INTEGER PRIMARY KEY
+// AUTOINCREMENT, a PRIMARY KEY written for that field dropped), MEMO becomes
+// LONGTEXT (SQLite would read MEMO as a number type). CREATE INDEX loses its
+// WITH clause (WITH PRIMARY makes the index unique); DROP INDEX i ON t
+// loses "ON t".
+bool isTypePosition(const std::vector<Token> &t, size_t i) {
+  size_t name = prevSolid(t, i);
+  if (name >= t.size() || !isNamePart(t[name])) return false;
+  size_t before = prevSolid(t, name);
+  if (before >= t.size()) return false;
+  return t[before].text == "(" || t[before].text == "," || is(t[before], "ADD") || is(t[before], "COLUMN");
+}
+
+// Access's integer division a \ b, for operands that are a number or a
+// field: vt_intdiv(a, b), which rounds both to whole numbers first as Access
+// does. An operand in parentheses or a call is left alone (SQLite then
+// refuses the backslash as a syntax error).
+bool translateIntegerDivision(std::vector<Token> &t) {
+  bool changed = false;
+  for (size_t i = 0; i < t.size(); ++i) {
+    if (t[i].kind != Tok::kPunct || t[i].text != "\\") continue;
+    size_t leftEnd = prevSolid(t, i), rightStart = nextSolid(t, i + 1);
+    if (leftEnd >= t.size() || rightStart >= t.size()) continue;
+    size_t leftStart = leftEnd;
+    if (t[leftEnd].kind != Tok::kNumber) {
+      if (!isNamePart(t[leftEnd])) continue;
+      while (leftStart >= 2 && t[leftStart - 1].text == "." && isNamePart(t[leftStart - 2])) leftStart -= 2;
+    }
+    size_t number = rightStart;  // a negative number: "-" then the digits
+    if (t[rightStart].text == "-" && nextSolid(t, rightStart + 1) < t.size() &&
+        t[nextSolid(t, rightStart + 1)].kind == Tok::kNumber)
+      number = nextSolid(t, rightStart + 1);
+    size_t rightEnd = t[number].kind == Tok::kNumber ? number + 1 : fieldRefEnd(t, rightStart);
+    if (rightEnd == rightStart) continue;
+    t[leftStart].text = "vt_intdiv(" + t[leftStart].text;
+    t[i].text = ",";
+    t[rightEnd - 1].text += ")";
+    changed = true;
+  }
+  return changed;
+}
+
+// Joined writes, as Access writes them, in SQLite's forms:
+//   UPDATE a INNER JOIN b ON c SET a.x = b.y [WHERE w]
+//     -> UPDATE a SET x = b.y FROM b WHERE (c) [AND (w)]
+//   DELETE a.* FROM a INNER JOIN b ON c [WHERE w]
+//     -> DELETE FROM a WHERE rowid IN (SELECT a.rowid FROM a INNER JOIN b ON c [WHERE w])
+// (SQLite names the fields of SET without their table, and its DELETE takes
+// one table.) Anything else comes back as it was.
+std::string text(const std::vector<Token> &t, size_t from, size_t to) {
+  std::string out;
+  for (size_t k = from; k < to && k < t.size(); ++k) out += t[k].text;
+  return out;
+}
+
+// Indexes of the depth-0 words of t, by position.
+size_t findTop(const std::vector<Token> &t, size_t from, std::initializer_list<const char *> words) {
+  int depth = 0;
+  for (size_t k = from; k < t.size(); ++k) {
+    if (t[k].text == "(") ++depth;
+    if (t[k].text == ")") --depth;
+    if (depth != 0) continue;
+    for (const char *w : words)
+      if (is(t[k], w)) return k;
+    if (t[k].text == ";") return t.size();
+  }
+  return t.size();
+}
+
+std::string rewriteJoinedWrite(const std::string &sql) {
   std::vector<Token> t = tokenize(sql);
+  size_t first = nextSolid(t, 0);
+  if (first >= t.size()) return sql;
+  size_t end = t.size();
+  for (size_t k = first; k < t.size(); ++k)
+    if (t[k].text == ";") {
+      end = k;
+      break;
+    }
+  if (is(t[first], "SELECT")) {  // SELECT ... INTO new_table FROM ... -> CREATE TABLE new_table AS SELECT ...
+    size_t into = findTop(t, first + 1, {"INTO", "FROM"});
+    if (into >= end || !is(t[into], "INTO")) return sql;
+    size_t name = nextSolid(t, into + 1);
+    if (name >= end || !isNamePart(t[name])) return sql;
+    return text(t, 0, first) + "CREATE TABLE " + t[name].text + " AS " + text(t, first, into) +
+           text(t, name + 1, t.size());
+  }
+  if (is(t[first], "UPDATE")) {
+    size_t join = findTop(t, first + 1, {"JOIN", "SET"});
+    if (join >= end || !is(t[join], "JOIN")) return sql;
+    size_t targetEnd = join;
+    size_t kind = prevSolid(t, join);  // INNER / LEFT / RIGHT before JOIN
+    if (kind < t.size() && (is(t[kind], "INNER") || is(t[kind], "LEFT") || is(t[kind], "RIGHT"))) targetEnd = kind;
+    size_t on = findTop(t, join + 1, {"ON"}), set = findTop(t, join + 1, {"SET"});
+    if (on >= end || set >= end || on > set) return sql;
+    size_t where = findTop(t, set + 1, {"WHERE"});
+    if (where > end) where = end;
+    // SET a.x = ... -> SET x = ...: the table before each assigned field goes.
+    std::string assigns;
+    int depth = 0;
+    bool targetPlace = true;
+    for (size_t k = set + 1; k < where; ++k) {
+      if (t[k].text == "(") ++depth;
+      if (t[k].text == ")") --depth;
+      if (depth == 0 && t[k].text == ",") targetPlace = true;
+      if (depth == 0 && t[k].text == "=") targetPlace = false;
+      if (targetPlace && isNamePart(t[k]) && k + 2 < where && t[k + 1].text == "." && isNamePart(t[k + 2])) {
+        ++k;  // drop "a" and "."
+        continue;
+      }
+      assigns += t[k].text;
+    }
+    std::string out = text(t, 0, targetEnd) + " SET" + assigns + " FROM " + text(t, join + 1, on) + " WHERE (" +
+                      text(t, on + 1, set) + ")";
+    if (where < end) out += " AND (" + text(t, where + 1, end) + ")";
+    return out + text(t, end, t.size());
+  }
+  if (is(t[first], "DELETE")) {
+    size_t from = findTop(t, first + 1, {"FROM"});
+    if (from >= end) return sql;
+    size_t join = findTop(t, from + 1, {"JOIN", "WHERE"});
+    if (join >= end || !is(t[join], "JOIN")) return sql;
+    size_t name = nextSolid(t, from + 1);
+    if (name >= join || !isNamePart(t[name])) return sql;
+    // The deleted table's name, and what the joined select calls it.
+    std::string qualifier = t[name].text;
+    size_t next = nextSolid(t, name + 1);
+    if (next < join && is(t[next], "AS")) next = nextSolid(t, next + 1);
+    if (next < join && isNamePart(t[next]) && !is(t[next], "INNER") && !is(t[next], "LEFT") &&
+        !is(t[next], "RIGHT"))
+      qualifier = t[next].text;
+    return text(t, 0, first) + "DELETE FROM " + t[name].text + " WHERE rowid IN (SELECT " + qualifier +
+           ".rowid FROM " + text(t, name, end) + ")" + text(t, end, t.size());
+  }
+  return sql;
+}
+
+bool translateDefinition(std::vector<Token> &t) {
+  size_t first = nextSolid(t, 0);
+  if (first >= t.size()) return false;
+  bool create = is(t[first], "CREATE"), alter = is(t[first], "ALTER"), drop = is(t[first], "DROP");
+  if (!create && !alter && !drop) return false;
+  size_t second = nextSolid(t, first + 1);
+  if (second < t.size() && is(t[second], "UNIQUE")) second = nextSolid(t, second + 1);
+  bool index = second < t.size() && is(t[second], "INDEX");
+  bool changed = false;
+  auto blank = [&](size_t from, size_t to) {  // [from, to) becomes nothing
+    for (size_t k = from; k < to && k < t.size(); ++k) t[k] = Token{Tok::kSpace, k == from ? " " : ""};
+    changed = true;
+  };
+  if (drop && index) {  // DROP INDEX i ON t
+    for (size_t i = second; i < t.size(); ++i)
+      if (is(t[i], "ON")) {
+        size_t end = i;
+        while (end < t.size() && t[end].text != ";") ++end;
+        blank(i, end);
+        break;
+      }
+    return changed;
+  }
+  if (create && index) {  // ... WITH PRIMARY | DISALLOW NULL | IGNORE NULL
+    int depth = 0;
+    for (size_t i = second; i < t.size(); ++i) {
+      if (t[i].text == "(") ++depth;
+      if (t[i].text == ")") --depth;
+      if (depth == 0 && is(t[i], "WITH")) {
+        size_t end = i;
+        bool primary = false;
+        while (end < t.size() && t[end].text != ";") primary |= is(t[end++], "PRIMARY");
+        blank(i, end);
+        size_t u = nextSolid(t, first + 1);
+        if (primary && !is(t[u], "UNIQUE")) t[first].text += " UNIQUE";
+        break;
+      }
+    }
+    return changed;
+  }
+  if (drop) return false;
+  int depth = 0;
+  bool counterOpen = false;  // inside the definition of a field made a counter
+  for (size_t i = first; i < t.size(); ++i) {
+    Token &k = t[i];
+    if (k.text == "(") ++depth;
+    if (k.text == ")") --depth;
+    if ((k.text == "," && depth <= 1) || (!alter && depth < 1)) counterOpen = false;
+    if (k.kind != Tok::kWord) continue;
+    if ((is(k, "COUNTER") || is(k, "AUTOINCREMENT")) && isTypePosition(t, i)) {
+      k.text = "INTEGER PRIMARY KEY AUTOINCREMENT";
+      changed = true;
+      size_t open = nextSolid(t, i + 1);  // COUNTER(seed, increment): SQLite starts at 1
+      if (open < t.size() && t[open].text == "(") {
+        size_t close = open;
+        while (close < t.size() && t[close].text != ")") ++close;
+        blank(open, close + 1);
+      }
+      counterOpen = true;
+    } else if (is(k, "MEMO") && isTypePosition(t, i)) {
+      k.text = "LONGTEXT";
+      changed = true;
+    } else if (counterOpen && is(k, "PRIMARY")) {
+      size_t from = i, key = nextSolid(t, i + 1);
+      size_t named = prevSolid(t, i);  // CONSTRAINT name PRIMARY KEY
+      if (named < t.size()) {
+        size_t constraint = prevSolid(t, named);
+        if (constraint < t.size() && is(t[constraint], "CONSTRAINT")) from = constraint;
+      }
+      if (key < t.size() && is(t[key], "KEY")) blank(from, key + 1);
+    }
+  }
+  return changed;
+}
+
+void markCaseInsensitive(std::vector<Token> &t) {
+  size_t first = nextSolid(t, 0);
+  if (first >= t.size() || is(t[first], "CREATE") || is(t[first], "ALTER") || is(t[first], "DROP") ||
+      is(t[first], "PRAGMA"))
+    return;
+  static const char *const kClauseEnds[] = {"WHERE", "JOIN", "INNER", "LEFT", "RIGHT", "GROUP", "ORDER", "HAVING",
+                                            "LIMIT", "UNION", "EXCEPT", "INTERSECT", "ON", "SET", "FROM"};
+  auto endsClause = [&](const Token &k) {
+    if (k.kind == Tok::kPunct && (k.text == ")" || k.text == ";")) return true;
+    for (const char *w : kClauseEnds)
+      if (is(k, w)) return true;
+    return false;
+  };
+  std::vector<size_t> marks;  // a COLLATE NOCASE goes after each of these tokens
+  bool inOn = false, inSet = false;  // SET's "=" assigns, it compares nothing
+  for (size_t i = 0; i < t.size(); ++i) {
+    const Token &k = t[i];
+    if (is(k, "SET")) inSet = true;
+    if (is(k, "WHERE") || is(k, "FROM")) inSet = false;
+    if (is(k, "ON")) {
+      inOn = true;
+      continue;
+    }
+    if (inOn && endsClause(k)) inOn = false;
+    if (isComparison(k) && !inSet) {
+      size_t before = i, after = nextSolid(t, i + 1);
+      while (before > 0 && t[before - 1].kind == Tok::kSpace) --before;
+      bool leftLiteral = before > 0 && t[before - 1].kind == Tok::kSQuote;
+      if (after < t.size() && t[after].kind == Tok::kSQuote)
+        marks.push_back(after);
+      else if (leftLiteral)
+        marks.push_back(before - 1);
+      else if (inOn && fieldRefEnd(t, after) > after)
+        marks.push_back(fieldRefEnd(t, after) - 1);
+    }
+    if ((is(k, "ORDER") || is(k, "GROUP")) && nextSolid(t, i + 1) < t.size() && is(t[nextSolid(t, i + 1)], "BY")) {
+      size_t j = nextSolid(t, i + 1) + 1;
+      int depth = 0;
+      for (;;) {  // one term per pass
+        size_t start = nextSolid(t, j);
+        size_t end = fieldRefEnd(t, start);
+        size_t next = nextSolid(t, end);
+        bool simple = end > start && (next >= t.size() || is(t[next], "ASC") || is(t[next], "DESC") ||
+                                      t[next].text == "," || endsClause(t[next]));
+        if (simple) marks.push_back(end - 1);
+        // Skip to the comma that ends this term at its own depth, or the clause's end.
+        size_t m = start;
+        depth = 0;
+        while (m < t.size()) {
+          if (t[m].text == "(") ++depth;
+          if (t[m].text == ")" && depth-- == 0) break;
+          if (depth == 0 && (t[m].text == "," || t[m].text == ";" ||
+                             (m != start && endsClause(t[m]) && t[m].kind == Tok::kWord)))
+            break;
+          ++m;
+        }
+        if (m >= t.size() || t[m].text != ",") break;
+        j = m + 1;
+      }
+    }
+  }
+  // Insert from the back so that earlier indexes stay valid.
+  std::sort(marks.begin(), marks.end());
+  marks.erase(std::unique(marks.begin(), marks.end()), marks.end());
+  for (auto it = marks.rbegin(); it != marks.rend(); ++it)
+    t.insert(t.begin() + static_cast<long>(*it) + 1, Token{Tok::kOther, " COLLATE NOCASE"});
+}
+
+std::string rewriteAccessSql(const std::string &sql, const std::vector<std::string> &params) {
+  std::string joined = rewriteJoinedWrite(sql);
+  std::vector<Token> t = tokenize(joined);
+  bool defined = translateDefinition(t);
+  defined |= translateIntegerDivision(t);
+  markCaseInsensitive(t);
+  bool marked = defined;
+  for (const Token &k : t) marked |= k.kind == Tok::kOther && k.text == " COLLATE NOCASE";
   auto paramIndex = [&](const Token &k) {
     if (k.kind != Tok::kWord && k.kind != Tok::kBracket) return -1;
     std::string name = asciiLower(k.kind == Tok::kWord ? k.text : k.text.substr(1, k.text.size() - 2));
@@ -223,7 +584,7 @@ std::string rewriteAccessSql(const std::string &sql, const std::vector<std::stri
       if (asciiLower(params[p]) == name) return static_cast<int>(p);
     return -1;
   };
-  bool changed = false;
+  bool changed = marked || joined != sql;
   struct Pending {
     int depth;
     std::string limit;
@@ -256,6 +617,17 @@ std::string rewriteAccessSql(const std::string &sql, const std::vector<std::stri
     } else if (k.kind == Tok::kPunct && k.text == "&") {
       out += "||";
       changed = true;
+    } else if (k.kind == Tok::kPunct && k.text == "+" && plusJoinsText(t, i)) {
+      out += "||";
+      changed = true;
+    } else if (int yes = yesNoConstant(t, i); yes != 0) {
+      out += yes > 0 ? "(-1)" : "0";
+      changed = true;
+    } else if (is(k, "DATE") && nextSolid(t, i + 1) < t.size() && t[nextSolid(t, i + 1)].text == "(" &&
+               nextSolid(t, nextSolid(t, i + 1) + 1) < t.size() &&
+               t[nextSolid(t, nextSolid(t, i + 1) + 1)].text == ")") {
+      out += "vt_date";  // Access's Date(): today; SQLite's date() is another function
+      changed = true;
     } else if (isTrueConstant(t, i)) {
       out += "(-1)";  // in parentheses: "-True" must not become the comment "--1"
       changed = true;
@@ -268,10 +640,35 @@ std::string rewriteAccessSql(const std::string &sql, const std::vector<std::stri
     } else if (is(k, "TOP") && nextSolid(t, i + 1) < t.size() &&
                t[nextSolid(t, i + 1)].kind == Tok::kNumber) {
       size_t num = nextSolid(t, i + 1);
-      limits.push_back({depth, t[num].text});
+      std::string limit = t[num].text;
       i = num;
+      size_t pct = nextSolid(t, num + 1);
+      if (pct < t.size() && is(t[pct], "PERCENT")) {
+        // TOP n PERCENT: n % of the rows the rest of this SELECT gives, rounded up.
+        size_t from = t.size(), stop = t.size();
+        int local = 0;
+        for (size_t k = pct + 1; k < t.size(); ++k) {
+          if (t[k].text == "(") ++local;
+          if (t[k].text == ")" && local-- == 0) {
+            stop = k;
+            break;
+          }
+          if (local == 0 && from == t.size() && is(t[k], "FROM")) from = k;
+          if (local == 0 && (t[k].text == ";" || is(t[k], "ORDER") || is(t[k], "UNION"))) {
+            stop = k;
+            break;
+          }
+        }
+        std::string rest;
+        for (size_t k = from; k < stop; ++k) rest += t[k].text;
+        limit = "(SELECT CAST(count(*) * " + t[num].text + " / 100.0 + 0.9999999 AS INTEGER) FROM (" +
+                rewriteAccessSql("SELECT 1 " + rest, params) + "))";
+        i = pct;
+      }
+      limits.push_back({depth, limit});
       changed = true;
-    } else if ((is(k, "LEFT") || is(k, "RIGHT") || is(k, "FORMAT")) && nextSolid(t, i + 1) < t.size() &&
+    } else if ((is(k, "LEFT") || is(k, "RIGHT") || is(k, "FORMAT") || is(k, "ISNULL")) &&
+               nextSolid(t, i + 1) < t.size() &&
                t[nextSolid(t, i + 1)].text == "(") {
       size_t arg = nextSolid(t, nextSolid(t, i + 1) + 1);
       bool sqliteFormat = is(k, "FORMAT") && arg < t.size() && t[arg].kind == Tok::kSQuote;
@@ -282,7 +679,17 @@ std::string rewriteAccessSql(const std::string &sql, const std::vector<std::stri
       size_t lit = nextSolid(t, i + 1);
       std::string pattern = unquote(t[lit].text);
       if (pattern.find_first_of("*?#[") == std::string::npos) {
-        out += k.text;
+        // `_` is a literal character in Access, with or without wildcards;
+        // a pattern without Access's wildcards keeps SQLite's `%`.
+        if (pattern.find('_') == std::string::npos) {
+          out += k.text;
+          continue;
+        }
+        std::string like;
+        for (char c : pattern) like += c == '_' || c == '\\' ? std::string("\\") + c : std::string(1, c);
+        out += "LIKE " + sqlString(like) + " ESCAPE '\\'";
+        i = lit;
+        changed = true;
         continue;
       }
       std::string like = likePattern(pattern);

@@ -5,6 +5,7 @@
 // last and seeks are single indexed queries. Skip works on a snapshot of the
 // table's rowids in that order (see Cursor); nothing is held open between
 // calls, so no lock outlives a call.
+#include <cctype>
 #include <algorithm>
 
 #include "sqlite_internal.h"
@@ -419,6 +420,11 @@ bool SqliteEngine::seekKeys(const std::vector<Value> &keys, Record *out) {
   size_t n = keys.size();
   while (n > 0 && keys[n - 1].isEmptyOrNull()) --n;
   if (n == 0) return fail(errc::kNoCurrentRecord, "No current record: no key value was given.");
+  // In rowid order the key is the rowid only where a counter field holds it;
+  // otherwise the rowid is hidden and no field of the record can match.
+  if (c->order.empty() && !c->table.hasPrimaryKey)
+    return fail(errc::kNoCurrentIndex, "Operation invalid without a current index (table '" + c->table.name +
+                                           "' is open in insertion order).");
   size_t terms = c->order.empty() ? 1 : c->order.size();
   if (n > terms)
     return fail(errc::kNotSupported,
@@ -436,7 +442,18 @@ bool SqliteEngine::seekKeys(const std::vector<Value> &keys, Record *out) {
       const ColumnInfo &col = c->table.columns[c->order[i].column];
       if (!toRaw(keys[i], col, &raw, &why)) return fail(errc::kConversion, why);
     }
-    shape += raw.type == SQLITE_NULL ? 'n' : 'v';
+    // Text compares without regard to case, as in Access. On an index that
+    // orders by bytes, every case variant of the key lies between its
+    // upper-case and its lower-case form, so that range keeps the index in
+    // use and a hit is the range's first entry or close to it.
+    bool folded = raw.type == SQLITE_TEXT && !c->order.empty() && asciiLower(c->order[i].collation) == "binary";
+    shape += raw.type == SQLITE_NULL ? 'n' : folded ? 't' : 'v';
+    if (folded) {
+      std::string upper = raw.s, lower = asciiLower(raw.s);
+      for (char &ch : upper) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
+      binds.push_back(RawValue{SQLITE_TEXT, 0, 0, upper});
+      binds.push_back(RawValue{SQLITE_TEXT, 0, 0, lower});
+    }
     if (raw.type != SQLITE_NULL) binds.push_back(std::move(raw));
   }
   auto it = c->seekStmts.find(shape);
@@ -449,6 +466,11 @@ bool SqliteEngine::seekKeys(const std::vector<Value> &keys, Record *out) {
       sql += quoteIdent(c->order.empty() ? c->table.rowid : c->table.columns[c->order[i].column].name);
       if (shape[6 + i] == 'n') {
         sql += " IS NULL";
+      } else if (shape[6 + i] == 't') {
+        std::string col = quoteIdent(c->table.columns[c->order[i].column].name);
+        sql += " >= ?" + std::to_string(bound + 1) + " AND " + col + " <= ?" + std::to_string(bound + 2) + " AND " +
+               col + " = ?" + std::to_string(bound + 3) + " COLLATE NOCASE";
+        bound += 3;
       } else {
         sql += " = ?" + std::to_string(++bound);
         if (!c->order.empty()) sql += " COLLATE " + c->order[i].collation;

@@ -204,6 +204,9 @@ uint32_t SqliteEngine::dataVersion() {
 }
 
 void SqliteEngine::afterWrite(Cursor *keep) {
+  // A commit may have checkpointed into the file: its new state is our own.
+  CheckpointMark mark{};
+  if (haveMark_ && checkpointMark(&mark) && mark != mark_) noteOwnFileState();
   uint32_t v = dataVersion();
   for (auto &[name, c] : cursors_) {
     c->block.clear();
@@ -238,7 +241,7 @@ bool SqliteEngine::checkFileDamage() {
 
 std::string SqliteEngine::Open(const std::string &path, int32_t options, bool readOnly) {
   clearError();
-  if (db_) Close();
+  if (db_ || detached_) Close();
   name_ = path;
   path_ = normalizePath(path);
   auto failOpen = [&](long number, std::string description) {
@@ -279,6 +282,7 @@ std::string SqliteEngine::Open(const std::string &path, int32_t options, bool re
     return std::string("*REPAIR*");
   };
   if (remembered || checkFileDamage()) return needsRepair();
+  releaseForeignJournals(st);
 
   // One thread per engine object (engine.h): SQLite need not lock the
   // connection around every call.
@@ -322,6 +326,7 @@ std::string SqliteEngine::Open(const std::string &path, int32_t options, bool re
   // its cost. SQLite falls back to plain reads where mapping is not possible.
   sqlite3_exec(db_, "PRAGMA mmap_size=268435456", nullptr, nullptr, nullptr);
   registerAccessFunctions(db_);
+  attachStoredQueries();
   readOnly_ = readOnly;
   dead_ = false;
   dev_ = st.st_dev;
@@ -332,14 +337,8 @@ std::string SqliteEngine::Open(const std::string &path, int32_t options, bool re
 }
 
 void SqliteEngine::Close() {
-  unwatchFile();
-  wal_ = false;
-  for (Stmt &st : txnStmts_) st = Stmt();  // finalized before the connection closes
-  cursors_.clear();
-  current_ = nullptr;
-  nextCounter_.clear();
-  if (db_) sqlite3_close_v2(db_);
-  db_ = nullptr;
+  closeDatabase();
+  detached_ = false;
   name_.clear();
   path_.clear();
   readOnly_ = false;

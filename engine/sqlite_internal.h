@@ -144,9 +144,11 @@ class SqliteEngine final : public Engine {
   ~SqliteEngine() override;
 
   std::string Open(const std::string &path, int32_t options, bool readOnly) override;
-  bool IsConnected() override { return db_ != nullptr; }
+  // A connection let go because its file was replaced (detach) still counts
+  // as connected, and never as alive, until it is closed or opened again.
+  bool IsConnected() override { return db_ != nullptr || detached_; }
   bool IsAlive() override;
-  std::string GetName() override { return db_ ? name_ : std::string(); }
+  std::string GetName() override { return db_ || detached_ ? name_ : std::string(); }
   void Close() override;
   LastError GetLastError() override { return error_; }
   int16_t IsUpdatable() override { return db_ && !readOnly_ ? -1 : 0; }
@@ -214,6 +216,10 @@ class SqliteEngine final : public Engine {
   bool runStatement(const std::string &sql, const std::vector<RawValue> &params, ValueArray *result,
                     int32_t *affected, bool refuseSelect);
   bool checkFileDamage();
+  // Makes each stored query without parameters a temporary view of this
+  // connection, so that another statement can name it in FROM or JOIN as
+  // Access allows. Nothing is written to the file. (sqlite_sql.cpp)
+  void attachStoredQueries();
   // The stamp of the database as it is now; false when no stamp can vouch
   // for an unchanged database (then nothing read may be kept). No system
   // call in WAL mode, one fstat otherwise. (sqlite_liveness.cpp)
@@ -223,6 +229,33 @@ class SqliteEngine final : public Engine {
   // Opens the descriptor that IsAlive watches; closed by Close.
   void watchFile();
   void unwatchFile();
+  // Replacement of the file (sqlite_liveness.cpp). The journal identity and
+  // the file's state are taken after Open and after each own checkpoint.
+  struct FileState {
+    int64_t size = -1;
+    std::string header;  // the first 100 bytes
+    // Not the modification time: touching a file changes nothing in it, and
+    // taking that for a replacement would throw away the WAL's writes.
+    bool operator==(const FileState &) const = default;
+  };
+  using CheckpointMark = std::array<uint32_t, 4>;
+  bool checkpointMark(CheckpointMark *out);
+  bool readFileState(FileState *out);
+  void noteOwnFileState();
+  // True when the file at the path is the one opened but was rewritten by
+  // someone else than a user of its WAL (so the WAL no longer belongs to it).
+  bool replacedInPlace();
+  // True when the path no longer names the file opened, or it was rewritten.
+  bool fileReplaced();
+  // Closes SQLite's connection; when the file was replaced, without
+  // checkpointing into it and removing the journal it left at the path.
+  void closeDatabase();
+  // Lets go of a connection whose journal sits beside a file that is no
+  // longer its own, before another connection opens that file.
+  void detach();
+  // Detaches every other connection of this process whose journal is the one
+  // beside `path` now but whose file is no longer the one there.
+  void releaseForeignJournals(const struct stat &file);
   // Reads snapshot row i (made current, into *out) and up to 63 more ahead in
   // the direction of `step`, in one read transaction. 1 done, 0 the snapshot
   // is stale (dropped; try again), -1 failed with the error recorded.
@@ -249,6 +282,12 @@ class SqliteEngine final : public Engine {
   uint64_t vouchedChanges_ = 0;
   bool vouch(int64_t now, uint64_t changes);
   bool wal_ = false;  // the connection journals in WAL mode
+  bool detached_ = false;
+  bool replaced_ = false;
+  std::pair<dev_t, ino_t> walId_{}, shmId_{};
+  CheckpointMark mark_{};
+  bool haveMark_ = false;
+  FileState fileState_;
   uint32_t seenVersion_ = 0;
   LastError error_;
   std::map<std::string, std::unique_ptr<Cursor>> cursors_;  // by lower-case table name
@@ -273,6 +312,8 @@ std::string accessPatternToRegex(const std::string &pattern);
 std::string formatValue(const std::string &value, bool numeric, double number, const std::string &format);
 // Registers the dialect's functions (IIf, Nz, UCase, ...) on a connection.
 void registerAccessFunctions(sqlite3 *db);
+// Registers the dialect's date, conversion and other functions (access_dates.cpp).
+void registerAccessDateFunctions(sqlite3 *db);
 
 inline std::string noCurrentRecordText() {
   return "No current record.";

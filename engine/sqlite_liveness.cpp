@@ -23,12 +23,31 @@
 // frame count); it is read through SQLite's own mapping, with no system call.
 // Without WAL the stamp is the file's identity, size and modification time,
 // and it vouches for nothing while that time is recent, for the same reason.
+//
+// A replaced file must never receive the WAL written for the file it
+// replaced: SQLite ties a WAL to a path, not to a file, so the next
+// connection to the path would replay it into the newcomer. Three ways of
+// replacing are told apart here. A file deleted or renamed over shows as a
+// different identity at the path. A file overwritten in place keeps its
+// identity, but its size or header (the first 100 bytes) change while the
+// WAL-index shows no checkpoint: every legitimate writer of a WAL database
+// writes the main file only by checkpointing, which moves the checkpoint
+// counters or the salts of the WAL-index. A connection whose file was
+// replaced is closed without the checkpoint SQLite makes on closing, and the
+// journal files it owned (by identity) are removed from the path. Before any
+// connection of this process opens a path, the other connections whose
+// journal lies beside a file not their own are let go the same way, so the
+// journal is gone before the new file is opened. (A journal left by a process
+// that died cannot be told apart from the file's own and is replayed by
+// SQLite as usual.)
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstring>
+#include <mutex>
+#include <set>
 
 #include "sqlite_internal.h"
 
@@ -59,6 +78,26 @@ bool settled(const timespec &stamp) {
 constexpr int kWalIndexRegion = 32768;
 constexpr size_t kWalHeaderBytes = 48;
 static_assert(sizeof(ChangeStamp) == kWalHeaderBytes);
+// WAL-index offsets: the salts in the header, and in the checkpoint
+// information after the two header copies, nBackfill and nBackfillAttempted.
+constexpr size_t kSaltOffset = 32;
+constexpr size_t kBackfillOffset = 96;
+constexpr size_t kBackfillAttemptedOffset = 128;
+constexpr size_t kHeaderBytes = 100;
+
+// The engines of this process with an open database.
+std::mutex g_openMutex;
+std::set<SqliteEngine *> g_open;
+
+std::pair<dev_t, ino_t> identityOf(const std::string &path) {
+  struct stat st {};
+  if (::stat(path.c_str(), &st) != 0) return {};
+  return {st.st_dev, st.st_ino};
+}
+
+void removeIfSame(const std::string &path, std::pair<dev_t, ino_t> id) {
+  if (id.second != 0 && identityOf(path) == id) ::unlink(path.c_str());
+}
 
 }  // namespace
 
@@ -104,6 +143,7 @@ bool SqliteEngine::IsAlive() {
   }
   struct stat st {};
   bool alive = ::stat(path_.c_str(), &st) == 0 && st.st_dev == dev_ && st.st_ino == ino_;
+  if (alive && replacedInPlace()) alive = false;
   ctimeTrusted_ = alive && haveOwn && settled(own.st_ctim);
   if (ctimeTrusted_) trustedCtime_ = own.st_ctim;
   return alive && vouch(now, changes);
@@ -113,6 +153,119 @@ bool SqliteEngine::vouch(int64_t now, uint64_t changes) {
   vouchedUntil_ = now + kVouchNs;
   vouchedChanges_ = changes;
   return true;
+}
+
+bool SqliteEngine::checkpointMark(CheckpointMark *out) {
+  if (!db_ || !wal_) return false;
+  sqlite3_file *f = nullptr;
+  volatile void *region = nullptr;
+  if (sqlite3_file_control(db_, "main", SQLITE_FCNTL_FILE_POINTER, &f) != SQLITE_OK || !f || !f->pMethods ||
+      f->pMethods->iVersion < 2 || !f->pMethods->xShmMap ||
+      f->pMethods->xShmMap(f, 0, kWalIndexRegion, 0, &region) != SQLITE_OK || !region)
+    return false;
+  const volatile unsigned char *b = static_cast<const volatile unsigned char *>(region);
+  auto u32 = [&](size_t at) {
+    uint32_t v;
+    unsigned char bytes[4] = {b[at], b[at + 1], b[at + 2], b[at + 3]};
+    std::memcpy(&v, bytes, 4);
+    return v;
+  };
+  *out = {u32(kSaltOffset), u32(kSaltOffset + 4), u32(kBackfillOffset), u32(kBackfillAttemptedOffset)};
+  return true;
+}
+
+bool SqliteEngine::readFileState(FileState *out) {
+  struct stat st {};
+  if (pathFd_ < 0 || ::fstat(pathFd_, &st) != 0) return false;
+  out->size = st.st_size;
+  out->header.clear();
+  // Read through SQLite's own descriptor: opening and closing another one
+  // would drop SQLite's locks. A file shorter than the header has none.
+  sqlite3_file *f = nullptr;
+  if (st.st_size >= off_t(kHeaderBytes) &&
+      sqlite3_file_control(db_, "main", SQLITE_FCNTL_FILE_POINTER, &f) == SQLITE_OK && f && f->pMethods) {
+    out->header.resize(kHeaderBytes);
+    if (f->pMethods->xRead(f, out->header.data(), int(kHeaderBytes), 0) != SQLITE_OK) out->header.clear();
+  }
+  return true;
+}
+
+void SqliteEngine::noteOwnFileState() {
+  haveMark_ = checkpointMark(&mark_);
+  if (haveMark_ && !readFileState(&fileState_)) haveMark_ = false;
+}
+
+bool SqliteEngine::replacedInPlace() {
+  if (replaced_) return true;
+  if (!haveMark_) return false;
+  CheckpointMark now{};
+  if (!checkpointMark(&now)) return false;
+  if (now != mark_) {  // someone checkpointed: the file's new state is the database's
+    noteOwnFileState();
+    return false;
+  }
+  FileState state;
+  if (!readFileState(&state) || state == fileState_) return false;
+  replaced_ = true;
+  return true;
+}
+
+bool SqliteEngine::fileReplaced() {
+  if (replaced_) return true;
+  struct stat st {};
+  if (::stat(path_.c_str(), &st) != 0 || st.st_dev != dev_ || st.st_ino != ino_) {
+    replaced_ = true;
+    return true;
+  }
+  return replacedInPlace();
+}
+
+void SqliteEngine::closeDatabase() {
+  {
+    std::lock_guard<std::mutex> lock(g_openMutex);
+    g_open.erase(this);
+  }
+  bool drop = false;
+  if (db_) {
+    drop = wal_ && fileReplaced();
+    // The replacement must not receive the old file's pages.
+    if (drop) sqlite3_db_config(db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, static_cast<int *>(nullptr));
+  }
+  unwatchFile();
+  wal_ = false;
+  for (Stmt &st : txnStmts_) st = Stmt();  // finalized before the connection closes
+  cursors_.clear();
+  current_ = nullptr;
+  nextCounter_.clear();
+  if (db_) sqlite3_close_v2(db_);
+  db_ = nullptr;
+  if (drop) {
+    removeIfSame(path_ + "-wal", walId_);
+    removeIfSame(path_ + "-shm", shmId_);
+  }
+  walId_ = shmId_ = {};
+  haveMark_ = false;
+  replaced_ = false;
+}
+
+void SqliteEngine::detach() {
+  replaced_ = true;
+  closeDatabase();
+  detached_ = true;
+}
+
+void SqliteEngine::releaseForeignJournals(const struct stat &file) {
+  std::pair<dev_t, ino_t> wal = identityOf(path_ + "-wal");
+  if (wal.second == 0) return;
+  std::vector<SqliteEngine *> stale;
+  {
+    std::lock_guard<std::mutex> lock(g_openMutex);
+    for (SqliteEngine *e : g_open)
+      if (e != this && e->walId_ == wal) stale.push_back(e);
+  }
+  // Engine objects are used by one thread at a time, the module's.
+  for (SqliteEngine *e : stale)
+    if (e->dev_ != file.st_dev || e->ino_ != file.st_ino || e->replacedInPlace()) e->detach();
 }
 
 void SqliteEngine::noteJournalMode() {
@@ -125,6 +278,14 @@ void SqliteEngine::noteJournalMode() {
     wal_ = mode && std::strcmp(reinterpret_cast<const char *>(mode), "wal") == 0;
   }
   sqlite3_finalize(st);
+  if (!wal_) return;
+  // A read maps the WAL-index and opens the WAL, whose identities are kept.
+  sqlite3_exec(db_, "SELECT count(*) FROM sqlite_master", nullptr, nullptr, nullptr);
+  walId_ = identityOf(path_ + "-wal");
+  shmId_ = identityOf(path_ + "-shm");
+  noteOwnFileState();
+  std::lock_guard<std::mutex> lock(g_openMutex);
+  g_open.insert(this);
 }
 
 bool SqliteEngine::changeStamp(ChangeStamp *out) {

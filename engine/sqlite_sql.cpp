@@ -104,6 +104,30 @@ bool SqliteEngine::runStatement(const std::string &sql, const std::vector<RawVal
   return true;
 }
 
+void SqliteEngine::attachStoredQueries() {
+  if (!db_) return;
+  sqlite3_stmt *st = nullptr;
+  std::string list = std::string("SELECT name, sql FROM main.") + kQueryTable;
+  if (sqlite3_prepare_v2(db_, list.c_str(), -1, &st, nullptr) != SQLITE_OK) {
+    sqlite3_finalize(st);  // no stored queries in this file
+    return;
+  }
+  std::vector<std::pair<std::string, std::string>> views;
+  while (sqlite3_step(st) == SQLITE_ROW) {
+    const unsigned char *name = sqlite3_column_text(st, 0), *sql = sqlite3_column_text(st, 1);
+    if (!name || !sql) continue;
+    std::vector<std::string> params, types;
+    std::string body;
+    if (!splitParameters(reinterpret_cast<const char *>(sql), &params, &types, &body) || !params.empty()) continue;
+    views.emplace_back(reinterpret_cast<const char *>(name), rewriteAccessSql(body));
+  }
+  sqlite3_finalize(st);
+  for (const auto &[name, body] : views) {
+    std::string create = "CREATE TEMP VIEW IF NOT EXISTS " + quoteIdent(name) + " AS " + body;
+    sqlite3_exec(db_, create.c_str(), nullptr, nullptr, nullptr);  // a body that does not compile stays out
+  }
+}
+
 bool SqliteEngine::ExecuteSql(const std::string &sql, ValueArray *result) {
   clearError();
   result->clear();
@@ -151,6 +175,7 @@ bool SqliteEngine::CreateQuery(const std::string &name, const std::string &sql) 
   int rc = sqlite3_step(ins.get());
   if (rc != SQLITE_DONE) return failSqlite(rc);
   afterWrite(nullptr);
+  attachStoredQueries();
   return true;
 }
 

@@ -185,6 +185,21 @@ RawValue toRawPlain(const Value &v) {
   return r;
 }
 
+namespace {
+
+// A field that holds whole numbers: SQLite's integer affinity, or one of
+// Access's integer types, whose names SQLite reads as numeric.
+bool holdsWholeNumbers(const ColumnInfo &col) {
+  if (col.affinity == Affinity::kInteger) return true;
+  std::string u = asciiUpper(col.declType);
+  size_t end = 0;
+  while (end < u.size() && std::isalpha(static_cast<unsigned char>(u[end]))) ++end;
+  std::string word = u.substr(0, end);
+  return word == "BYTE" || word == "SHORT" || word == "LONG" || word == "COUNTER" || word == "AUTOINCREMENT";
+}
+
+}  // namespace
+
 bool toRaw(const Value &v, const ColumnInfo &col, RawValue *out, std::string *error) {
   *out = toRawPlain(v);
   auto refuse = [&] {
@@ -217,11 +232,15 @@ bool toRaw(const Value &v, const ColumnInfo &col, RawValue *out, std::string *er
   bool numeric = col.affinity == Affinity::kInteger || col.affinity == Affinity::kReal ||
                  col.affinity == Affinity::kNumeric;
   if (numeric && out->type == SQLITE_TEXT && !looksNumeric(out->s)) return refuse();
-  if (col.affinity == Affinity::kInteger && out->type == SQLITE_FLOAT && std::isfinite(out->d) &&
-      out->d == std::floor(out->d) && std::fabs(out->d) < 9.2e18) {
-    out->type = SQLITE_INTEGER;  // a whole real into an integer field stays exact
-    out->i = static_cast<int64_t>(out->d);
-  }
+  if (!holdsWholeNumbers(col)) return true;
+  // An integer field takes a whole number only: a fraction (given as a real or
+  // as text) is refused rather than stored as it stands or cut off.
+  double d = out->type == SQLITE_FLOAT ? out->d : out->type == SQLITE_TEXT ? std::strtod(out->s.c_str(), nullptr) : 0;
+  if (out->type == SQLITE_TEXT && d != std::floor(d)) return refuse();
+  if (out->type != SQLITE_FLOAT) return true;
+  if (!std::isfinite(d) || d != std::floor(d) || std::fabs(d) >= 9.2e18) return refuse();
+  out->type = SQLITE_INTEGER;  // a whole real into an integer field stays exact
+  out->i = static_cast<int64_t>(d);
   return true;
 }
 

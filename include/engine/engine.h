@@ -31,6 +31,7 @@ inline constexpr long kNone = 0;
 inline constexpr long kSyntaxExpression = 3075;     // syntax error in query expression / SELECT
 inline constexpr long kGeneric = 3000;              // any other failure; the description says what
 inline constexpr long kObjectExists = 3012;         // a table, view or query of that name exists
+inline constexpr long kNoCurrentIndex = 3019;      // a seek on a table opened in insertion order
 inline constexpr long kNoCurrentRecord = 3021;      // past either end, key not found, record deleted
 inline constexpr long kDuplicateKey = 3022;         // unique index or primary key violated
 inline constexpr long kCouldNotFindFile = 3024;     // database file does not exist

@@ -1,6 +1,11 @@
 // The LISP functions that open, name, compact and close a database and
 // report the engine's errors: vt_connect, vt_mdb, vt_close_db, vt_compact,
 // vt_getVersion, vt_lastError, vt_resetLastError.
+#include <limits.h>
+#include <unistd.h>
+
+#include <filesystem>
+
 #include "database/context.h"
 #include "frame/implementations.h"
 #include "common/files.h"
@@ -16,10 +21,22 @@ using frame::ArgList;
 
 const char kRepair[] = "*REPAIR*";
 
+// A relative path made absolute against the working directory of now. The
+// path is kept to reopen the database later (the per-call check, a failed
+// statement), and by then the working directory may be another one.
+std::wstring absolutePath(const std::wstring &path) {
+  std::string native = text::nativePath(path);
+  if (native.empty() || native[0] == '/') return path;
+  char cwd[PATH_MAX];
+  if (!::getcwd(cwd, sizeof cwd)) return path;
+  return text::fromUtf8((std::filesystem::path(cwd) / native).lexically_normal().string());
+}
+
 // Finds a database file: the name as given, else each ACADPREFIX directory
-// joined with "\" and the name exactly as they stand. Empty when not found.
+// joined with "\" and the name exactly as they stand. Empty when not found;
+// otherwise the path found, made absolute.
 std::wstring resolveDatabasePath(const std::wstring &path) {
-  if (files::isFile(path)) return path;
+  if (files::isFile(path)) return absolutePath(path);
   resbuf rb{};
   if (acedGetVar(L"ACADPREFIX", &rb) != RTNORM || rb.restype != RTSTR || !rb.resval.rstring) return L"";
   std::wstring dirs = rb.resval.rstring;
@@ -29,7 +46,7 @@ std::wstring resolveDatabasePath(const std::wstring &path) {
     size_t end = dirs.find(L';', start);
     if (end == std::wstring::npos) end = dirs.size();
     std::wstring candidate = dirs.substr(start, end - start) + L"\\" + path;
-    if (end > start && files::isFile(candidate)) return candidate;
+    if (end > start && files::isFile(candidate)) return absolutePath(candidate);
     start = end + 1;
   }
   return L"";
@@ -177,8 +194,9 @@ int vt_compact() {
     database::setLastError(e.number, text);
     database::printEngineError(e.number, text);
   }
-  wchar_t computer[16];
-  DWORD size = 16;
+  // A buffer of 15 characters: a longer name is not shown.
+  wchar_t computer[15];
+  DWORD size = 15;
   if (showBox && GetComputerNameW(computer, &size)) {
     text += L"\n(Your computer name is ";
     text += computer;

@@ -70,6 +70,21 @@ bool reportEngineError() {
   return reportEngineError(context().connection);
 }
 
+int catchEngineError(int (*body)()) {
+  try {
+    return body();
+  } catch (const engine::EngineError &e) {
+    acedRetNil();
+    bool none = e.hresult() == engine::hr::kPointer;
+    long number = none ? engine::errc::kNoDatabase : engine::errc::kGeneric;
+    std::wstring text = none ? L"Object invalid or no longer set: no database is open."
+                             : text::fromUtf8(e.what());
+    setLastError(number, text);
+    printEngineError(number, text);
+    return 0;
+  }
+}
+
 bool closeCurrentDatabase() {
   DatabaseContext &c = context();
   if (!c.connection) return false;

@@ -53,6 +53,12 @@ bool reportEngineError(const EngineConnection &connection);
 // lines for 3043, "\nVantry Error: <description>" otherwise.
 void printEngineError(long number, const std::wstring &description);
 
+// Runs a database function's body and catches the engine's error, which the
+// call frame would otherwise leave to the host (and the document locked): it
+// is recorded and printed as the engine's other errors are (no database open
+// as 3420), and the function answers nil with status 0.
+int catchEngineError(int (*body)());
+
 // vt_close_db's work: closes the current database and forgets it; the first
 // entry keeps its place with an empty path. False when none was open.
 bool closeCurrentDatabase();

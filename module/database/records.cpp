@@ -1,7 +1,11 @@
 // Record editing: vt_append, vt_append_withindex, vt_replace, vt_delete.
 // They work on the table open in the current connection. Without one, the
-// engine call fails as a call through an empty interface pointer does: an
-// engine error with E_POINTER that the call frame leaves to the host.
+// engine call fails as a call through an empty interface pointer does, with
+// an engine error carrying E_POINTER; each function catches it itself
+// (catchEngineError), so the call ends with nil and the frame unlocks.
+#include <cmath>
+#include <optional>
+
 #include "database/context.h"
 #include "database/values.h"
 #include "frame/implementations.h"
@@ -22,18 +26,19 @@ EngineConnection requireConnection() {
   return c;
 }
 
-// The counter: the value of a record's first field, as a number.
-double counterOf(const engine::Record &r) {
-  if (r.empty()) return 0;
+// The counter: the value of a record's first field, when it is a number.
+std::optional<double> counterOf(const engine::Record &r) {
+  if (r.empty()) return std::nullopt;
   const engine::Value &v = r.front().value;
   if (v.type() == engine::ValueType::kInteger) return v.asInteger();
   if (v.type() == engine::ValueType::kReal) return v.asReal();
-  return 0;
+  return std::nullopt;
 }
 
-}  // namespace
+// Counters cross the engine's interface as 32-bit integers.
+constexpr double kLargestCounter = 2147483647.0;
 
-int vt_append() {
+int vt_appendBody() {
   acedRetNil();
   ArgList args;
   resbuf *cur = args.cursor();
@@ -50,41 +55,49 @@ int vt_append() {
   return 0;
 }
 
-int vt_append_withindex() {
+int vt_append_withindexBody() {
   acedRetNil();
   ArgList args;
   resbuf *cur = args.cursor();
   int target;
-  if (!frame::isNumber(cur) || !frame::readInteger(cur, target)) return 2;
+  if (!frame::isNumber(cur)) return 2;
+  // A real beyond the counters' range would be read as the largest counter
+  // and climbed to for ever; no counter can match it.
+  bool beyondRange = cur->restype == RTREAL && std::abs(cur->resval.rreal) > kLargestCounter;
+  if (!frame::readInteger(cur, target)) return 2;
   const wchar_t *message = nullptr;
   engine::Record record;
   if (database::readRecord(cur, record)) {
     EngineConnection c = requireConnection();
     engine::Record last;
-    double lastCounter = c->MoveLast(&last) ? counterOf(last) : 0;
-    if (target < lastCounter) {
+    std::optional<double> previous = c->MoveLast(&last) ? counterOf(last) : std::optional<double>(0);
+    if (beyondRange || !previous || target < *previous) {
       message = kUnableToMatch;
     } else {
       // Each append consumes one counter value, so appending and deleting
       // climbs to the target; a record with another counter never stays.
+      // The climb needs a counter that the engine numbers: a first field
+      // that is not a number, or does not grow from one append to the next,
+      // can never reach the target, and the loop would not end.
       for (;;) {
         engine::Record stored;
         if (!c->AppendRecord(record, false, &stored)) {
           database::reportEngineError(c);
           break;
         }
-        double v = counterOf(stored);
-        if (v == target) {
+        std::optional<double> v = counterOf(stored);
+        if (v && *v == target) {
           database::returnRecord(stored);
           break;
         }
-        bool past = v > target;
-        if (past) message = kUnableToMatch;
+        bool stop = !v || *v > target || *v <= *previous;
+        if (stop) message = kUnableToMatch;
         if (!c->DeleteRecord()) {
           message = kFailedToDelete;
           break;
         }
-        if (past) break;
+        if (stop) break;
+        previous = v;
       }
     }
   }
@@ -92,7 +105,7 @@ int vt_append_withindex() {
   return 0;
 }
 
-int vt_replace() {
+int vt_replaceBody() {
   acedRetNil();
   ArgList args;
   engine::Record record;
@@ -106,7 +119,7 @@ int vt_replace() {
   return 0;
 }
 
-int vt_delete() {
+int vt_deleteBody() {
   acedRetNil();
   EngineConnection c = requireConnection();
   if (c->DeleteRecord())
@@ -114,6 +127,21 @@ int vt_delete() {
   else
     database::reportEngineError(c);
   return 0;
+}
+
+}  // namespace
+
+int vt_append() {
+  return database::catchEngineError(vt_appendBody);
+}
+int vt_append_withindex() {
+  return database::catchEngineError(vt_append_withindexBody);
+}
+int vt_replace() {
+  return database::catchEngineError(vt_replaceBody);
+}
+int vt_delete() {
+  return database::catchEngineError(vt_deleteBody);
 }
 
 }  // namespace vantry::lispfn

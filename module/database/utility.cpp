@@ -19,6 +19,7 @@
 #include <cstdlib>
 
 #include "database/context.h"
+#include "drawing/crt_random.h"
 #include "frame/implementations.h"
 #include "common/files.h"
 #include "common/text.h"
@@ -54,13 +55,13 @@ int vt_random() {
   acedRetNil();
   ArgList args;
   if (!args.cursor()) {
-    acedRetReal(double(std::rand()) / (double(RAND_MAX) + 1.0));
+    acedRetReal(double(crt::rand()) / (double(crt::kRandMax) + 1.0));
     return 0;
   }
   int n;
   if (!frame::readInteger(args.cursor(), n)) return 2;
   if (n <= 0) return 3;
-  frame::returnInteger(std::rand() % n);
+  frame::returnInteger(crt::rand() % n);
   return 0;
 }
 

@@ -2,9 +2,10 @@
 // number of a text, and the C run-time's random numbers (seeded once at
 // start-up).
 #include <cmath>
-#include <cstdlib>
+#include <cstdint>
 #include <cwchar>
 
+#include "drawing/crt_random.h"
 #include "frame/implementations.h"
 #include "frame/value_list.h"
 
@@ -23,7 +24,28 @@ int realFunction(double (*f)(double)) {
   return 0;
 }
 
+// One generator for the process, as the host's C library keeps one: the
+// module seeds it at start-up on one thread and LISP draws on another.
+uint32_t g_randState = 1;
+
 }  // namespace
+
+}  // namespace vantry::lispfn
+
+namespace vantry::crt {
+
+void srand(unsigned seed) {
+  lispfn::g_randState = seed;
+}
+
+int rand() {
+  lispfn::g_randState = lispfn::g_randState * 214013u + 2531011u;
+  return static_cast<int>((lispfn::g_randState >> 16) & 0x7fff);
+}
+
+}  // namespace vantry::crt
+
+namespace vantry::lispfn {
 
 int asin() {
   return realFunction(::asin);
@@ -52,7 +74,7 @@ int ol_atof() {
   return 0;
 }
 
-// Without an argument (or with -1): rand(). With n: rand() modulo n, the C
+// Without an argument (or with -1): rand(), 0..32767. With n: rand() modulo n, the C
 // remainder (0..n-1 for a positive n). n = 0 has no remainder: the result is
 // nil, with no message, as for every path of this function that sets
 // nothing; the division is never made.
@@ -63,7 +85,7 @@ int ol_ol_rand() {
   resbuf *&cur = args.cursor();
   if (cur && (cur->restype == RTSHORT || cur->restype == RTLONG)) frame::readInteger(cur, n);
   if (n == 0) return 0;
-  int r = std::rand();
+  int r = crt::rand();
   frame::returnInteger(n == -1 ? r : r % n);
   return 0;
 }

@@ -6,6 +6,7 @@
 #include <exception>
 
 #include "database/context.h"
+#include "drawing/crt_random.h"
 #include "frame/function_table.h"
 #include "frame/lifecycle.h"
 
@@ -45,13 +46,18 @@ void startAutomation() {
   if (FAILED(hr) || !p) return;
   automation = static_cast<IVantryAutomation *>(p);
   hr = automation->Start();
-  if (FAILED(hr)) throw ComError{hr};
+  if (FAILED(hr)) {
+    // An object that would not start is not kept: nothing would release it.
+    automation->Release();
+    automation = nullptr;
+    throw ComError{hr};
+  }
 }
 
 AcRx::AppRetCode startUp(void *appId) {
   acrxLoadModule(kSolidModule, false, false);
   CreateMutexW(nullptr, FALSE, kMutexName);
-  std::srand(unsigned(std::time(nullptr)));
+  crt::srand(unsigned(std::time(nullptr)));
   startAutomation();
   editorReactor = new vtEditorReactor();
   acedEditor->addReactor(editorReactor);

@@ -115,6 +115,25 @@
 (assert-equal "no message box when asked not to" nil (wcmatch out "*Your computer name*"))
 (assert-equal "compact with bad arguments" nil (vt_compact 1 2))
 
+;; --- A file replaced behind the connection -------------------------------------------------
+;; The old file's journal must never be replayed into the file that took its place.
+(setq tmpl (fresh "layers-template.db") db3 (fresh "layers.db"))
+(vt_create_db tmpl)
+(vt_connect tmpl)
+(vt_sql "CREATE TABLE Layers (LayerName TEXT(50), Color INTEGER)" 1)
+(vt_sql "INSERT INTO Layers VALUES ('HVAC-L0001', 1)" 1)
+(vt_close_db)
+(vl-file-copy tmpl db3)
+(vt_connect db3)
+(vt_table "Layers" "")
+(assert-true "ghost appended" (vt_append '(("LayerName" . "GHOST"))))
+(vl-file-delete db3)
+(vl-file-copy tmpl db3)
+(assert-equal "connect to the fresh copy" T (vt_connect db3))
+(assert-equal "fresh copy holds only its own rows" '((("LayerName" . "HVAC-L0001")))
+              (vt_sql "SELECT LayerName FROM Layers" 1))
+(vt_close_db)
+
 ;; --- Small services -----------------------------------------------------------------------
 (host:queue-dialog "Yes")
 (assert-equal "message box answer" 6 (vt_message_box "Save changes?" "Vantry" 4))

@@ -42,6 +42,30 @@
 (assert-equal "a record that does not convert" nil (vt_append_withindex 99 '((1 . 2))))
 (assert-equal "  no append" (+ c 7) (counter))
 
+;; A first field that the engine does not number can never reach the target: the call
+;; must end with the message and leave the table as it was, not append for ever.
+(vt_sql "CREATE TABLE Tags (Tag TEXT, Note TEXT)")
+(vt_sql "CREATE TABLE Counted (ID LONG, Name TEXT)")
+(vt_command "INSERT INTO Counted (Name) VALUES ('first')")
+(defun withindex-refused (table n rec / before)
+  (vt_table table "")
+  (setq before (vt_sql (strcat "SELECT * FROM " table)))
+  (list (vt_append_withindex n rec)
+        (equal before (vt_sql (strcat "SELECT * FROM " table)))))
+(assert-equal "withindex on a text first field"
+              '("error - unable to match index" T) (withindex-refused "Tags" 3 '(("Note" . "x"))))
+(vt_command "INSERT INTO Tags VALUES ('D-1', 'x')")
+(assert-equal "withindex on a text first field with records"
+              '("error - unable to match index" T) (withindex-refused "Tags" 3 '(("Note" . "x"))))
+(assert-equal "withindex on a number field the engine does not number"
+              '("error - unable to match index" T) (withindex-refused "Counted" 3 '(("Name" . "x"))))
+(vt_table "Rooms" "")
+(setq before (rooms) c (counter))
+(assert-equal "withindex beyond the counters' range" "error - unable to match index"
+              (vt_append_withindex 3e9 '(("Name" . "far"))))
+(assert-equal "  no append" (list before c) (list (rooms) (counter)))
+(vt_table "Rooms")
+
 ;; --- Yes/no: stored as -1, read as T ------------------------------------------------------------
 (setq r (vt_append '(("Name" . "lab") ("Heated" . T))))
 (assert-equal "T reads back as T" T (cdr (assoc "Heated" r)))
@@ -89,4 +113,33 @@
 (assert-equal "nothing changed while read-only" before (snapshot))
 
 (vt_close_db)
+
+;; --- Every kind of failure: nil, the error reported, the document unlocked -----------------
+;; With no database open the four editing functions end with the engine's error 3420 instead
+;; of escaping to the host, which left the document locked one level deeper each time.
+(defun fails-unlocked (name fn args number / r out)
+  (vt_resetLastError)
+  (setq out (capture-transcript '(lambda () (setq r (vl-catch-all-apply fn args)))))
+  (assert-equal (strcat name ": nil") nil r)
+  (assert-equal (strcat name ": unlocked") 0 (host:lock-state))
+  (if number
+    (progn
+      (assert-true (strcat name ": error kept") (wcmatch (vt_lastError) (strcat "(" (itoa number) ") *")))
+      (assert-true (strcat name ": error printed") (wcmatch out "*Vantry Error: *")))))
+(vt_connect db "w")
+(vt_table "Rooms")
+(fails-unlocked "append an unknown field" 'vt_append '((("Nope" . 1))) 3265)
+(fails-unlocked "append a record that does not convert" 'vt_append '(((1 . 2))) nil)
+(fails-unlocked "replace an unknown field" 'vt_replace '((("Nope" . 1))) 3265)
+(vt_close_db)
+(foreach c (list (list "append" 'vt_append '((("Name" . "x"))))
+                 (list "append with index" 'vt_append_withindex '(7 (("Name" . "x"))))
+                 (list "replace" 'vt_replace '((("Name" . "x"))))
+                 (list "delete" 'vt_delete nil))
+  (fails-unlocked (strcat (car c) " with no database") (cadr c) (caddr c) 3420)
+  (fails-unlocked (strcat (car c) " with no database, again") (cadr c) (caddr c) 3420))
+(assert-error "wrong type still fails the call" 'vt_append_withindex '("x" (("Name" . "x")))
+              "ADS request error")
+(assert-equal "wrong type: unlocked" 0 (host:lock-state))
+
 (test-done)

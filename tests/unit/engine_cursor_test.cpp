@@ -103,6 +103,17 @@ TEST_F(EngineCursorTest, TablesWithoutIntegerKeysUseInsertionOrderOrTheirPrimary
   EXPECT_EQ(walk("name"), (std::vector<std::string>{"\"z\"", "\"y\"", "\"x\""}));
   EXPECT_FALSE(e->OpenTable("loose", "PrimaryKey"));
   EXPECT_EQ(e->GetLastError().number, errc::kNotAnIndex);
+  // In insertion order there is no key to seek on: the hidden row number is
+  // no field of the table and must never match.
+  ASSERT_TRUE(e->OpenTable("loose", ""));
+  Record r;
+  for (int rowid : {1, 2, 3}) {
+    EXPECT_FALSE(e->SeekValue(Value::integer(rowid), &r)) << rowid << ": " << testing::show(r);
+    EXPECT_EQ(e->GetLastError().number, errc::kNoCurrentIndex);
+  }
+  ASSERT_TRUE(e->OpenTable("ducts", ""));  // the counter is the key: seeks find it
+  ASSERT_TRUE(e->SeekValue(Value::integer(3), &r));
+  EXPECT_EQ(field(r, "tag"), "\"C-3\"");
   for (const char *index : {"", "PrimaryKey"}) {
     ASSERT_TRUE(e->OpenTable("codes", index));
     EXPECT_EQ(walk("label"), (std::vector<std::string>{"\"first\"", "\"mid\"", "\"last\""})) << index;
@@ -176,6 +187,27 @@ TEST_F(EngineCursorTest, SeeksFindTheFirstMatchInIndexOrder) {
   ASSERT_TRUE(e->OpenTable("codes", ""));
   EXPECT_FALSE(e->SeekPoint2(1, 2, &r));  // more keys than the index has fields
   EXPECT_EQ(e->GetLastError().number, errc::kNotSupported);
+}
+
+TEST_F(EngineCursorTest, TextSeeksFindAKeyWrittenInAnotherCase) {
+  rawSql(db,
+         "CREATE TABLE layers(LayerName TEXT, n INTEGER);"
+         "CREATE INDEX by_layer ON layers(LayerName);"  // ordered by bytes
+         "INSERT INTO layers VALUES ('HVAC-L0004', 1), ('hvac-l0004', 2), ('Supply Air', 3), ('SUPPLY AIR', 4),"
+         " ('Supply', 5), ('Z', 6), ('a', 7);");
+  ASSERT_TRUE(e->OpenTable("layers", "by_layer"));
+  Record r;
+  // Every case variant finds the first of its equals in index order.
+  for (const char *key : {"hvac-l0004", "HVAC-L0004", "Hvac-L0004"}) {
+    ASSERT_TRUE(e->SeekValue(Value::text(key), &r)) << key;
+    EXPECT_EQ(field(r, "n"), "1") << key;
+  }
+  ASSERT_TRUE(e->SeekValue(Value::text("supply air"), &r));
+  EXPECT_EQ(field(r, "n"), "4");
+  ASSERT_TRUE(e->SeekValue(Value::text("A"), &r));
+  EXPECT_EQ(field(r, "n"), "7");
+  EXPECT_FALSE(e->SeekValue(Value::text("supply ai"), &r));
+  EXPECT_EQ(e->GetLastError().number, errc::kNoCurrentRecord);
 }
 
 TEST_F(EngineCursorTest, RecordsCarryTypedValues) {

@@ -151,6 +151,10 @@ TEST_F(EngineRecordsTest, RefusalsHaveTheirNumbersAndChangeNothing) {
        errc::kConversion},
       {"text into yes/no", rec({{"name", Value::text("y")}, {"heated", Value::text("maybe")}}),
        errc::kConversion},
+      {"fraction into an integer", rec({{"name", Value::text("y")}, {"floor", Value::real(2.5)}}),
+       errc::kConversion},
+      {"fraction as text into an integer", rec({{"name", Value::text("y")}, {"floor", Value::text("2.5")}}),
+       errc::kConversion},
   };
   Record stored;
   for (const Case &c : cases) {
@@ -167,6 +171,20 @@ TEST_F(EngineRecordsTest, RefusalsHaveTheirNumbersAndChangeNothing) {
   EXPECT_EQ(rawScalar(db, "SELECT group_concat(name) FROM rooms"), "hall,office,store");
   // No transaction is left open by a refusal: another connection can write.
   rawSql(db, "UPDATE rooms SET floor = 2 WHERE name = 'store'");
+}
+
+TEST_F(EngineRecordsTest, FractionIntoAnAccessIntegerTypeIsRefusedAndWholeRealsAreKept) {
+  rawSql(db, "CREATE TABLE sizes(b BYTE, s SHORT, l LONG, t LONGTEXT, r DOUBLE);");
+  ASSERT_TRUE(e->OpenTable("sizes", ""));
+  Record stored;
+  for (const char *name : {"b", "s", "l"}) {
+    EXPECT_FALSE(e->AppendRecord(rec({{name, Value::real(-0.5)}}), false, &stored)) << name;
+    EXPECT_EQ(e->GetLastError().number, errc::kConversion) << name;
+    ASSERT_TRUE(e->AppendRecord(rec({{name, Value::real(3.0)}}), false, &stored)) << name;
+    EXPECT_EQ(testing::field(stored, name), "3") << name;
+  }
+  ASSERT_TRUE(e->AppendRecord(rec({{"t", Value::real(2.5)}, {"r", Value::real(2.5)}}), false, &stored));
+  EXPECT_EQ(testing::field(stored, "r"), "2.5r");
 }
 
 TEST_F(EngineRecordsTest, ReplaceSetsTheGivenFieldsOfTheCurrentRecord) {

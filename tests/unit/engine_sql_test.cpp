@@ -57,6 +57,9 @@ TEST_F(EngineSqlTest, AccessDialectGivesTheRowsAccessWould) {
       {"SELECT tag FROM d WHERE tag NOT LIKE '[q-s]-[12]'", "tag=\"R-7\" | tag=\"SX\""},
       {"SELECT tag FROM d WHERE note LIKE '100%*'", "tag=\"S-1\""},
       {"SELECT tag FROM d WHERE note LIKE '*_*'", "tag=\"SX\""},
+      // `_` is a literal in Access even in a pattern without its wildcards.
+      {"SELECT tag FROM d WHERE tag LIKE 'S_1'", ""},
+      {"SELECT tag FROM d WHERE note LIKE '%_%'", "tag=\"SX\""},
       {"SELECT tag FROM d WHERE note LIKE '%e%' ORDER BY id", "tag=\"S-1\" | tag=\"S-2\" | tag=\"SX\""},
       {"SELECT tag FROM d WHERE made >= #1/15/2024# ORDER BY made", "tag=\"S-1\" | tag=\"R-7\""},
       {"SELECT tag FROM d WHERE made < #2024-01-31 10:00:01# AND made > #2024-01-31#", "tag=\"S-1\""},
@@ -91,6 +94,158 @@ TEST_F(EngineSqlTest, AccessDialectGivesTheRowsAccessWould) {
       {"SELECT tag FROM d WHERE 0", ""},
   };
   for (const Case &c : cases) EXPECT_EQ(rows(c.sql), c.rows) << c.sql;
+}
+
+TEST_F(EngineSqlTest, TextComparesWithoutRegardToCaseAsInAccess) {
+  rawSql(db,
+         "CREATE TABLE layers(LayerName TEXT, System TEXT);"
+         "CREATE INDEX by_layer ON layers(LayerName);"
+         "INSERT INTO layers VALUES ('HVAC-L0004', 'Supply'), ('hvac-l0005', 'supply'), ('Duct', 'RETURN'),"
+         " ('b-2', 'Return');"
+         "CREATE TABLE systems(Name TEXT, Colour INTEGER);"
+         "INSERT INTO systems VALUES ('SUPPLY', 1), ('return', 3);");
+  struct Case {
+    const char *sql, *rows;
+  } cases[] = {
+      {"SELECT LayerName FROM layers WHERE LayerName = 'hvac-l0004'", "LayerName=\"HVAC-L0004\""},
+      {"SELECT LayerName FROM layers WHERE 'HVAC-L0005' = [LayerName]", "LayerName=\"hvac-l0005\""},
+      {"SELECT LayerName FROM layers WHERE LayerName <> 'duct' AND LayerName >= 'B' ORDER BY LayerName",
+       "LayerName=\"b-2\" | LayerName=\"HVAC-L0004\" | LayerName=\"hvac-l0005\""},
+      {"SELECT System, count(*) AS n FROM layers GROUP BY System ORDER BY System DESC",
+       "System=\"Supply\" n=2 | System=\"RETURN\" n=2"},
+      {"SELECT l.LayerName, s.Colour FROM layers AS l INNER JOIN systems AS s ON l.System = s.Name "
+       "WHERE s.Colour = 1 ORDER BY l.LayerName",
+       "LayerName=\"HVAC-L0004\" Colour=1 | LayerName=\"hvac-l0005\" Colour=1"},
+      {"SELECT System + '-' + LayerName AS full FROM layers WHERE LayerName = 'duct'", "full=\"RETURN-Duct\""},
+      {"SELECT 'x' + System AS full FROM layers WHERE LayerName = 'b-2'", "full=\"xReturn\""},
+      // Numbers compare as numbers still, and an ordinal ORDER BY stays a position.
+      {"SELECT Colour FROM systems WHERE Colour = 3 ORDER BY 1", "Colour=3"},
+  };
+  for (const Case &c : cases) EXPECT_EQ(rows(c.sql), c.rows) << c.sql;
+}
+
+TEST_F(EngineSqlTest, AccessDefinitionsMakeACounterAndKeepTheirTypes) {
+  int32_t n = 0;
+  ASSERT_TRUE(e->ExecuteCommand(
+      "CREATE TABLE L (ID COUNTER CONSTRAINT pk PRIMARY KEY, Tag TEXT(50) NOT NULL, Lined YESNO, Note MEMO,"
+      " Cost CURRENCY, N LONG, B BYTE, D DATETIME, Pic OLEOBJECT, CONSTRAINT uq UNIQUE (Tag))",
+      &n))
+      << e->GetLastError().description;
+  ASSERT_TRUE(e->OpenTable("L", ""));
+  Record stored;
+  ASSERT_TRUE(e->AppendRecord({{"Tag", Value::text("a")}, {"Note", Value::text("0123")}}, false, &stored));
+  EXPECT_EQ(testing::field(stored, "ID"), "1");
+  EXPECT_EQ(testing::field(stored, "Note"), "\"0123\"");  // a memo keeps its text
+  ASSERT_TRUE(e->AppendRecord({{"Tag", Value::text("b")}, {"Lined", Value::boolean(true)}}, false, &stored));
+  EXPECT_EQ(testing::field(stored, "ID"), "2");
+  EXPECT_EQ(testing::field(stored, "Lined"), "<true>");
+  EXPECT_FALSE(e->AppendRecord({{"Tag", Value::text("c")}, {"N", Value::real(1.5)}}, false, &stored));
+  EXPECT_EQ(e->GetLastError().number, errc::kConversion);
+  EXPECT_FALSE(e->AppendRecord({{"Tag", Value::text("a")}}, false, &stored));
+  EXPECT_EQ(e->GetLastError().number, errc::kDuplicateKey);
+
+  ASSERT_TRUE(e->ExecuteCommand("CREATE TABLE M (Num AUTOINCREMENT(100, 5), Name VARCHAR(20))", &n));
+  ASSERT_TRUE(e->ExecuteCommand("INSERT INTO M (Name) VALUES ('x')", &n));
+  EXPECT_EQ(rows("SELECT Num FROM M"), "Num=1");
+  for (const char *sql : {"CREATE UNIQUE INDEX ByN ON L (N) WITH DISALLOW NULL", "CREATE INDEX ByB ON L (B DESC)",
+                          "CREATE INDEX ByCost ON L (Cost) WITH PRIMARY", "ALTER TABLE L ADD COLUMN Extra SHORT",
+                          "ALTER TABLE L ADD Other CHAR(5)", "ALTER TABLE L DROP COLUMN Other",
+                          "DROP INDEX ByB ON L", "DROP TABLE M"})
+    EXPECT_TRUE(e->ExecuteCommand(sql, &n)) << sql << ": " << e->GetLastError().description;
+  EXPECT_EQ(rawScalar(db, "SELECT group_concat(name) FROM (SELECT name FROM sqlite_master WHERE type = 'index'"
+                          " AND name NOT LIKE 'sqlite%' ORDER BY name)"),
+            "ByCost,ByN");
+  EXPECT_EQ(rawScalar(db, "SELECT \"unique\" FROM pragma_index_list('L') WHERE name = 'ByCost'"), "1");
+  EXPECT_EQ(rawScalar(db, "SELECT group_concat(name) FROM pragma_table_info('L') WHERE name IN ('Extra', 'Other')"),
+            "Extra");
+}
+
+TEST_F(EngineSqlTest, AccessFunctionsAndConstantsGiveAccesssAnswers) {
+  struct Case {
+    const char *expr, *value;
+  } cases[] = {
+      {"Year(#1/31/2024 10:05:09#)", "2024"},
+      {"Month('2024-01-31')", "1"},
+      {"Day(made)", "31"},
+      {"Hour(made) * 100 + Minute(made)", "1000"},
+      {"Second('2024-01-31 10:00:07')", "7"},
+      {"DateSerial(2024, 2, 30)", "\"2024-03-01 00:00:00\""},
+      {"DateAdd('m', 1, #1/31/2024#)", "\"2024-02-29 00:00:00\""},
+      {"DateAdd('yyyy', -1, '2024-02-29')", "\"2023-02-28 00:00:00\""},
+      {"DateAdd('h', 30, '2024-01-31 10:00:00')", "\"2024-02-01 16:00:00\""},
+      {"DateDiff('d', '2024-01-31 23:00', '2024-02-01 01:00')", "1"},
+      {"DateDiff('m', #12/31/2023#, #1/1/2024#)", "1"},
+      {"DateDiff('yyyy', '2024-06-01', '2023-06-01')", "-1"},
+      {"DatePart('w', '2024-01-31')", "4"},  // a Wednesday
+      {"DatePart('q', '2024-08-01')", "3"},
+      {"DatePart('ww', '2024-01-07')", "2"},
+      {"CDate('1/2/2024 3:04 PM')", "\"2024-01-02 15:04:00\""},
+      {"CInt(2.5) || ',' || CInt(3.5) || ',' || CLng(-2.5)", "\"2,4,-2\""},
+      {"CDbl('1.25') + CSng(2)", "3.25r"},
+      {"CStr(12) || 'x'", "\"12x\""},
+      {"CBool(5) || CBool(0)", "\"-10\""},
+      {"Int(-2.5) || ',' || Fix(-2.5) || ',' || Int(7)", "\"-3,-2,7\""},
+      {"Str(5) || '|' || Str(-5)", "\" 5|-5\""},
+      {"IsNull(Null) || IsNull(width)", "\"-10\""},
+      {"'[' || Space(3) || String(3, '*') || ']'", "\"[   ***]\""},
+      {"Sgn(-4) || Sgn(0) || Sgn(9)", "\"-101\""},
+      {"Sqr(16)", "4r"},
+      {"IIf(lined = Yes, 'y', 'n') || IIf(lined = On, 'y', 'n') || IIf(0 = No, 'y', 'n') || IIf(0 = Off, 'y', 'n')",
+       "\"yyyy\""},
+      {"Len(Date()) + 0", "19"},
+      {"width \\ 7 || ',' || 7.6 \\ 2 || ',' || d.width \\ -300", "\"57,4,-1\""},
+      {"LTrim('  a ') || RTrim(' b  ') || Replace('a-b', '-', '+') || Abs(-2) || Round(2.46, 1)", "\"a  ba+b22.5\""},
+  };
+  for (const Case &c : cases)
+    EXPECT_EQ(rows(std::string("SELECT ") + c.expr + " AS v FROM d WHERE id = 1"), std::string("v=") + c.value)
+        << c.expr;
+  // A function Access has and the engine does not: Access's own error.
+  EXPECT_EQ(rows("SELECT Choose(1, 'a', 'b') FROM d"), "error 3085");
+  EXPECT_TRUE(e->GetLastError().description.find("Undefined function 'Choose'") != std::string::npos ||
+              e->GetLastError().description.find("Undefined function 'choose'") != std::string::npos)
+      << e->GetLastError().description;
+}
+
+TEST_F(EngineSqlTest, JoinedUpdatesAndDeletesAsAccessWritesThem) {
+  rawSql(db,
+         "CREATE TABLE colours(tag TEXT, colour INTEGER);"
+         "INSERT INTO colours VALUES ('s-1', 5), ('R-7', 9);");
+  int32_t n = 0;
+  ASSERT_TRUE(e->ExecuteCommand("UPDATE d INNER JOIN colours AS c ON d.tag = c.tag SET d.width = c.colour, "
+                                "note = 'joined' WHERE c.colour > 6",
+                                &n))
+      << e->GetLastError().description;
+  EXPECT_EQ(n, 1);
+  EXPECT_EQ(rawScalar(db, "SELECT group_concat(tag || '=' || width || note) FROM d WHERE note = 'joined'"),
+            "R-7=9joined");
+  ASSERT_TRUE(e->ExecuteCommand("DELETE d.* FROM d INNER JOIN colours ON d.tag = colours.tag", &n))
+      << e->GetLastError().description;
+  EXPECT_EQ(n, 2);  // S-1 matches 's-1' without regard to case, R-7 exactly
+  EXPECT_EQ(rawScalar(db, "SELECT group_concat(tag) FROM (SELECT tag FROM d ORDER BY tag)"), "S-2,SX");
+}
+
+TEST_F(EngineSqlTest, TopPercentAndSelectIntoAsAccessHasThem) {
+  EXPECT_EQ(rows("SELECT TOP 50 PERCENT tag FROM d ORDER BY width DESC"), "tag=\"SX\" | tag=\"S-1\"");
+  EXPECT_EQ(rows("SELECT TOP 30 PERCENT tag FROM [d] WHERE made >= #1/1/2024# ORDER BY tag"), "tag=\"R-7\"");
+  EXPECT_EQ(rows("SELECT tag FROM d WHERE id IN (SELECT TOP 25 PERCENT id FROM d ORDER BY id DESC)"), "tag=\"SX\"");
+  int32_t n = 0;
+  ASSERT_TRUE(e->ExecuteCommand("SELECT tag, width INTO wide_ducts FROM d WHERE width >= 400", &n))
+      << e->GetLastError().description;
+  EXPECT_EQ(rows("SELECT tag FROM wide_ducts ORDER BY tag"), "tag=\"S-1\" | tag=\"SX\"");
+}
+
+TEST_F(EngineSqlTest, AStoredQueryIsNamedInFromAndJoinOfAnotherStatement) {
+  ASSERT_TRUE(e->CreateQuery("WideDucts", "SELECT [tag], width FROM d WHERE width >= 400"));
+  ASSERT_TRUE(e->CreateQuery("ByTag", "PARAMETERS t Text; SELECT * FROM d WHERE tag = [t]"));
+  EXPECT_EQ(rows("SELECT tag FROM WideDucts ORDER BY tag"), "tag=\"S-1\" | tag=\"SX\"");
+  EXPECT_EQ(rows("SELECT d.tag, w.width FROM d INNER JOIN [WideDucts] AS w ON d.tag = w.tag WHERE d.id = 1"),
+            "tag=\"S-1\" width=400");
+  // Another connection of the same file sees them too; the file holds no view.
+  e->Close();
+  ASSERT_EQ(e->Open(db, 0, true), "OK");
+  EXPECT_EQ(rows("SELECT count(*) AS n FROM NoSuchQuery"), "error 3078");
+  EXPECT_EQ(rows("SELECT count(*) AS n FROM widEducts"), "n=2");
+  EXPECT_EQ(rawScalar(db, "SELECT count(*) FROM sqlite_master WHERE type = 'view' AND name = 'WideDucts'"), "0");
 }
 
 TEST_F(EngineSqlTest, PlainSqliteStatementsPassUnchanged) {
