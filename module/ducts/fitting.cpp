@@ -23,8 +23,7 @@ void tellNoSolid(const char *why) {
   acutPrintf(L"\nNo duct solid made: %hs.\n", why && *why ? why : "the solid modeller refused it");
 }
 
-bool refused(const ol_hvacSolid &solid) {
-  tellNoSolid(solid.lastError());
+bool refused(const ol_hvacSolid &) {
   return false;
 }
 

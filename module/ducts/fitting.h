@@ -22,10 +22,11 @@ using SolidPtr = std::unique_ptr<ol_hvacSolid, LetGo>;
 // (the class is not registered).
 SolidPtr newSolid();
 
-// Says on the command line why a fitting makes no solid: "\nNo duct solid made: <why>.\n". A fitting
-// that answers nil for any reason but a piece too short to draw says why.
+// Says on the command line why a fitting's own geometry makes no solid: "\nNo duct solid made:
+// <why>.\n" (runs that do not meet, a rolled elbow, an elbow longer than its runs ...).
 void tellNoSolid(const char *why);
-// The same with the modeller's reason for the solid's last refusal. False, for a caller to return.
+// A refusal by the solid itself: nil with no message, as the product's fittings answer it (the
+// modeller's reason stays in the solid's lastError). False, for a caller to return.
 bool refused(const ol_hvacSolid &solid);
 
 // Appends the entity to the current drawing's model space and closes it; name receives its entity
