@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -124,6 +125,55 @@ void BM_DxfOpen100k(benchmark::State &state) {
   state.SetItemsProcessed(state.iterations() * kCount);
 }
 BENCHMARK(BM_DxfOpen100k)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+// The drawings other programs wrote (the shared data's dxf folder, named by
+// $VANTRY_SHARED_DATA): all of them opened, then all of them saved, per
+// round. bench/ezdxf_bench.py --dir does the same with ezdxf.
+std::vector<std::string> realDrawings() {
+  std::vector<std::string> out;
+  const char *root = std::getenv("VANTRY_SHARED_DATA");
+  if (!root) return out;
+  std::error_code ec;
+  for (const auto &e : std::filesystem::directory_iterator(std::filesystem::path(root) / "dxf", ec))
+    if (e.path().extension() == ".dxf") out.push_back(e.path().string());
+  return out;
+}
+
+void BM_DxfOpenRealDrawings(benchmark::State &state) {
+  std::vector<std::string> files = realDrawings();
+  if (files.empty()) return state.SkipWithError("set VANTRY_SHARED_DATA to the shared data folder");
+  std::wstring error;
+  for (auto _ : state) {
+    for (const std::string &f : files) {
+      auto *into = new AcDbDatabase(false);
+      if (vantry::host::openDxf(f, into, &error) != Acad::eOk) state.SkipWithError("open failed");
+      state.PauseTiming();
+      delete into;
+      state.ResumeTiming();
+    }
+  }
+  state.SetItemsProcessed(state.iterations() * int64_t(files.size()));
+}
+BENCHMARK(BM_DxfOpenRealDrawings)->Unit(benchmark::kMillisecond)->Iterations(5);
+
+void BM_DxfSaveRealDrawings(benchmark::State &state) {
+  std::vector<std::string> files = realDrawings();
+  if (files.empty()) return state.SkipWithError("set VANTRY_SHARED_DATA to the shared data folder");
+  std::vector<AcDbDatabase *> dbs;
+  std::wstring error;
+  for (const std::string &f : files) {
+    dbs.push_back(new AcDbDatabase(false));
+    if (vantry::host::openDxf(f, dbs.back(), &error) != Acad::eOk) return state.SkipWithError("open failed");
+  }
+  std::string out = benchFile() + ".real.dxf";
+  for (auto _ : state)
+    for (AcDbDatabase *db : dbs)
+      if (vantry::host::saveDxf(db, out, &error) != Acad::eOk) state.SkipWithError("save failed");
+  for (AcDbDatabase *db : dbs) delete db;
+  std::remove(out.c_str());
+  state.SetItemsProcessed(state.iterations() * int64_t(files.size()));
+}
+BENCHMARK(BM_DxfSaveRealDrawings)->Unit(benchmark::kMillisecond)->Iterations(5);
 
 // The floor: the same bytes written and read back with stdio, no parsing.
 void BM_DxfBaselineStdioSameBytes(benchmark::State &state) {

@@ -2,6 +2,11 @@
 """The drawing-file benchmark's counterpart with ezdxf, for the ratio.
 
 Usage: /usr/bin/python3 bench/ezdxf_bench.py [FILE]
+       /usr/bin/python3 bench/ezdxf_bench.py --dir DIR
+
+With --dir: opens every *.dxf of DIR (the shared data's dxf folder) with
+ezdxf.readfile, then saves each, per round; prints "ezdxf_open_dir" and
+"ezdxf_save_dir" lines as below, the count being the number of files.
 
 FILE is the drawing of 100,000 mixed entities that vantry_bench's
 BM_DxfSave100k writes (default /tmp/vantry-dxf-bench.dxf, or
@@ -31,6 +36,25 @@ def main(argv):
     except ImportError:
         print("ezdxf is not installed for %s (Debian: python3-ezdxf)" % sys.executable)
         return 77
+    if len(argv) > 2 and argv[1] == "--dir":
+        names = sorted(os.path.join(argv[2], n) for n in os.listdir(argv[2]) if n.endswith(".dxf"))
+        from ezdxf import recover
+
+        def read(n):
+            # ezdxf's strict reader refuses one of them (a layer name with
+            # \U+ escapes in an R12 file); its recovering reader takes it.
+            try:
+                return ezdxf.readfile(n)
+            except ezdxf.DXFError:
+                return recover.readfile(n)[0]
+
+        seconds, docs = best(5, lambda: [read(n) for n in names])
+        print("ezdxf_open_dir %.3f %d" % (seconds, len(names)))
+        out = os.path.join(tempfile.gettempdir(), "vantry-ezdxf-bench-out.dxf")
+        seconds, _ = best(5, lambda: [d.saveas(out) for d in docs])
+        print("ezdxf_save_dir %.3f %d" % (seconds, len(names)))
+        os.remove(out)
+        return 0
     path = argv[1] if len(argv) > 1 else os.environ.get("VANTRY_DXF_BENCH_FILE", "/tmp/vantry-dxf-bench.dxf")
     if not os.path.exists(path):
         print("%s is missing: run vantry_bench --benchmark_filter=Dxf first" % path)
