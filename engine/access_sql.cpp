@@ -468,6 +468,7 @@ bool translateDefinition(std::vector<Token> &t) {
   }
   if (drop) return false;
   int depth = 0;
+  std::vector<std::string> counters;  // fields made counters, lower-case
   bool counterOpen = false;  // inside the definition of a field made a counter
   for (size_t i = first; i < t.size(); ++i) {
     Token &k = t[i];
@@ -476,6 +477,8 @@ bool translateDefinition(std::vector<Token> &t) {
     if ((k.text == "," && depth <= 1) || (!alter && depth < 1)) counterOpen = false;
     if (k.kind != Tok::kWord) continue;
     if ((is(k, "COUNTER") || is(k, "AUTOINCREMENT")) && isTypePosition(t, i)) {
+      const Token &field = t[prevSolid(t, i)];
+      counters.push_back(asciiLower(field.kind == Tok::kWord ? field.text : field.text.substr(1, field.text.size() - 2)));
       k.text = "INTEGER PRIMARY KEY AUTOINCREMENT";
       changed = true;
       size_t open = nextSolid(t, i + 1);  // COUNTER(seed, increment): SQLite starts at 1
@@ -497,6 +500,23 @@ bool translateDefinition(std::vector<Token> &t) {
       }
       if (key < t.size() && is(t[key], "KEY")) blank(from, key + 1);
     }
+  }
+  // A table's [CONSTRAINT name] PRIMARY KEY (field) naming a counter goes too:
+  // the counter is the key already.
+  for (size_t i = first; i < t.size() && !counters.empty(); ++i) {
+    if (!is(t[i], "PRIMARY")) continue;
+    size_t key = nextSolid(t, i + 1), open = key < t.size() ? nextSolid(t, key + 1) : t.size();
+    if (key >= t.size() || !is(t[key], "KEY") || open >= t.size() || t[open].text != "(") continue;
+    size_t name = nextSolid(t, open + 1), close = name < t.size() ? nextSolid(t, name + 1) : t.size();
+    if (close >= t.size() || t[close].text != ")" || !isNamePart(t[name])) continue;
+    std::string field = asciiLower(t[name].kind == Tok::kWord ? t[name].text : t[name].text.substr(1, t[name].text.size() - 2));
+    if (std::find(counters.begin(), counters.end(), field) == counters.end()) continue;
+    size_t from = i, named = prevSolid(t, i);
+    if (named < t.size() && prevSolid(t, named) < t.size() && is(t[prevSolid(t, named)], "CONSTRAINT"))
+      from = prevSolid(t, named);
+    size_t comma = prevSolid(t, from);
+    if (comma < t.size() && t[comma].text == ",") from = comma;
+    blank(from, close + 1);
   }
   return changed;
 }

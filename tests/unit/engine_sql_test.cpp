@@ -144,6 +144,11 @@ TEST_F(EngineSqlTest, AccessDefinitionsMakeACounterAndKeepTheirTypes) {
   EXPECT_FALSE(e->AppendRecord({{"Tag", Value::text("a")}}, false, &stored));
   EXPECT_EQ(e->GetLastError().number, errc::kDuplicateKey);
 
+  ASSERT_TRUE(e->ExecuteCommand(
+      "CREATE TABLE K ([Key ID] COUNTER, Name TEXT(20), CONSTRAINT pkK PRIMARY KEY ([Key ID]))", &n))
+      << e->GetLastError().description;
+  ASSERT_TRUE(e->ExecuteCommand("INSERT INTO K (Name) VALUES ('x')", &n));
+  EXPECT_EQ(rows("SELECT [Key ID] FROM K"), "Key ID=1");
   ASSERT_TRUE(e->ExecuteCommand("CREATE TABLE M (Num AUTOINCREMENT(100, 5), Name VARCHAR(20))", &n));
   ASSERT_TRUE(e->ExecuteCommand("INSERT INTO M (Name) VALUES ('x')", &n));
   EXPECT_EQ(rows("SELECT Num FROM M"), "Num=1");
