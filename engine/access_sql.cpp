@@ -521,7 +521,14 @@ bool translateDefinition(std::vector<Token> &t) {
   return changed;
 }
 
-void markCaseInsensitive(std::vector<Token> &t) {
+void markCaseInsensitive(std::vector<Token> &t, const std::vector<std::string> &textParams) {
+  auto textParam = [&](size_t k) {
+    if (k >= t.size() || (t[k].kind != Tok::kWord && t[k].kind != Tok::kBracket)) return false;
+    std::string name = asciiLower(t[k].kind == Tok::kWord ? t[k].text : t[k].text.substr(1, t[k].text.size() - 2));
+    for (const std::string &p : textParams)
+      if (asciiLower(p) == name) return true;
+    return false;
+  };
   size_t first = nextSolid(t, 0);
   if (first >= t.size() || is(t[first], "CREATE") || is(t[first], "ALTER") || is(t[first], "DROP") ||
       is(t[first], "PRAGMA"))
@@ -549,9 +556,9 @@ void markCaseInsensitive(std::vector<Token> &t) {
       size_t before = i, after = nextSolid(t, i + 1);
       while (before > 0 && t[before - 1].kind == Tok::kSpace) --before;
       bool leftLiteral = before > 0 && t[before - 1].kind == Tok::kSQuote;
-      if (after < t.size() && t[after].kind == Tok::kSQuote)
+      if (after < t.size() && (t[after].kind == Tok::kSQuote || textParam(after)))
         marks.push_back(after);
-      else if (leftLiteral)
+      else if (leftLiteral || (before > 0 && textParam(before - 1)))
         marks.push_back(before - 1);
       else if (inOn && fieldRefEnd(t, after) > after)
         marks.push_back(fieldRefEnd(t, after) - 1);
@@ -589,12 +596,13 @@ void markCaseInsensitive(std::vector<Token> &t) {
     t.insert(t.begin() + static_cast<long>(*it) + 1, Token{Tok::kOther, " COLLATE NOCASE"});
 }
 
-std::string rewriteAccessSql(const std::string &sql, const std::vector<std::string> &params) {
+std::string rewriteAccessSql(const std::string &sql, const std::vector<std::string> &params,
+                             const std::vector<std::string> &textParams) {
   std::string joined = rewriteJoinedWrite(sql);
   std::vector<Token> t = tokenize(joined);
   bool defined = translateDefinition(t);
   defined |= translateIntegerDivision(t);
-  markCaseInsensitive(t);
+  markCaseInsensitive(t, textParams);
   bool marked = defined;
   for (const Token &k : t) marked |= k.kind == Tok::kOther && k.text == " COLLATE NOCASE";
   auto paramIndex = [&](const Token &k) {

@@ -242,6 +242,9 @@ TEST_F(EngineSqlTest, TopPercentAndSelectIntoAsAccessHasThem) {
 TEST_F(EngineSqlTest, AStoredQueryIsNamedInFromAndJoinOfAnotherStatement) {
   ASSERT_TRUE(e->CreateQuery("WideDucts", "SELECT [tag], width FROM d WHERE width >= 400"));
   ASSERT_TRUE(e->CreateQuery("ByTag", "PARAMETERS t Text; SELECT * FROM d WHERE tag = [t]"));
+  ValueArray found;
+  ASSERT_TRUE(e->RunQuery("ByTag", {Value::text("s-2")}, &found));  // a text parameter ignores case too
+  EXPECT_NE(show(found).find("tag=\"S-2\""), std::string::npos) << show(found);
   EXPECT_EQ(rows("SELECT tag FROM WideDucts ORDER BY tag"), "tag=\"S-1\" | tag=\"SX\"");
   EXPECT_EQ(rows("SELECT d.tag, w.width FROM d INNER JOIN [WideDucts] AS w ON d.tag = w.tag WHERE d.id = 1"),
             "tag=\"S-1\" width=400");
