@@ -468,6 +468,7 @@ bool translateDefinition(std::vector<Token> &t) {
   }
   if (drop) return false;
   int depth = 0;
+  std::vector<std::string> counters;  // fields made counters, lower-case
   bool counterOpen = false;  // inside the definition of a field made a counter
   for (size_t i = first; i < t.size(); ++i) {
     Token &k = t[i];
@@ -476,6 +477,8 @@ bool translateDefinition(std::vector<Token> &t) {
     if ((k.text == "," && depth <= 1) || (!alter && depth < 1)) counterOpen = false;
     if (k.kind != Tok::kWord) continue;
     if ((is(k, "COUNTER") || is(k, "AUTOINCREMENT")) && isTypePosition(t, i)) {
+      const Token &field = t[prevSolid(t, i)];
+      counters.push_back(asciiLower(field.kind == Tok::kWord ? field.text : field.text.substr(1, field.text.size() - 2)));
       k.text = "INTEGER PRIMARY KEY AUTOINCREMENT";
       changed = true;
       size_t open = nextSolid(t, i + 1);  // COUNTER(seed, increment): SQLite starts at 1
@@ -498,10 +501,34 @@ bool translateDefinition(std::vector<Token> &t) {
       if (key < t.size() && is(t[key], "KEY")) blank(from, key + 1);
     }
   }
+  // A table's [CONSTRAINT name] PRIMARY KEY (field) naming a counter goes too:
+  // the counter is the key already.
+  for (size_t i = first; i < t.size() && !counters.empty(); ++i) {
+    if (!is(t[i], "PRIMARY")) continue;
+    size_t key = nextSolid(t, i + 1), open = key < t.size() ? nextSolid(t, key + 1) : t.size();
+    if (key >= t.size() || !is(t[key], "KEY") || open >= t.size() || t[open].text != "(") continue;
+    size_t name = nextSolid(t, open + 1), close = name < t.size() ? nextSolid(t, name + 1) : t.size();
+    if (close >= t.size() || t[close].text != ")" || !isNamePart(t[name])) continue;
+    std::string field = asciiLower(t[name].kind == Tok::kWord ? t[name].text : t[name].text.substr(1, t[name].text.size() - 2));
+    if (std::find(counters.begin(), counters.end(), field) == counters.end()) continue;
+    size_t from = i, named = prevSolid(t, i);
+    if (named < t.size() && prevSolid(t, named) < t.size() && is(t[prevSolid(t, named)], "CONSTRAINT"))
+      from = prevSolid(t, named);
+    size_t comma = prevSolid(t, from);
+    if (comma < t.size() && t[comma].text == ",") from = comma;
+    blank(from, close + 1);
+  }
   return changed;
 }
 
-void markCaseInsensitive(std::vector<Token> &t) {
+void markCaseInsensitive(std::vector<Token> &t, const std::vector<std::string> &textParams) {
+  auto textParam = [&](size_t k) {
+    if (k >= t.size() || (t[k].kind != Tok::kWord && t[k].kind != Tok::kBracket)) return false;
+    std::string name = asciiLower(t[k].kind == Tok::kWord ? t[k].text : t[k].text.substr(1, t[k].text.size() - 2));
+    for (const std::string &p : textParams)
+      if (asciiLower(p) == name) return true;
+    return false;
+  };
   size_t first = nextSolid(t, 0);
   if (first >= t.size() || is(t[first], "CREATE") || is(t[first], "ALTER") || is(t[first], "DROP") ||
       is(t[first], "PRAGMA"))
@@ -529,9 +556,9 @@ void markCaseInsensitive(std::vector<Token> &t) {
       size_t before = i, after = nextSolid(t, i + 1);
       while (before > 0 && t[before - 1].kind == Tok::kSpace) --before;
       bool leftLiteral = before > 0 && t[before - 1].kind == Tok::kSQuote;
-      if (after < t.size() && t[after].kind == Tok::kSQuote)
+      if (after < t.size() && (t[after].kind == Tok::kSQuote || textParam(after)))
         marks.push_back(after);
-      else if (leftLiteral)
+      else if (leftLiteral || (before > 0 && textParam(before - 1)))
         marks.push_back(before - 1);
       else if (inOn && fieldRefEnd(t, after) > after)
         marks.push_back(fieldRefEnd(t, after) - 1);
@@ -569,12 +596,13 @@ void markCaseInsensitive(std::vector<Token> &t) {
     t.insert(t.begin() + static_cast<long>(*it) + 1, Token{Tok::kOther, " COLLATE NOCASE"});
 }
 
-std::string rewriteAccessSql(const std::string &sql, const std::vector<std::string> &params) {
+std::string rewriteAccessSql(const std::string &sql, const std::vector<std::string> &params,
+                             const std::vector<std::string> &textParams) {
   std::string joined = rewriteJoinedWrite(sql);
   std::vector<Token> t = tokenize(joined);
   bool defined = translateDefinition(t);
   defined |= translateIntegerDivision(t);
-  markCaseInsensitive(t);
+  markCaseInsensitive(t, textParams);
   bool marked = defined;
   for (const Token &k : t) marked |= k.kind == Tok::kOther && k.text == " COLLATE NOCASE";
   auto paramIndex = [&](const Token &k) {

@@ -5,6 +5,8 @@
 // last and seeks are single indexed queries. Skip works on a snapshot of the
 // table's rowids in that order (see Cursor); nothing is held open between
 // calls, so no lock outlives a call.
+#include <strings.h>
+
 #include <cctype>
 #include <algorithm>
 
@@ -446,15 +448,24 @@ bool SqliteEngine::seekKeys(const std::vector<Value> &keys, Record *out) {
     // orders by bytes, every case variant of the key lies between its
     // upper-case and its lower-case form, so that range keeps the index in
     // use and a hit is the range's first entry or close to it.
-    bool folded = raw.type == SQLITE_TEXT && !c->order.empty() && asciiLower(c->order[i].collation) == "binary";
+    // A key without letters has no other case: plain equality does.
+    bool folded = raw.type == SQLITE_TEXT && !c->order.empty() &&
+                  strcasecmp(c->order[i].collation.c_str(), "binary") == 0 &&
+                  std::any_of(raw.s.begin(), raw.s.end(), [](char ch) {
+                    return (ch >= 'a' && ch <= 'z') || (ch >= 'A' && ch <= 'Z');
+                  });
     shape += raw.type == SQLITE_NULL ? 'n' : folded ? 't' : 'v';
-    if (folded) {
-      std::string upper = raw.s, lower = asciiLower(raw.s);
-      for (char &ch : upper) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
-      binds.push_back(RawValue{SQLITE_TEXT, 0, 0, upper});
-      binds.push_back(RawValue{SQLITE_TEXT, 0, 0, lower});
+    if (folded) {  // binds the upper-case form, then the lower-case one
+      std::string lower = raw.s;
+      for (char &ch : lower)
+        if (ch >= 'A' && ch <= 'Z') ch = static_cast<char>(ch - 'A' + 'a');
+      for (char &ch : raw.s)
+        if (ch >= 'a' && ch <= 'z') ch = static_cast<char>(ch - 'a' + 'A');
+      binds.push_back(std::move(raw));
+      binds.push_back(RawValue{SQLITE_TEXT, 0, 0, std::move(lower)});
+    } else if (raw.type != SQLITE_NULL) {
+      binds.push_back(std::move(raw));
     }
-    if (raw.type != SQLITE_NULL) binds.push_back(std::move(raw));
   }
   auto it = c->seekStmts.find(shape);
   if (it == c->seekStmts.end()) {
@@ -469,8 +480,8 @@ bool SqliteEngine::seekKeys(const std::vector<Value> &keys, Record *out) {
       } else if (shape[6 + i] == 't') {
         std::string col = quoteIdent(c->table.columns[c->order[i].column].name);
         sql += " >= ?" + std::to_string(bound + 1) + " AND " + col + " <= ?" + std::to_string(bound + 2) + " AND " +
-               col + " = ?" + std::to_string(bound + 3) + " COLLATE NOCASE";
-        bound += 3;
+               col + " = ?" + std::to_string(bound + 1) + " COLLATE NOCASE";
+        bound += 2;
       } else {
         sql += " = ?" + std::to_string(++bound);
         if (!c->order.empty()) sql += " COLLATE " + c->order[i].collation;

@@ -298,7 +298,10 @@ class SqliteEngine final : public Engine {
 // Access dialect (access_sql.cpp): the statement rewritten for SQLite; a
 // statement that uses nothing of the dialect comes back unchanged. Names
 // (bare or bracketed) equal to params[i] become the bound parameter ?(i+1).
-std::string rewriteAccessSql(const std::string &sql, const std::vector<std::string> &params = {});
+// Parameters named in `textParams` hold text: compared with a field, they
+// compare without regard to case, as literals do.
+std::string rewriteAccessSql(const std::string &sql, const std::vector<std::string> &params = {},
+                             const std::vector<std::string> &textParams = {});
 // Splits "PARAMETERS a Text, [b c] Long; body" into names, types and body.
 // Text without the clause gives no names and the whole text as body; false
 // when the clause is malformed.

@@ -223,7 +223,14 @@ bool SqliteEngine::RunQuery(const std::string &name, const ValueArray &params, V
                 "Too few parameters. Expected " + std::to_string(names.size() - raw.size()) + ".");
   // The body is rewritten with parameter names first; runStatement's own
   // rewrite then finds nothing of them left.
-  return runStatement(rewriteAccessSql(body, names), raw, result, nullptr, false);
+  std::vector<std::string> textNames;  // Text, Char, Memo ... parameters
+  for (size_t k = 0; k < names.size() && k < types.size(); ++k) {
+    std::string type = asciiLower(types[k]);
+    if (type.find("text") != std::string::npos || type.find("char") != std::string::npos ||
+        type.find("memo") != std::string::npos)
+      textNames.push_back(names[k]);
+  }
+  return runStatement(rewriteAccessSql(body, names, textNames), raw, result, nullptr, false);
 }
 
 }  // namespace vantry::engine::sqlite

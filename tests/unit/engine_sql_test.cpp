@@ -144,6 +144,11 @@ TEST_F(EngineSqlTest, AccessDefinitionsMakeACounterAndKeepTheirTypes) {
   EXPECT_FALSE(e->AppendRecord({{"Tag", Value::text("a")}}, false, &stored));
   EXPECT_EQ(e->GetLastError().number, errc::kDuplicateKey);
 
+  ASSERT_TRUE(e->ExecuteCommand(
+      "CREATE TABLE K ([Key ID] COUNTER, Name TEXT(20), CONSTRAINT pkK PRIMARY KEY ([Key ID]))", &n))
+      << e->GetLastError().description;
+  ASSERT_TRUE(e->ExecuteCommand("INSERT INTO K (Name) VALUES ('x')", &n));
+  EXPECT_EQ(rows("SELECT [Key ID] FROM K"), "Key ID=1");
   ASSERT_TRUE(e->ExecuteCommand("CREATE TABLE M (Num AUTOINCREMENT(100, 5), Name VARCHAR(20))", &n));
   ASSERT_TRUE(e->ExecuteCommand("INSERT INTO M (Name) VALUES ('x')", &n));
   EXPECT_EQ(rows("SELECT Num FROM M"), "Num=1");
@@ -237,6 +242,9 @@ TEST_F(EngineSqlTest, TopPercentAndSelectIntoAsAccessHasThem) {
 TEST_F(EngineSqlTest, AStoredQueryIsNamedInFromAndJoinOfAnotherStatement) {
   ASSERT_TRUE(e->CreateQuery("WideDucts", "SELECT [tag], width FROM d WHERE width >= 400"));
   ASSERT_TRUE(e->CreateQuery("ByTag", "PARAMETERS t Text; SELECT * FROM d WHERE tag = [t]"));
+  ValueArray found;
+  ASSERT_TRUE(e->RunQuery("ByTag", {Value::text("s-2")}, &found));  // a text parameter ignores case too
+  EXPECT_NE(show(found).find("tag=\"S-2\""), std::string::npos) << show(found);
   EXPECT_EQ(rows("SELECT tag FROM WideDucts ORDER BY tag"), "tag=\"S-1\" | tag=\"SX\"");
   EXPECT_EQ(rows("SELECT d.tag, w.width FROM d INNER JOIN [WideDucts] AS w ON d.tag = w.tag WHERE d.id = 1"),
             "tag=\"S-1\" width=400");
