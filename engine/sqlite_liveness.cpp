@@ -78,6 +78,19 @@ bool settled(const timespec &stamp) {
 constexpr int kWalIndexRegion = 32768;
 constexpr size_t kWalHeaderBytes = 48;
 static_assert(sizeof(ChangeStamp) == kWalHeaderBytes);
+
+// The first region of the WAL index in shared memory, through SQLite's own
+// mapping (bExtend = 0: only a region SQLite has mapped already; nothing is
+// created), or null.
+volatile void *walIndex(sqlite3 *db) {
+  sqlite3_file *f = nullptr;
+  volatile void *region = nullptr;
+  if (sqlite3_file_control(db, "main", SQLITE_FCNTL_FILE_POINTER, &f) != SQLITE_OK || !f || !f->pMethods ||
+      f->pMethods->iVersion < 2 || !f->pMethods->xShmMap ||
+      f->pMethods->xShmMap(f, 0, kWalIndexRegion, 0, &region) != SQLITE_OK)
+    return nullptr;
+  return region;
+}
 // WAL-index offsets: the salts in the header, and in the checkpoint
 // information after the two header copies, nBackfill and nBackfillAttempted.
 constexpr size_t kSaltOffset = 32;
@@ -157,12 +170,8 @@ bool SqliteEngine::vouch(int64_t now, uint64_t changes) {
 
 bool SqliteEngine::checkpointMark(CheckpointMark *out) {
   if (!db_ || !wal_) return false;
-  sqlite3_file *f = nullptr;
-  volatile void *region = nullptr;
-  if (sqlite3_file_control(db_, "main", SQLITE_FCNTL_FILE_POINTER, &f) != SQLITE_OK || !f || !f->pMethods ||
-      f->pMethods->iVersion < 2 || !f->pMethods->xShmMap ||
-      f->pMethods->xShmMap(f, 0, kWalIndexRegion, 0, &region) != SQLITE_OK || !region)
-    return false;
+  volatile void *region = walIndex(db_);
+  if (!region) return false;
   const volatile unsigned char *b = static_cast<const volatile unsigned char *>(region);
   auto u32 = [&](size_t at) {
     uint32_t v;
@@ -291,13 +300,8 @@ void SqliteEngine::noteJournalMode() {
 bool SqliteEngine::changeStamp(ChangeStamp *out) {
   if (!db_) return false;
   if (wal_) {
-    sqlite3_file *f = nullptr;
-    volatile void *region = nullptr;
-    // bExtend = 0: only a region SQLite has mapped already; nothing is created.
-    if (sqlite3_file_control(db_, "main", SQLITE_FCNTL_FILE_POINTER, &f) != SQLITE_OK || !f || !f->pMethods ||
-        f->pMethods->iVersion < 2 || !f->pMethods->xShmMap ||
-        f->pMethods->xShmMap(f, 0, kWalIndexRegion, 0, &region) != SQLITE_OK || !region)
-      return false;
+    volatile void *region = walIndex(db_);
+    if (!region) return false;
     std::memcpy(out->data(), const_cast<const void *>(region), kWalHeaderBytes);
     return true;
   }
