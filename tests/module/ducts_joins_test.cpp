@@ -189,8 +189,9 @@ TEST_F(DuctsTest, FittingsMeetTheirStraightsForEveryJustification) {
       lisp("(setq r " + join.call + runs + "))");
       if (std::string(join.name) == "wye" && !j.horizontal.empty()) {
         EXPECT_EQ(lisp("r"), "nil");
-        EXPECT_NE(transcript().find("\nNo duct solid made: the wye's centre lines do not meet"),
-                  std::string::npos);
+        // The solid's own refusal (its centre lines, each shifted across its run, do not meet):
+        // nil with no message.
+        EXPECT_EQ(transcript().find("No duct solid made"), std::string::npos);
         continue;
       }
       std::vector<AcDbObjectId> fitting;
