@@ -171,7 +171,7 @@ bool buildElbow(const Elbow &in, Built &out) {
       break;
     }
   }
-  if (!ok) return fail(out, solid->lastError());
+  if (!ok) return fail(out, "");  // the solid refused: nil with no message
 
   // The elbow has one size throughout; a second solid changes the size where the elbow's differs
   // from a run's: before the elbow along a when it was built at b's size, else after it along b.

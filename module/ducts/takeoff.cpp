@@ -45,7 +45,7 @@ struct Footprint {
 };
 
 // Adds one branch's collar to solid; reach receives its length from its start. Null on success, else
-// why not.
+// why not: the reason to tell, or "" when the solid itself refused (told nothing).
 const char *addCollar(const Main &m, const DuctRun &br, const FittingFrame &fb, bool convert, bool shoe,
                       double collar, int option, ol_hvacSolid *solid, double &reach, Footprint &foot) {
   const AcGeVector3d &x = fb.x(), &xm = m.frame->x();
@@ -100,7 +100,7 @@ const char *addCollar(const Main &m, const DuctRun &br, const FittingFrame &fb, 
   double sw = w + (mw - w) * k, sd = d + (md - d) * k;
   if (!solid->addTransition(s, rect, sw, sd, e, rect, w, d, fb.data(), fb.data(), option) ||
       !solid->sliceLast(onWall, onWall + xm, onWall + wall.crossProduct(xm), e))
-    return solid->lastError();
+    return "";  // the solid refused: nil with no message (its reason stays in lastError)
 
   double alongAtWall = widthAlongMain ? mw : md;
   double centre = (s + t * x - m.junction).dotProduct(xm), half = alongAtWall / 2 / sinAngle;
@@ -138,7 +138,7 @@ int ol_ol_drawTripleTakeoff() {
   const char *why = addCollar(m, c, fc, convert, shoe, collar, option, collars.get(), reachC, foot);
   if (!why && second) why = addCollar(m, d, fd, convert, shoe, collar, option, collars.get(), reachD, foot);
   if (why) {
-    tellNoSolid(why);
+    if (*why) tellNoSolid(why);
     return 0;
   }
   double margin = std::max({std::abs(c.width), std::abs(c.depth), second ? std::abs(d.width) : 0.0,

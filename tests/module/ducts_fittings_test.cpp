@@ -218,14 +218,15 @@ TEST_F(DuctsTest, ElbowThatCannotBeBuiltIsNilAndSaysWhy) {
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(c.name);
+    size_t before = transcript().size();
     EXPECT_EQ(lisp("(ol_ol-drawTripleElbow nil 0 nil " + std::to_string(c.radius) + " " + c.a.lisp() + " " +
                    c.b.lisp() + ")"),
               "nil");
+    std::string said = transcript().substr(before);
     if (c.why)
-      EXPECT_NE(transcript().find("\nNo duct solid made: " + std::string(c.why) + ".\n"), std::string::npos)
-          << transcript();
+      EXPECT_NE(said.find("\nNo duct solid made: " + std::string(c.why) + ".\n"), std::string::npos) << said;
     else
-      EXPECT_EQ(transcript().find("No duct solid made"), std::string::npos) << transcript();
+      EXPECT_EQ(said.find("No duct solid made"), std::string::npos) << said;
   }
   // The elbow that just fits its runs is built.
   EXPECT_NE(lisp("(ol_ol-drawTripleElbow nil 0 nil 200 " + RunList{.x0 = 800}.lisp() + " " +

@@ -186,12 +186,13 @@ TEST_F(DuctsTest, FittingsMeetTheirStraightsForEveryJustification) {
       SCOPED_TRACE(std::string(join.name) + " justified \"" + j.horizontal + j.vertical + "\"");
       std::string runs;
       for (const RunList &r : join.runs) runs += " " + r.lisp();
+      size_t before = transcript().size();
       lisp("(setq r " + join.call + runs + "))");
       if (std::string(join.name) == "wye" && !j.horizontal.empty()) {
         EXPECT_EQ(lisp("r"), "nil");
         // The solid's own refusal (its centre lines, each shifted across its run, do not meet):
         // nil with no message.
-        EXPECT_EQ(transcript().find("No duct solid made"), std::string::npos);
+        EXPECT_EQ(transcript().find("No duct solid made", before), std::string::npos);
         continue;
       }
       std::vector<AcDbObjectId> fitting;
