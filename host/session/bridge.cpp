@@ -391,6 +391,7 @@ Value callExternal(Interp &in, const lisp::Exrxsubr &fn, const Value *args, int 
     in.error(L"unhandled exception in external function " + in.intern(fn.name)->name);
   }
   calls.pop_back();
+  if (call.pendingError) in.error(*call.pendingError);
   if (rc == RSERR) in.error(kExternalFailed);
   return call.result;
 }
@@ -476,10 +477,35 @@ int acedGetFunCode() {
   return call ? call->code : RTERROR;
 }
 
+namespace {
+
+// Runs a conversion for the module's call without letting a LISP error
+// unwind through the module's frames: *error* is held back (as inside
+// vl-catch-all-apply) and the error waits on the call, which raises it when
+// the function returns. Answers whether the conversion finished.
+template <class F>
+bool convertForModule(Session::Call *call, F convert) {
+  vantry::lisp::Interp &in = *call->interp;
+  ++in.catchDepth;
+  try {
+    convert();
+  } catch (const vantry::lisp::LispError &e) {
+    --in.catchDepth;
+    if (!call->pendingError) call->pendingError = e.message;
+    return false;
+  }
+  --in.catchDepth;
+  return true;
+}
+
+}  // namespace
+
 struct resbuf *acedGetArgs() {
   Session::Call *call = vantry::host::currentCall();
   if (!call) return nullptr;
-  return vantry::host::valueToArgs(*call->interp, call->args.data(), int(call->args.size()));
+  resbuf *args = nullptr;
+  convertForModule(call, [&] { args = vantry::host::valueToArgs(*call->interp, call->args.data(), int(call->args.size())); });
+  return args;
 }
 
 namespace {
@@ -516,17 +542,21 @@ int acedRetName(const ads_name aname, int type) {
       type == RTENAME ? vantry::lisp::Type::Ename : vantry::lisp::Type::Pickset, aname[0], aname[1])));
 }
 int acedRetVal(const struct resbuf *rbuf) {
-  vantry::lisp::Interp *in = callInterp();
-  if (!in || !rbuf) return RTERROR;
+  Session::Call *call = vantry::host::currentCall();
+  if (!call || !rbuf) return RTERROR;
   // One value: the first node, or the whole list it opens.
   vantry::host::keysRead = 0;
   const resbuf *p = rbuf;
-  return ret(vantry::host::readValue(*in, p));
+  Value v;
+  if (!convertForModule(call, [&] { v = vantry::host::readValue(*call->interp, p); })) return RTERROR;
+  return ret(std::move(v));
 }
 int acedRetList(const struct resbuf *rbuf) {
-  vantry::lisp::Interp *in = callInterp();
-  if (!in) return RTERROR;
-  return ret(vantry::host::chainToValue(*in, rbuf));
+  Session::Call *call = vantry::host::currentCall();
+  if (!call) return RTERROR;
+  Value v;
+  if (!convertForModule(call, [&] { v = vantry::host::chainToValue(*call->interp, rbuf); })) return RTERROR;
+  return ret(std::move(v));
 }
 int acedRetNil() {
   return ret(Value());

@@ -170,6 +170,10 @@ class Session {
     std::vector<lisp::Value> args;
     lisp::Value result;
     bool resultSet = false;
+    // A LISP error met while converting for the module (a value nested too
+    // deep for the stack): raised when the function returns, never thrown
+    // through the module's frames.
+    std::optional<std::wstring> pendingError;
   };
   std::vector<Call *> calls;
 
