@@ -204,23 +204,27 @@ Value lambdaFromList(Interp &in, const Value &list) {
 
 }  // namespace
 
-namespace {
-volatile std::sig_atomic_t g_interrupt = 0;
-}  // namespace
+namespace safe {
+constinit thread_local uintptr_t stackLimit = UINTPTR_MAX;
+volatile std::sig_atomic_t interrupt = 0;
+}  // namespace safe
 
 void requestInterrupt() {
-  g_interrupt = 1;
+  safe::interrupt = 1;
 }
 
 bool takeInterrupt() {
-  if (!g_interrupt) return false;
-  g_interrupt = 0;
+  if (!safe::interrupt) return false;
+  safe::interrupt = 0;
   return true;
 }
 
-void Interp::safePoint() {
+// The first safe point of a thread learns its stack's floor here (the limit
+// starts above any address, so the fast test sends it here).
+void Interp::safePointSlow() {
+  safe::stackLimit = stackFloor();
   if (stackNearlyFull()) error(kStackLimit);
-  if (g_interrupt && takeInterrupt()) {
+  if (takeInterrupt()) {
     if (output) output(L"*Cancel*\n");
     error(L"Function cancelled");
   }

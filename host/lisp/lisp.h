@@ -16,6 +16,8 @@
 // "; error: <message>".
 #pragma once
 
+#include <csignal>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -42,6 +44,13 @@ struct SourcePos {
   std::wstring file;
   int line = 0;
 };
+
+// What a safe point (Interp::safePoint) looks at, read inline on every call:
+// the lowest stack address this thread may use, and a pending interrupt.
+namespace safe {
+extern constinit thread_local uintptr_t stackLimit;
+extern volatile std::sig_atomic_t interrupt;
+}  // namespace safe
 
 class Interp {
  public:
@@ -93,7 +102,10 @@ class Interp {
   // pending (printing "*Cancel*" first, as the host's command line does).
   // Every call, every turn of a loop and every walk that recurses over LISP
   // values passes one.
-  void safePoint();
+  void safePoint() {
+    char probe;
+    if (reinterpret_cast<uintptr_t>(&probe) < safe::stackLimit || safe::interrupt) safePointSlow();
+  }
   [[noreturn]] void tooManyArgs();
   // Prints "; error: ..." on the transcript (the top-level report).
   void reportError(const std::wstring &message);
@@ -135,6 +147,7 @@ class Interp {
   Value boolean(bool b) { return b ? Value(symT) : Value(); }
 
  private:
+  void safePointSlow();
   Value callUsubr(Usubr *f, const Value *args, int nargs);
   Value evalCall(const Value &form);
   Value evalCallBody(const Value &form);
