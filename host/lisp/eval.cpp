@@ -4,8 +4,8 @@
 
 #include <csignal>
 #include <cwctype>
-#include <new>
 #include <fstream>
+#include <new>
 #include <sstream>
 
 #include "lisp/lisp.h"
@@ -60,10 +60,12 @@ bool stackNearlyFull() {
 }
 
 // A user function's call: counted against the interpreter's depth limit.
+// (The stack itself was checked by the safe point of the call or apply that
+// led here.)
 struct DepthScope {
   Interp &in;
   explicit DepthScope(Interp &i) : in(i) {
-    if (++in.depth > in.maxDepth || stackNearlyFull()) {
+    if (++in.depth > in.maxDepth) {
       --in.depth;
       in.error(kStackLimit);
     }
