@@ -362,3 +362,38 @@ TEST_F(DuctsTest, WithoutTheSolidModuleNothingIsDrawn) {
 
 }  // namespace
 }  // namespace vantry::ducts
+
+namespace vantry::ducts {
+namespace {
+using testing::DuctsTest;
+using testing::RunList;
+
+// Degenerate or infinite input crashed the modeller (a depth of 1e308 whose half-size doubled
+// overflows; INF or NaN sizes; a trapeze 1e6 wide on 0.001 rods turned 0.5 rad) or hung it (a band
+// hanger of strut depth 1e-9). Numbers that are not finite are bad data; sizes the model cannot hold
+// make no solid, at once.
+TEST_F(DuctsTest, DegenerateOrInfiniteInputNeverReachesTheModeller) {
+  lisp("(setq inf (* 1e308 10.0) nan (- inf inf))");
+  for (const char *depth : {"inf", "nan"}) {
+    SCOPED_TRACE(depth);
+    RunList r;
+    std::string run = r.lisp();
+    run.replace(run.find(" 100 "), 5, std::string(" ") + depth + " ");
+    EXPECT_EQ(lisp("(ol_ol-drawTripleCenter nil 0 " + run + ")"), "ERROR: ADS request error");
+    EXPECT_NE(transcript().find("Bad data passed ."), std::string::npos);
+    EXPECT_EQ(lisp("(ol_ol-drawHanger nil '(0 0 0) 0.0 400.0 " + std::string(depth) +
+                   " nil 10.0 50.0 1000.0 0)"),
+              "ERROR: ADS request error");
+  }
+  RunList huge;
+  huge.depth = 1e308;
+  EXPECT_EQ(lisp("(ol_ol-drawTripleCenter nil 0 " + huge.lisp() + ")"), "nil");
+  EXPECT_EQ(lisp("(ol_ol-drawHanger nil '(0 0 0) 0.5 1e6 300.0 nil 0.001 50.0 1000.0 0)"), "nil");
+  EXPECT_EQ(lisp("(ol_ol-drawHanger T '(0 0 0) 0.5 400.0 300.0 T 10.0 1e-9 1000.0 0)"), "nil");
+  EXPECT_EQ(lisp("(ol_ol-drawHanger T '(0 0 0) 0.5 400.0 300.0 nil 10.0 1e-9 1000.0 0)"), "nil");
+  // Sizes the model holds still build.
+  EXPECT_NE(lisp("(ol_ol-drawHanger T '(0 0 0) 0.5 400.0 300.0 nil 10.0 2.0 1000.0 0)"), "nil");
+}
+
+}  // namespace
+}  // namespace vantry::ducts

@@ -287,3 +287,24 @@ TEST(Explode, MarksTheFeatureEdges) {
 
 }  // namespace
 }  // namespace vantry::solid
+
+namespace vantry::solid {
+namespace {
+using namespace testing;
+
+// A modelling step that runs past its time limit stops and fails its operation, leaving the bodies
+// as they were: the runaway becomes a failed fitting, not a hung session.
+TEST(Budget, StepPastItsTimeLimitFailsTheOperation) {
+  SolidBodies a, b;
+  ASSERT_TRUE(a.addTransition(at(0, 0, 0), true, 200, 100, at(1000, 0, 0), true, 200, 100, kEast, kEast, 0));
+  ASSERT_TRUE(b.addTransition(at(500, -500, 0), true, 200, 100, at(500, 500, 0), true, 200, 100, kNorth, kNorth, 0));
+  setStepTimeLimit(0);
+  EXPECT_FALSE(a.doUnion(b));
+  setStepTimeLimit(20);
+  EXPECT_EQ(a.lastError(), "the modeller ran past its time limit");
+  EXPECT_EQ(a.bodyCount(), 1);
+  EXPECT_TRUE(a.doUnion(b)) << a.lastError();
+}
+
+}  // namespace
+}  // namespace vantry::solid
