@@ -248,18 +248,5 @@ TEST_F(DuctsFilingTest, DamagedShapeTextIsReportedAndKeptUnread) {
   EXPECT_EQ(host::openDxf(file, &db, &why), Acad::eDxfReadAborted);
 }
 
-// The runner opens --drawing after the modules start, so a saved duct drawing gives solids, not the
-// stand-in's INSERTs.
-TEST_F(DuctsFilingTest, RunnerReadsSolidsOfItsDrawing) {
-  drawSolids();
-  std::string file = path("runner.dxf"), script = path("count.lsp"), out = path("out.txt");
-  ASSERT_EQ(host::saveDxf(current(), file, nullptr), Acad::eOk);
-  std::ofstream(script) << "(setq ss (ssget \"X\" '((0 . \"OL_HVACSOLID\"))))\n"
-                           "(princ (strcat \"\\nsolids \" (itoa (if ss (sslength ss) 0))))";
-  std::string cmd = std::string(VANTRY_BIN_DIR) + "/vantry --drawing " + file + " run " + script + " >" + out;
-  ASSERT_EQ(std::system(cmd.c_str()), 0) << read(out);
-  EXPECT_NE(read(out).find("\nsolids 6"), std::string::npos) << read(out);
-}
-
 }  // namespace
 }  // namespace vantry::ducts

@@ -50,19 +50,6 @@ TEST(RadiusElbow, VolumeIsAreaTimesCentreLine) {
   }
 }
 
-TEST(RadiusElbow, ExtentsReachTheOuterWalls) {
-  SolidBodies s;
-  ASSERT_TRUE(s.addRadiusElbow(at(0, 0, 0), 400, 200, 0, 0, at(1000, 1000, 0), 400, 200, kEast, kNorth, true,
-                               1.5, false, 0, true));
-  Pt lo, hi;
-  ASSERT_TRUE(s.extents(lo, hi));
-  EXPECT_NEAR(lo.x, 0, 1e-6);
-  EXPECT_NEAR(hi.x, 1200, 1e-6);
-  EXPECT_NEAR(lo.y, -200, 1e-6);
-  EXPECT_NEAR(hi.y, 1000, 1e-6);
-  EXPECT_NEAR(hi.z - lo.z, 200, 1e-6);
-}
-
 TEST(RadiusElbow, Refusals) {
   const double nan = std::numeric_limits<double>::quiet_NaN();
   struct Case {
@@ -93,20 +80,6 @@ TEST(RadiusElbow, Refusals) {
   SolidBodies s;
   EXPECT_TRUE(s.addRadiusElbow(at(0, 0, 0), 400, 200, 0, 0, at(1000, 1000, 0), 400, 200, kEast, kNorth, true,
                                0.501, false, 0, true));
-}
-
-TEST(SquareElbow, PrepFindsCornerHeelAndThroat) {
-  SolidBodies s;
-  Pt heel, throat, corner;
-  ASSERT_TRUE(s.addSquareElbowPrep(at(0, 0, 0), 400, 200, at(1000, 1000, 0), 400, 200, kEast, kNorth, true,
-                                   heel, throat, corner, true, 1e-3));
-  EXPECT_NEAR(corner.x, 1000, 1e-9);
-  EXPECT_NEAR(corner.y, 0, 1e-9);
-  EXPECT_NEAR(heel.x, 1200, 1e-9);  // outer walls: y = -200 of leg A, x = 1200 of leg B
-  EXPECT_NEAR(heel.y, -200, 1e-9);
-  EXPECT_NEAR(throat.x, 800, 1e-9);
-  EXPECT_NEAR(throat.y, 200, 1e-9);
-  EXPECT_EQ(s.bodyCount(), 0);
 }
 
 TEST(SquareElbow, PrepAcceptsOnlyPairingsThatFitAcrossTheBend) {
@@ -164,21 +137,6 @@ TEST(SquareElbow, MitredLegsHaveAreaTimesCentreLineVolume) {
     EXPECT_LT(rel(s.volume(), area * c.centreLine), 1e-7) << c.what;
     EXPECT_EQ(s.bodyCount(), 1) << c.what;
   }
-}
-
-TEST(SquareElbow, FlatRectangularElbowExplodesIntoFlatFaces) {
-  // Two mitred box legs joined on the mitre: heel, throat, two cheeks and two ends, all flat; the
-  // cheeks (top and bottom) are six-cornered, so they come as triangles.
-  SolidBodies s;
-  Pt heel, throat, corner;
-  ASSERT_TRUE(s.addSquareElbowPrep(at(0, 0, 0), 400, 200, at(1000, 1000, 0), 400, 200, kEast, kNorth, true,
-                                   heel, throat, corner, true, 1e-3));
-  ASSERT_TRUE(s.addSquareElbow(at(0, 0, 0), 400, 200, at(1000, 1000, 0), 400, 200, kEast, kNorth, true, heel,
-                               throat, corner, 0));
-  int quads = 0, triangles = 0;
-  for (const FacePiece &f : s.explode()) (f.count == 4 ? quads : triangles)++;
-  EXPECT_EQ(quads, 6);      // two ends, two outer walls, two inner walls
-  EXPECT_EQ(triangles, 8);  // each L-shaped cheek: six corners, four triangles
 }
 
 TEST(CableTrayElbow, SquareHeelAndRoundedThroat) {

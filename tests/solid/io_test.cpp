@@ -55,12 +55,6 @@ TEST(Filing, TextRoundTripKeepsVolumesExtentsAndKinds) {
   EXPECT_TRUE(std::any_of(a.begin(), a.end(), [](const FacePiece &f) { return f.kind == 2; }));
 }
 
-TEST(Filing, EmptySolidRoundTrips) {
-  SolidBodies empty, back;
-  ASSERT_TRUE(back.fromString(empty.toString()));
-  EXPECT_EQ(back.bodyCount(), 0);
-}
-
 TEST(Filing, DamagedTextIsRefusedAndChangesNothing) {
   std::string good = mixed().toString();
   std::string cut = good.substr(0, good.size() / 2);
@@ -127,38 +121,6 @@ TEST(Filing, DamagedShapeTextNumberChangedIsCheckedOrRefused) {
   }
   EXPECT_GT(refused, 0);
   EXPECT_GT(read, 0);  // changes the shape does not depend on (a tolerance) still read
-}
-
-TEST(Step, ExportReadsBackWithTheSameVolumeAndPlace) {
-  SolidBodies s = mixed();
-  std::string path = tempPath("roundtrip.step");
-  ASSERT_TRUE(s.writeStep(path)) << s.lastError();
-  SolidBodies back;
-  ASSERT_TRUE(back.readStep(path)) << back.lastError();
-  EXPECT_EQ(back.bodyCount(), 3);
-  EXPECT_LT(rel(back.volume(), s.volume()), 1e-6);
-  Pt lo0, hi0, lo1, hi1;
-  ASSERT_TRUE(s.extents(lo0, hi0));
-  ASSERT_TRUE(back.extents(lo1, hi1));
-  EXPECT_NEAR(lo0.x, lo1.x, 1e-4);  // written in world coordinates
-  EXPECT_NEAR(hi0.z, hi1.z, 1e-4);
-  std::remove(path.c_str());
-}
-
-TEST(Step, RefusesNothingToWriteAndUnreadableFiles) {
-  SolidBodies empty;
-  EXPECT_FALSE(empty.writeStep(tempPath("empty.step")));
-  EXPECT_FALSE(mixed().writeStep("/nonexistent-dir/x.step"));
-  std::string junk = tempPath("junk.step");
-  FILE *f = std::fopen(junk.c_str(), "w");
-  std::fputs("not a step file\n", f);
-  std::fclose(f);
-  SolidBodies s = mixed();
-  double before = s.volume();
-  EXPECT_FALSE(s.readStep(junk));
-  EXPECT_FALSE(s.readStep(tempPath("missing.step")));
-  EXPECT_DOUBLE_EQ(s.volume(), before);
-  std::remove(junk.c_str());
 }
 
 }  // namespace
