@@ -1,4 +1,4 @@
-// Takeoffs, wyes and skins from LISP: the solids they make, their ports and the lengths they
+// Takeoffs and wyes from LISP: the solids they make, their ports and the lengths they
 // report.
 #include "ducts_testing.h"
 
@@ -58,15 +58,6 @@ TEST_F(DuctsTest, TakeoffCollarsSitFlushOnTheMain) {
   }
 }
 
-TEST_F(DuctsTest, TakeoffCollarStartsAtTheWall) {
-  const RunList north{.x0 = 1000, .x1 = 1000, .y1 = 800};
-  AcDbExtents e =
-      extentsOf(idOf("(cdr (assoc \"en2\" (ol_ol-drawTripleTakeoff nil 0 nil 100.0 " + kMainIn.lisp() + " " +
-                     kMainOut.lisp() + " " + north.lisp() + " " + kNone.lisp() + ")))"));
-  expectPoint(e.minPoint(), 900, 200, -50, 1e-4);
-  expectPoint(e.maxPoint(), 1100, 300, 50, 1e-4);
-}
-
 // A round shoe widens no further than the wall it sits on: a 250 branch with a 150 collar off the
 // side of a 300 deep main, off the top of a 400 wide one.
 TEST_F(DuctsTest, RoundShoeStaysWithinItsWall) {
@@ -119,8 +110,6 @@ TEST_F(DuctsTest, WyeBranchOfTheOtherShapeGetsATransition) {
               150, 1e-6);
   EXPECT_GT(volumeOf(idOf("(cdr (assoc \"en3\" r))")), 0);
 }
-
-// --- Skins --------------------------------------------------------------------------------------
 
 }  // namespace
 }  // namespace vantry::ducts

@@ -196,7 +196,6 @@ TEST_F(DuctsFilingTest, TrimmedValuesStillRead) {
   for (const auto &[handle, was] : before) EXPECT_LT(testing::rel(after[handle].volume, was.volume), 1e-9);
 }
 
-// A damaged XRECORD refuses the open with a message naming the class and line; nothing crashes.
 // A damaged drawing: a solid's shape text with a huge table count ("Curve2ds 2000000000") never
 // finished opening, and one with a number changed opened and crashed the mesher. The damaged solid
 // is now reported and kept unread (no body, refusing every operation), the rest of the drawing

@@ -10,23 +10,6 @@ namespace {
 
 using namespace testing;
 
-TEST(Transition, StraightRectangleIsABox) {
-  SolidBodies s;
-  // Far from the drawing origin, as real drawings are.
-  ASSERT_TRUE(s.addTransition(at(1e6, 2e6, 30), true, 400, 250, at(1e6 + 1200, 2e6, 30), true, 400, 250,
-                              kEast, kEast, 0))
-      << s.lastError();
-  EXPECT_LT(rel(s.volume(), 400.0 * 250 * 1200), 1e-9);
-  Pt lo, hi;
-  ASSERT_TRUE(s.extents(lo, hi));
-  EXPECT_NEAR(lo.x, 1e6, 1e-6);
-  EXPECT_NEAR(hi.x, 1e6 + 1200, 1e-6);
-  EXPECT_NEAR(lo.y, 2e6 - 200, 1e-6);  // width along the frame's y
-  EXPECT_NEAR(hi.y, 2e6 + 200, 1e-6);
-  EXPECT_NEAR(lo.z, 30 - 125, 1e-6);  // depth along z
-  EXPECT_NEAR(hi.z, 30 + 125, 1e-6);
-}
-
 TEST(Transition, RectangleToRectangleFollowsThePrismatoidFormula) {
   // Ruled sides between parallel sections: V = L/6 (A0 + 4 Am + A1), Am the section halfway.
   struct Case {
