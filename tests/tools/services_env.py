@@ -13,6 +13,8 @@ COMMAND with their addresses in the environment:
   VANTRY_HTTP, VANTRY_HTTPS   http://127.0.0.1:PORT (VANTRY_HTTPS unset when
                               no certificate could be made)
   VANTRY_SMTP                 127.0.0.1:PORT; mails land in VANTRY_MAIL_DIR
+  VANTRY_SMTP_TLS             a sink that offers STARTTLS with the
+                              self-signed certificate (unset with no HTTPS)
   VANTRY_ZIPS                 the folder of archives
   VANTRY_REGISTRY             a settings file of the test's own
   TMP                         an empty folder of the test's own
@@ -150,7 +152,8 @@ class Server(socketserver.ThreadingMixIn, http.server.HTTPServer):
 
 
 class SmtpSink(socketserver.StreamRequestHandler):
-    """Just enough SMTP to take mail: no TLS offered, every mail filed."""
+    """Just enough SMTP to take mail, every mail filed. A sink with a TLS
+    context offers STARTTLS and goes no further than the handshake."""
 
     def reply(self, line):
         self.wfile.write(line.encode() + b"\r\n")
@@ -165,8 +168,21 @@ class SmtpSink(socketserver.StreamRequestHandler):
                 return
             cmd = line.decode("utf-8", "replace").strip()
             verb = cmd[:4].upper()
-            if verb in ("EHLO", "HELO"):
+            if verb == "EHLO" and self.server.tls:
+                self.reply("250-sink")
+                self.reply("250 STARTTLS")
+            elif verb in ("EHLO", "HELO"):
                 self.reply("250 sink")
+            elif verb == "STAR" and self.server.tls:
+                # Offered and taken: the client must now check our
+                # self-signed certificate, and refuse it.
+                self.reply("220 go ahead")
+                try:
+                    tls = self.server.tls.wrap_socket(self.connection, server_side=True)
+                    tls.recv(1)
+                except (OSError, ssl.SSLError):
+                    pass
+                return
             elif verb == "MAIL":
                 mail_from = cmd[10:].strip()
                 self.reply("250 ok")
@@ -265,6 +281,7 @@ def main():
         http_port = serve(Server(("127.0.0.1", 0), Handler))
         smtp = SmtpServer(("127.0.0.1", 0), SmtpSink)
         smtp.mail_dir = mail_dir
+        smtp.tls = None
         smtp_port = serve(smtp)
     except OSError as e:
         print("SKIP: no local server could be started on 127.0.0.1: %s" % e)
@@ -281,6 +298,10 @@ def main():
         context.load_cert_chain(cert, key)
         https.socket = context.wrap_socket(https.socket, server_side=True)
         env["VANTRY_HTTPS"] = "https://127.0.0.1:%d" % serve(https)
+        smtp_tls = SmtpServer(("127.0.0.1", 0), SmtpSink)
+        smtp_tls.mail_dir = mail_dir
+        smtp_tls.tls = context
+        env["VANTRY_SMTP_TLS"] = "127.0.0.1:%d" % serve(smtp_tls)
     except (OSError, subprocess.CalledProcessError) as e:
         print("note: no HTTPS server (%s); its cases are skipped" % e)
     check = os.path.join(work, "check")
