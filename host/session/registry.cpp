@@ -4,7 +4,8 @@
 // The file holds one value per line:
 //   <key path> TAB <value name> TAB <type> TAB <data as hex>
 // with the key path from its root ("HKEY_CURRENT_USER\Software\..."), and
-// "%", TAB and line ends in names written as %25, %09, %0A, %0D. It is read
+// "%", TAB and line ends in names written as %25, %09, %0A, %0D. A key
+// without values is a line with an empty name, type 0 and no data. It is read
 // at first use and replaced by a complete new file after every change, so a
 // failed write leaves the settings as they were (and the change is undone).
 // Without a place for the file (no VANTRY_REGISTRY, XDG_CONFIG_HOME or HOME)

@@ -357,7 +357,7 @@ int ExtractZip() {
 
   std::error_code ec;
   fs::path target = fs::absolute(text::nativePath(folder), ec).lexically_normal();
-  if (target.has_filename() == false) target = target.parent_path();
+  if (!target.has_filename()) target = target.parent_path();  // "out/" names out
   if (fs::exists(target, ec) && !fs::is_directory(target, ec)) {
     tell(L"ExtractZip: " + folder + L" is a file, not a folder.");
     return 0;
