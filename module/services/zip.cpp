@@ -88,11 +88,16 @@ struct Member {
 // A file as itself, a folder as its name and everything below it. Links to
 // folders are not followed (a loop would never end); links to files are
 // stored as the file they point to.
-bool collect(const fs::path &source, const fs::path &skip, std::vector<Member> &members, std::wstring &why) {
+bool collect(fs::path source, const fs::path &skip, std::vector<Member> &members, std::wstring &why) {
   std::error_code ec;
+  // A trailing separator would make every path below relate as "../name".
+  while (!source.has_filename() && source.has_relative_path()) source = source.parent_path();
   fs::file_status st = fs::status(source, ec);
-  std::string base = source.filename().string();
-  if (base.empty() || base == "." || base == "..") base = fs::absolute(source, ec).lexically_normal().filename().string();
+  // "dir/", "." and ".." are named by the folder they stand for; the root
+  // has no name, and its contents go in at the top.
+  fs::path named = fs::absolute(source, ec).lexically_normal();
+  if (!named.has_filename()) named = named.parent_path();
+  std::string base = named.filename().string();
   if (fs::is_regular_file(st)) {
     members.push_back({source.string(), base});
     return true;
@@ -101,12 +106,13 @@ bool collect(const fs::path &source, const fs::path &skip, std::vector<Member> &
     why = L"CreateZip: " + wide(source.string()) + L" was not found.";
     return false;
   }
-  members.push_back({"", base + "/"});
+  std::string prefix = base.empty() ? "" : base + "/";
+  if (!prefix.empty()) members.push_back({"", prefix});
   fs::recursive_directory_iterator it(source, fs::directory_options::none, ec), end;
   for (; !ec && it != end; it.increment(ec)) {
     const fs::path &p = it->path();
     if (fs::exists(skip) && fs::equivalent(p, skip, ec)) continue;
-    std::string rel = base + "/" + p.lexically_relative(source).generic_string();
+    std::string rel = prefix + p.lexically_relative(source).generic_string();
     if (it->is_directory(ec) && !it->is_symlink(ec))
       members.push_back({"", rel + "/"});
     else if (it->is_regular_file(ec))

@@ -68,6 +68,12 @@
 (assert-equal "round trip" "name,colour\nDUCT,1\n" (slurp (strcat tmp "/again/std/layers.csv")))
 (assert-equal "round trip of a top-level file" "hello\n" (slurp (strcat tmp "/again/readme.txt")))
 
+;; A folder named with a trailing separator is still stored under its name.
+(assert-equal "CreateZip of \"std/\"" '(T . "")
+              (call 'CreateZip (list (strcat tmp "/slash.zip") (strcat out "/std/"))))
+(call 'ExtractZip (list (strcat tmp "/slash.zip") (strcat tmp "/slash")))
+(assert-equal "stored under its name" "name,colour\nDUCT,1\n" (slurp (strcat tmp "/slash/std/layers.csv")))
+
 ;; A failed CreateZip leaves the archive that was there.
 (setq r (call 'CreateZip (list ours (list (strcat out "/std") (strcat tmp "/no-such-file")))))
 (assert-true "missing source: nil and a message" (and (null (car r)) (says r "*no-such-file was not found*")))
