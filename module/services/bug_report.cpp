@@ -13,6 +13,7 @@
 // "BugReportFolder", else the temporary folder) and the command line says
 // where.
 #include <curl/curl.h>
+#include <sodium.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -81,10 +82,18 @@ std::string reportBody(const std::wstring &description) {
     out << "Database: (none connected)\n";
   }
   out << "\nCommand line:\n" << commandLog();
-  // Mail wants CRLF line ends.
+  // Mail wants CRLF line ends and lines of at most 998 bytes: longer ones
+  // (a long command-line line) are broken.
   std::string body, raw = out.str();
+  size_t lineLength = 0;
   for (char c : raw) {
-    if (c == '\n' && (body.empty() || body.back() != '\r')) body += '\r';
+    if (c == '\n') {
+      if (body.empty() || body.back() != '\r') body += '\r';
+      lineLength = 0;
+    } else if (c != '\r' && ++lineLength > 990 && (static_cast<unsigned char>(c) & 0xC0) != 0x80) {
+      body += "\r\n";
+      lineLength = 1;
+    }
     body += c;
   }
   return body;
@@ -103,6 +112,13 @@ std::string message(const std::string &from, const std::string &to, const std::w
   std::wstring first = description.substr(0, description.find(L'\n'));
   if (first.size() > 60) first = first.substr(0, 60) + L"...";
   std::string subject = "Vantry error report" + (first.empty() ? "" : ": " + utf8(first));
+  // A subject beyond ASCII travels as an encoded word.
+  if (std::any_of(subject.begin(), subject.end(), [](char c) { return static_cast<unsigned char>(c) > 0x7e || c < 0x20; })) {
+    std::string b64(sodium_base64_ENCODED_LEN(subject.size(), sodium_base64_VARIANT_ORIGINAL), '\0');
+    sodium_bin2base64(b64.data(), b64.size(), reinterpret_cast<const unsigned char *>(subject.data()), subject.size(),
+                      sodium_base64_VARIANT_ORIGINAL);
+    subject = "=?UTF-8?B?" + std::string(b64.c_str()) + "?=";
+  }
   std::string m;
   m += "Date: " + mailDate() + "\r\n";
   m += "From: <" + from + ">\r\n";
@@ -208,7 +224,8 @@ int ol_ol_submitBug() {
   if (from.empty()) {
     char host[256] = "localhost";
     ::gethostname(host, sizeof host - 1);
-    from = systemString(L"LOGINNAME") + L"@" + text::fromUtf8(host);
+    std::wstring login = systemString(L"LOGINNAME");
+    from = (login.empty() ? L"vantry" : login) + L"@" + text::fromUtf8(host);
   }
   std::string mail = message(utf8(from), utf8(to), description);
 

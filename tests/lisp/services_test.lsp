@@ -215,13 +215,17 @@
 (assert-true "mail: the whole description, lone dot included" (wcmatch mail "*Takeoff*second line*\n.*after a lone dot*"))
 (assert-true "mail: database and engine" (wcmatch mail (strcat "*Database: *report.db*Database engine: SQLite *")))
 
+(setq r (call 'ol_ol-submitBug (list (strcat "Coude " e " 90"))))
+(setq mail (slurp (strcat (getenv "VANTRY_MAIL_DIR") "/mail2.eml")))
+(assert-true "a subject beyond ASCII is an encoded word"
+             (and (car r) (wcmatch mail "*Subject: =?UTF-8?B?VmFudHJ5IGVycm9yIHJlcG9ydDogQ291ZGUgw6kgOTA=?=*")))
 (if (getenv "VANTRY_SMTP_TLS")
   (progn
     (vl-registry-write opts "MailServer" (getenv "VANTRY_SMTP_TLS"))
     (setq r (call 'ol_ol-submitBug '("over TLS")))
     (assert-true "TLS offered is taken, and a self-signed certificate refused"
                  (and (= 'STR (type (car r))) (says r "*could not be sent*certificate*")))
-    (assert-equal "nothing arrived in the clear" 1 (length (leftovers (getenv "VANTRY_MAIL_DIR") "*.eml"))))
+    (assert-equal "nothing arrived in the clear" 2 (length (leftovers (getenv "VANTRY_MAIL_DIR") "*.eml"))))
   (princ "\nSKIP the STARTTLS case: no certificate could be made\n"))
 (vl-registry-write opts "MailServer" "127.0.0.1:1")
 (setq r (call 'ol_ol-submitBug '("server down")))
