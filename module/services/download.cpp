@@ -77,6 +77,8 @@ int progress(void *user, curl_off_t total, curl_off_t now, curl_off_t, curl_off_
   if (t->bar && total > 0) {
     int percent = static_cast<int>(now * 100 / total);
     if (percent != t->lastShown) {
+      // The bar takes a line of its own: the command line may be mid-line.
+      if (t->lastShown < 0) std::fputs("\n", stderr);
       t->lastShown = percent;
       std::string bar(percent / 2, '#');
       bar.resize(50, '.');
