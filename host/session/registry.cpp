@@ -190,18 +190,21 @@ LONG RegCreateKeyExW(HKEY key, const wchar_t *subKey, DWORD, wchar_t *, DWORD, D
   vantry::host::load();
   auto &store = registry().store;
   std::wstring path = vantry::host::fullPath(key, subKey);
-  bool created = false;
+  std::vector<std::wstring> created;
   // Parents exist as keys of their own, as on the platform.
   for (size_t slash = path.find(L'\\'); ; slash = path.find(L'\\', slash + 1)) {
     std::wstring part = slash == std::wstring::npos ? path : path.substr(0, slash);
     if (part.find(L'\\') != std::wstring::npos && !store.count(part)) {
       store[part];
-      created = true;
+      created.push_back(part);
     }
     if (slash == std::wstring::npos) break;
   }
-  if (created && !vantry::host::save()) return ERROR_WRITE_FAULT;
-  if (disposition) *disposition = created ? REG_CREATED_NEW_KEY : REG_OPENED_EXISTING_KEY;
+  if (!created.empty() && !vantry::host::save()) {
+    for (const std::wstring &part : created) store.erase(part);
+    return ERROR_WRITE_FAULT;
+  }
+  if (disposition) *disposition = created.empty() ? REG_OPENED_EXISTING_KEY : REG_CREATED_NEW_KEY;
   *result = new HKEY__{path};
   return ERROR_SUCCESS;
 }

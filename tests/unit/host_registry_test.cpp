@@ -95,6 +95,10 @@ TEST_F(Registry, AWriteThatCannotBeKeptChangesNothing) {
   EXPECT_EQ(lisp(L"(vl-registry-read \"HKEY_CURRENT_USER\\\\Software\\\\Vantry\\\\Test\" \"Kept\")"), L"\"before\"");
   EXPECT_EQ(lisp(L"(vl-registry-read \"HKEY_CURRENT_USER\\\\Software\\\\Vantry\\\\Test\" \"New\")"), L"nil");
   RegCloseKey(key);
+  EXPECT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, L"Software\\Vantry\\Other", 0, nullptr, 0, KEY_WRITE, nullptr, &key,
+                            nullptr),
+            ERROR_WRITE_FAULT);
+  EXPECT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, L"Software\\Vantry\\Other", 0, KEY_READ, &key), ERROR_FILE_NOT_FOUND);
   std::filesystem::remove(dir_);
 }
 
