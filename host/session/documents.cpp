@@ -138,6 +138,7 @@ void Session::reset() {
 
 void Session::print(std::wstring_view text) {
   transcript_.append(text);
+  appendToCommandLog(text);
   if (echo) echo(text);
 }
 

@@ -289,6 +289,7 @@ void installHostFunctions(lisp::Interp &in) {
   for (const auto &e : table) in.defineSubr(e.name, e.fn);
   installSystemVariableLisp(in);
   installAlertLisp(in);
+  installRegistryLisp(in);
 }
 
 }  // namespace vantry::host

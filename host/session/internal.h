@@ -26,6 +26,8 @@ void seedSystemVariables();
 // (DWGNAME, DWGPREFIX, LASTPOINT) and for tests. Creates it when unknown.
 void setSystemString(const std::wstring &name, std::wstring_view value);
 void setSystemValue(const std::wstring &name, const resbuf &value);
+// Appends to the command-line log (LOGFILENAME) while LOGFILEON is 1.
+void appendToCommandLog(std::wstring_view text);
 // ACADPREFIX split at ";" (the host's support directories).
 std::vector<std::wstring> supportDirectories();
 // getvar and setvar.
@@ -36,6 +38,12 @@ void installSystemVariableLisp(lisp::Interp &in);
 std::wstring formatHostPrintf(const wchar_t *format, va_list args);
 // alert.
 void installAlertLisp(lisp::Interp &in);
+
+// --- Registry (registry.cpp): vl-registry-read, -write, -delete.
+void installRegistryLisp(lisp::Interp &in);
+// Forgets the settings read so far: the next use reads the settings file
+// again (for tests of what the file keeps).
+void reloadRegistry();
 
 // --- Platform (win32.cpp): the windows the headless platform pretends to
 // have, as tests see them.

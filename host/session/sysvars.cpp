@@ -19,6 +19,7 @@
 
 #include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
@@ -138,6 +139,42 @@ bool isClock(const std::wstring &name) {
 
 }  // namespace
 
+// The command-line log of this process: <temp folder>/vantry-<pid>.log.
+std::wstring defaultLogFile() {
+  std::string dir = "/tmp";
+  for (const char *var : {"TMP", "TEMP", "TMPDIR"})
+    if (const char *v = getenv(var); v && *v) {
+      dir = v;
+      break;
+    }
+  return text::fromUtf8(dir + "/vantry-" + std::to_string(getpid()) + ".log");
+}
+
+// While LOGFILEON is 1, everything the command line shows is appended to
+// LOGFILENAME, as the host keeps its log file.
+void appendToCommandLog(std::wstring_view text) {
+  static std::FILE *log = nullptr;
+  static std::wstring logName;
+  auto &vars = Session::get().sysvars;
+  auto on = vars.find(L"LOGFILEON");
+  auto name = vars.find(L"LOGFILENAME");
+  bool wanted = on != vars.end() && on->second.restype == RTSHORT && on->second.resval.rint == 1 &&
+                name != vars.end() && name->second.restype == RTSTR;
+  if (log && (!wanted || logName != name->second.resval.rstring)) {
+    std::fclose(log);
+    log = nullptr;
+  }
+  if (!wanted) return;
+  if (!log) {
+    logName = name->second.resval.rstring;
+    log = std::fopen(text::nativePath(logName).c_str(), "a");
+    if (!log) return;
+  }
+  std::string bytes = text::toUtf8(text);
+  std::fwrite(bytes.data(), 1, bytes.size(), log);
+  std::fflush(log);
+}
+
 void seedSystemVariables() {
   for (auto &[name, rb] : Session::get().sysvars) freeValue(rb);
   Session::get().sysvars.clear();
@@ -164,6 +201,8 @@ void seedSystemVariables() {
   last.restype = RT3DPOINT;
   define(L"LASTPOINT", last, {});
   const char *user = getenv("USER");
+  define(L"LOGFILEON", shortValue(0), range(0, 1));
+  define(L"LOGFILENAME", stringValue(defaultLogFile().c_str()), ro);
   define(L"LOGINNAME", stringValue(text::fromUtf8(user ? user : "").c_str()), ro);
   define(L"LUNITS", shortValue(2), range(1, 5));
   define(L"LUPREC", shortValue(4), range(0, 8));
