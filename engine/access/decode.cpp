@@ -202,13 +202,11 @@ bool crackRow(Jet jet, const uint8_t *row, size_t length, const std::vector<Colu
       if (length < maskSize + 1 + countSize) return false;
       varCount = row[length - maskSize - 1];
       // Offsets are one byte; the jump table says from which entry on each
-      // further 256 is added. Its size follows from the row's length, one
-      // entry fewer when the variable data ends before the last boundary.
+      // further 256 is added. Its size follows from the row's length alone,
+      // so it may end in a dummy entry (0xFF) that no offset reaches.
       size_t jumps = (length - 1) / 256;
       size_t fixedPart = maskSize + 1 + varCount + 1;
-      if (fixedPart + countSize > length) return false;
-      if (jumps > length - fixedPart - countSize) jumps = length - fixedPart - countSize;
-      if (jumps > 0 && (length - fixedPart - jumps) / 256 < jumps) --jumps;
+      if (fixedPart + countSize + jumps > length) return false;
       const uint8_t *jump = row + length - maskSize - 1 - jumps;
       const uint8_t *end = jump;
       offsets.resize(varCount + 1);

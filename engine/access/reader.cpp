@@ -74,7 +74,51 @@ struct Reader::State {
     if (fd >= 0) ::close(fd);
   }
 
+  // Each column's bit in the null mask: its number in the table definition,
+  // which counts deleted columns (the library's own numbering does not), by
+  // the column's name. Read from the definition's pages (chained by the
+  // pointer at offset 4, each continuing after its 8-byte header).
+  std::map<std::string, int> nullBits(MdbTableDef *def) {
+    std::map<std::string, int> out;
+    std::vector<uint8_t> tdef;
+    uint32_t pg = uint32_t(def->entry->table_pg);
+    for (int hops = 0; pg != 0 && hops < 64; ++hops) {
+      const uint8_t *p = nullptr;
+      if (!pages->page(pg, &p) || p[0] != 0x02) break;
+      size_t from = tdef.empty() ? 0 : 8;
+      tdef.insert(tdef.end(), p + from, p + pages->pageSize());
+      pg = uint32_t(p[4]) | uint32_t(p[5]) << 8 | uint32_t(p[6]) << 16 | uint32_t(p[7]) << 24;
+    }
+    auto u16 = [&](size_t o) { return o + 2 <= tdef.size() ? int(tdef[o] | tdef[o + 1] << 8) : -1; };
+    auto u32 = [&](size_t o) { return o + 4 <= tdef.size() ? long(u16(o)) | long(u16(o + 2)) << 16 : -1L; };
+    bool j3 = jet == Jet::k3;
+    int cols = u16(j3 ? 25 : 45);
+    long realIdx = u32(j3 ? 31 : 51);
+    if (cols <= 0 || realIdx < 0 || realIdx > 1000) return out;
+    size_t colStart = (j3 ? 43 : 63) + size_t(realIdx) * (j3 ? 8 : 12);
+    size_t colSize = j3 ? 18 : 25;
+    size_t names = colStart + size_t(cols) * colSize;
+    for (int i = 0; i < cols; ++i) {
+      int number = u16(colStart + size_t(i) * colSize + (j3 ? 1 : 5));
+      size_t len = 0;
+      if (j3) {
+        if (names >= tdef.size()) return out;
+        len = tdef[names++];
+      } else {
+        int l = u16(names);
+        if (l < 0) return out;
+        len = size_t(l);
+        names += 2;
+      }
+      if (names + len > tdef.size()) return out;
+      out[decodeText(jet, tdef.data() + names, len)] = number;
+      names += len;
+    }
+    return out;
+  }
+
   Table describe(MdbTableDef *def) {
+    std::map<std::string, int> bits = nullBits(def);
     Table t;
     t.name = def->name;
     t.declaredRows = def->num_rows;
@@ -86,7 +130,8 @@ struct Reader::State {
       c.layout.fixed = col->is_fixed != 0;
       c.layout.fixedOffset = col->fixed_offset;
       c.layout.varIndex = int(col->var_col_num);
-      c.layout.rowColumn = col->row_col_num;
+      auto bit = bits.find(c.name);
+      c.layout.rowColumn = bit != bits.end() ? bit->second : col->row_col_num;
       c.layout.size = col->col_size;
       // The library files a decimal's precision and scale each under the
       // other's name.
