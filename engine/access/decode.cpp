@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <set>
 
 namespace vantry::engine::access {
 
@@ -126,10 +127,10 @@ bool readLong(Jet jet, const uint8_t *field, size_t length, PageSource *pages, s
   }
   if (!pages) return false;
   uint32_t pointer = u32(field + 4);
-  // Each hop reads a row of at least one byte of data, so a chain longer
-  // than the value (or than the file) loops.
-  for (size_t hops = 0; out->size() < total; ++hops) {
-    if (hops > total || pointer == 0) return false;
+  // A chain that comes back to a row it read loops: damage.
+  std::set<uint32_t> seen;
+  while (out->size() < total) {
+    if (pointer == 0 || !seen.insert(pointer).second) return false;
     const uint8_t *page = nullptr;
     if (!pages->page(pointer >> 8, &page)) return false;
     RowSlot slot;
