@@ -45,6 +45,10 @@
     (assert-equal "as dates"
                   '((("DateField" . "1492-01-10 00:00:00")))
                   (vt_sql "SELECT DateField FROM Table1 WHERE ID = 3"))
+    ;; Index names are per table in Access: a second table's "id" is still "id".
+    (assert-equal "indexes named alike in two tables" T (vt_connect (strcat data "indexTestV2000.mdb")))
+    (assert-equal "the second table's index" "Table2" (vt_table "Table2" "id"))
+    (assert-equal "walks by it" 3 (vt_count))
     (vt_close_db)
 
     ;; An encrypted file: nil, and an error that says so.
