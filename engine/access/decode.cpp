@@ -61,6 +61,7 @@ class Utf16 {
       appendUtf8(out_, u);
     }
   }
+  bool idle() const { return high_ == 0; }
   void finish() {
     if (high_) appendUtf8(out_, 0xFFFD);
     high_ = 0;
@@ -92,6 +93,28 @@ void civilFromDays(int64_t z, int64_t *y, unsigned *m, unsigned *d) {
   *d = doy - (153 * mp + 2) / 5 + 1;
   *m = mp < 10 ? mp + 3 : mp - 9;
   *y += *m <= 2;
+}
+
+// "YYYY-MM-DD HH:MM:SS" for a year 1-9999 (no printf: dates are many).
+std::string dateText(int64_t y, unsigned m, unsigned d, int64_t seconds) {
+  char b[19];
+  auto two = [&](int at, unsigned v) {
+    b[at] = char('0' + v / 10 % 10);
+    b[at + 1] = char('0' + v % 10);
+  };
+  two(0, unsigned(y / 100));
+  two(2, unsigned(y % 100));
+  b[4] = '-';
+  two(5, m);
+  b[7] = '-';
+  two(8, d);
+  b[10] = ' ';
+  two(11, unsigned(seconds / 3600));
+  b[13] = ':';
+  two(14, unsigned(seconds / 60 % 60));
+  b[16] = ':';
+  two(17, unsigned(seconds % 60));
+  return std::string(b, sizeof b);
 }
 
 size_t fixedSize(const ColumnLayout &c) {
@@ -251,13 +274,19 @@ bool crackRow(Jet jet, const uint8_t *row, size_t length, const std::vector<Colu
 
 std::string decodeText(Jet jet, const uint8_t *data, size_t length) {
   std::string out;
-  out.reserve(length);
+  appendText(jet, data, length, &out);
+  return out;
+}
+
+void appendText(Jet jet, const uint8_t *data, size_t length, std::string *into) {
+  std::string &out = *into;
+  out.reserve(out.size() + length);
   if (jet == Jet::k3) {
     for (size_t i = 0; i < length; ++i) {
       uint8_t b = data[i];
       appendUtf8(&out, b >= 0x80 && b < 0xA0 ? kCp1252High[b - 0x80] : b);
     }
-    return out;
+    return;
   }
   Utf16 utf(&out);
   if (length >= 2 && data[0] == 0xFF && data[1] == 0xFE) {
@@ -267,7 +296,14 @@ std::string decodeText(Jet jet, const uint8_t *data, size_t length) {
         compressed = !compressed;
         ++i;
       } else if (compressed) {
-        utf.unit(data[i++]);
+        if (data[i] < 0x80 && utf.idle()) {
+          size_t run = i;
+          while (run < length && data[run] != 0 && data[run] < 0x80) ++run;
+          out.append(reinterpret_cast<const char *>(data + i), run - i);
+          i = run;
+        } else {
+          utf.unit(data[i++]);
+        }
       } else if (i + 1 < length) {
         utf.unit(u16(data + i));
         i += 2;
@@ -279,7 +315,6 @@ std::string decodeText(Jet jet, const uint8_t *data, size_t length) {
     for (size_t i = 0; i + 1 < length; i += 2) utf.unit(u16(data + i));
   }
   utf.finish();
-  return out;
 }
 
 std::string formatDate(double days) {
@@ -295,11 +330,7 @@ std::string formatDate(double days) {
   int64_t y;
   unsigned m, d;
   civilFromDays(daysFromCivil(1899, 12, 30) + day, &y, &m, &d);
-  char buf[40];
-  std::snprintf(buf, sizeof buf, "%04lld-%02u-%02u %02lld:%02lld:%02lld", static_cast<long long>(y), m, d,
-                static_cast<long long>(seconds / 3600), static_cast<long long>(seconds / 60 % 60),
-                static_cast<long long>(seconds % 60));
-  return buf;
+  return dateText(y, m, d, seconds);
 }
 
 std::string formatGuid(const uint8_t *b) {
@@ -341,7 +372,11 @@ std::string formatCurrency(int64_t t) {
 
 bool decodeField(Jet jet, const ColumnLayout &c, const uint8_t *row, const FieldSpan &span, PageSource *pages,
                  Value *out, size_t maxLong) {
-  *out = Value{};
+  // Reset without giving up the text's buffer: rows reuse their values.
+  out->kind = Value::kNull;
+  out->integer = 0;
+  out->real = 0;
+  out->text.clear();
   if (!span.present) return true;
   const uint8_t *p = row + span.offset;
   size_t n = span.length;
@@ -369,7 +404,7 @@ bool decodeField(Jet jet, const ColumnLayout &c, const uint8_t *row, const Field
       char buf[32];
       auto r = std::to_chars(buf, buf + sizeof buf, f);
       out->kind = Value::kReal;
-      out->real = std::strtod(std::string(buf, r.ptr).c_str(), nullptr);
+      std::from_chars(buf, r.ptr, out->real);
       return true;
     }
     case coltype::kDouble:
@@ -403,12 +438,8 @@ bool decodeField(Jet jet, const ColumnLayout &c, const uint8_t *row, const Field
       int64_t y;
       unsigned m, d;
       civilFromDays(daysFromCivil(1, 1, 1) + days, &y, &m, &d);
-      char buf[40];
-      std::snprintf(buf, sizeof buf, "%04lld-%02u-%02u %02lld:%02lld:%02lld", static_cast<long long>(y), m, d,
-                    static_cast<long long>(secs / 3600), static_cast<long long>(secs / 60 % 60),
-                    static_cast<long long>(secs % 60));
       out->kind = Value::kDate;
-      out->text = buf;
+      out->text = dateText(y, m, d, secs);
       return true;
     }
     case coltype::kGuid:
@@ -423,7 +454,7 @@ bool decodeField(Jet jet, const ColumnLayout &c, const uint8_t *row, const Field
       return true;
     case coltype::kText:
       out->kind = Value::kText;
-      out->text = decodeText(jet, p, n);
+      appendText(jet, p, n, &out->text);
       return true;
     case coltype::kBinary:
     case coltype::kBigBinary:

@@ -87,6 +87,7 @@ bool decodeField(Jet jet, const ColumnLayout &column, const uint8_t *row, const 
 // its compressed form (0xFF 0xFE, then runs of one-byte characters switched
 // with 0x00 to and from runs of two-byte ones).
 std::string decodeText(Jet jet, const uint8_t *data, size_t length);
+void appendText(Jet jet, const uint8_t *data, size_t length, std::string *into);
 
 // The date of a stored day count, to the second (fractions of a second
 // rounded), in "YYYY-MM-DD HH:MM:SS". Before 1899-12-30 the day counts back

@@ -117,8 +117,9 @@ void bind(sqlite3_stmt *st, int i, const Value &v) {
     // The nearest double to the exact amount: both operands are exact, so
     // the quotient is rounded once.
     case Value::kCurrency: sqlite3_bind_double(st, i, double(v.integer) / 10000.0); break;
-    case Value::kBlob: sqlite3_bind_blob(st, i, v.text.data(), int(v.text.size()), SQLITE_TRANSIENT); break;
-    default: sqlite3_bind_text(st, i, v.text.data(), int(v.text.size()), SQLITE_TRANSIENT); break;
+    // The values live until the row is stored.
+    case Value::kBlob: sqlite3_bind_blob(st, i, v.text.data(), int(v.text.size()), SQLITE_STATIC); break;
+    default: sqlite3_bind_text(st, i, v.text.data(), int(v.text.size()), SQLITE_STATIC); break;
   }
 }
 
@@ -159,7 +160,8 @@ ImportReport writeDatabase(const std::string &accessPath, const std::string &sql
     return fail(errc::kCannotOpen, "Cannot write '" + sqlitePath + "'.");
   std::string err;
   // The file is temporary until the import is whole: no journal is needed.
-  if (!out.exec("PRAGMA journal_mode=OFF; PRAGMA synchronous=OFF; PRAGMA foreign_keys=OFF; BEGIN", &err))
+  if (!out.exec("PRAGMA journal_mode=OFF; PRAGMA synchronous=OFF; PRAGMA foreign_keys=OFF; "
+                    "PRAGMA locking_mode=EXCLUSIVE; BEGIN", &err))
     return fail(errc::kGeneric, err);
 
   std::map<std::string, const Table *> byName;
