@@ -50,7 +50,7 @@ class Stmt {
 };
 
 // How a field's values cross the interface, from its declared type.
-enum class FieldKind : uint8_t { kPlain, kYesNo, kDate };
+enum class FieldKind : uint8_t { kPlain, kYesNo, kDate, kReal };
 // SQLite's column affinity, from the declared type by SQLite's own rules.
 enum class Affinity : uint8_t { kInteger, kText, kBlob, kReal, kNumeric };
 

@@ -41,6 +41,7 @@
     (assert-equal "without an error" "" (vt_lastError))
     (assert-equal "Access 2016 file" T (vt_connect (strcat data "currency_V2016.accdb")))
     (assert-equal "currency as a real" '((("Money" . 42.0))) (vt_sql "SELECT Money FROM [Table]"))
+    (assert-equal "currency reads as a real" (quote REAL) (type (cdr (assoc "Money" (car (vt_sql "SELECT Money FROM [Table]"))))))
     (assert-equal "dates before 1900" T (vt_connect (strcat data "oldDatesV2007.accdb")))
     (assert-equal "as dates"
                   '((("DateField" . "1492-01-10 00:00:00")))
