@@ -161,7 +161,7 @@ ImportReport writeDatabase(const std::string &accessPath, const std::string &sql
   std::string err;
   // The file is temporary until the import is whole: no journal is needed.
   if (!out.exec("PRAGMA journal_mode=OFF; PRAGMA synchronous=OFF; PRAGMA foreign_keys=OFF; "
-                    "PRAGMA locking_mode=EXCLUSIVE; BEGIN", &err))
+                    "PRAGMA locking_mode=EXCLUSIVE; PRAGMA page_size=16384; BEGIN", &err))
     return fail(errc::kGeneric, err);
 
   std::map<std::string, const Table *> byName;
