@@ -21,6 +21,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <map>
@@ -36,7 +37,13 @@ namespace vantry::engine::access {
 namespace {
 
 constexpr long kEncrypted = 3031;  // Access's "Not a valid password."
-constexpr int kSilenceSeconds = 60;
+// How long the child may go without news before it is taken for hung
+// ($VANTRY_ACCESS_SILENCE_SECONDS, for tests; a minute otherwise).
+int silenceSeconds() {
+  const char *s = std::getenv("VANTRY_ACCESS_SILENCE_SECONDS");
+  int n = s ? std::atoi(s) : 0;
+  return n > 0 ? n : 60;
+}
 
 bool headerSaysAccess(const std::string &path) {
   int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -73,6 +80,12 @@ std::string oneLine(std::string s) {
     ::dup2(null, 0);
     ::dup2(null, 1);
     ::dup2(null, 2);
+  }
+  // Faults for the tests of what the parent does when the reader crashes or hangs.
+  if (const char *fault = std::getenv("VANTRY_ACCESS_FAULT")) {
+    if (std::strcmp(fault, "crash") == 0) ::raise(SIGSEGV);
+    if (std::strcmp(fault, "hang") == 0)
+      for (;;) ::pause();
   }
   WriterCallbacks cb;
   cb.progress = [&](size_t done, size_t total, const std::string &table) {
@@ -121,7 +134,7 @@ void runChild(const std::string &accessPath, const std::string &temp, const Prog
   bool done = false, silent = false;
   for (;;) {
     pollfd p{fds[0], POLLIN, 0};
-    int rc = ::poll(&p, 1, kSilenceSeconds * 1000);
+    int rc = ::poll(&p, 1, silenceSeconds() * 1000);
     if (rc < 0 && errno == EINTR) continue;
     if (rc == 0) {
       silent = true;

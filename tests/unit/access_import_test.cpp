@@ -205,6 +205,25 @@ TEST_F(AccessImport, EncryptedAndDamagedFilesSayWhich) {
   EXPECT_EQ(content, "keep");
 }
 
+TEST_F(AccessImport, AReaderThatCrashesOrHangsIsADamagedFileNotADeadCaller) {
+  NEED_DATA();
+  ::setenv("VANTRY_ACCESS_SILENCE_SECONDS", "1", 1);
+  std::ofstream(dir / "keep.db") << "keep";
+  for (const char *fault : {"crash", "hang"}) {
+    ::setenv("VANTRY_ACCESS_FAULT", fault, 1);
+    ImportReport r = importFile(data("testV2000.mdb"), dir / "keep.db");
+    EXPECT_FALSE(r.ok) << fault;
+    EXPECT_EQ(r.number, errc::kCorrupt) << fault;
+    EXPECT_NE(r.message.find(std::string(fault) == "crash" ? "signal" : "progress"), std::string::npos) << r.message;
+  }
+  ::unsetenv("VANTRY_ACCESS_FAULT");
+  ::unsetenv("VANTRY_ACCESS_SILENCE_SECONDS");
+  std::ifstream kept(dir / "keep.db");
+  std::string content;
+  kept >> content;
+  EXPECT_EQ(content, "keep");  // the target is left as it was
+}
+
 TEST_F(AccessImport, TheEngineOpensAnAccessFileReadOnlyFromACachedCopy) {
   NEED_DATA();
   TempDir cache;
