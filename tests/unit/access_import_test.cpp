@@ -102,6 +102,10 @@ TEST_F(AccessImport, ValuesOfEveryTypeAreExact) {
   EXPECT_EQ(q("test2V1997.mdb", "SELECT PROJ_OPT_CURRENCY_SYMBOL FROM MSP_PROJECTS"), "\xC2\xA3");
   EXPECT_EQ(q("test2V1997.mdb", "SELECT length(PROJ_PROP_AUTHOR) FROM MSP_PROJECTS"), "348");
   EXPECT_EQ(q("test2V1997.mdb", "SELECT PROJ_INFO_START_DATE FROM MSP_PROJECTS"), "2006-02-03 08:00:00");
+  // An OLE object of 22,970 bytes over a chain of long-value pages, as a blob.
+  EXPECT_EQ(q("test2V1997.mdb", "SELECT typeof(RESERVED_BINARY_DATA) || ' ' || length(RESERVED_BINARY_DATA) || ' ' || "
+                                "hex(substr(RESERVED_BINARY_DATA, 1, 8)) FROM MSP_PROJECTS"),
+            "blob 22970 151C2D0002000000");
   // Rows moved to other pages are read where they went, once each.
   EXPECT_EQ(q("overflowTestV2003.mdb", "SELECT count(*) FROM Table1 WHERE 'row3col9' IN (data1, data9)"), "1");
   EXPECT_EQ(q("overflowTestV2003.mdb", "SELECT data7 FROM Table1 WHERE data1 = 'row7col1'"), "row7col7");
