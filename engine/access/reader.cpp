@@ -64,12 +64,10 @@ struct Reader::State {
   int fd = -1;
   Jet jet = Jet::k4;
   std::vector<Table> tables;
-  // The definition of each table. They are never freed: freeing one leaves
-  // the library's catalog pointing at freed memory, and a Reader lives in a
-  // child process that ends with it.
-  std::vector<MdbTableDef *> defs;
+  std::vector<MdbTableDef *> defs;  // the definition of each table, freed with the state
   std::unique_ptr<FilePages> pages;
   ~State() {
+    for (MdbTableDef *def : defs) mdb_free_tabledef(def);
     if (mdb) mdb_close(mdb);
     if (fd >= 0) ::close(fd);
   }
@@ -233,6 +231,7 @@ struct Reader::State {
           return true;
         },
         message);
+    mdb_free_tabledef(def);
     return ok;
   }
 };
