@@ -185,8 +185,18 @@ StoredQuery rebuildQuery(const std::string &name, const std::vector<QueryRow> &r
       break;
     }
     case 4: {  // update
+      // Access writes the updated fields qualified ("Ducts.Width"); SQLite
+      // takes them bare, and with one table to update they can only be its.
       std::vector<std::string> sets;
-      for (const QueryRow *c : columns) sets.push_back(c->name2 + " = " + c->expression);
+      std::string only;
+      if (tables.size() == 1) only = tables.front()->name2.empty() ? tables.front()->name1 : tables.front()->name2;
+      for (const QueryRow *c : columns) {
+        std::string field = c->name2;
+        for (const std::string &prefix : {only + ".", "[" + only + "]."})
+          if (!only.empty() && field.size() > prefix.size() && field.compare(0, prefix.size(), prefix) == 0)
+            field = field.substr(prefix.size());
+        sets.push_back(field + " = " + c->expression);
+      }
       sql += "UPDATE " + fromClause(tables, joins) + " SET " + join(sets, ", ") + tail(false);
       break;
     }

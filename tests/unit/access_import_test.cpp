@@ -176,6 +176,36 @@ TEST_F(AccessImport, StoredQueriesAreRebuiltAndRun) {
   }
 }
 
+TEST(AccessQueries, RebuiltFromTheirCatalogRows) {
+  // (attribute, flag, name1, name2, expression), as the query catalog holds them.
+  auto rows = [](std::vector<QueryRow> r) { return r; };
+  StoredQuery sel = rebuildQuery(
+      "Wide", rows({{1, 1, "", "", ""},
+                    {2, 4, "Min Width", "", ""},
+                    {3, 2, "", "", ""},
+                    {5, 0, "Ducts", "d", ""},
+                    {5, 0, "Systems", "", ""},
+                    {6, 0, "Tag", "", "d.Tag"},
+                    {6, 0, "", "", "Systems.Name"},
+                    {7, 2, "d", "Systems", "d.SystemId = Systems.Id"},
+                    {8, 0, "", "", "d.Width >= [Min Width]"},
+                    {11, 0, "D", "", "d.Width"}}));
+  EXPECT_EQ(sel.type, 1);
+  EXPECT_EQ(sel.sql,
+            "PARAMETERS [Min Width] Long;\nSELECT DISTINCT d.Tag AS Tag, Systems.Name FROM Ducts AS d LEFT JOIN "
+            "Systems ON (d.SystemId = Systems.Id) WHERE d.Width >= [Min Width] ORDER BY d.Width DESC");
+  StoredQuery upd = rebuildQuery("Widen", rows({{1, 4, "", "", ""},
+                                                {5, 0, "Ducts", "", ""},
+                                                {6, 0, "", "Ducts.Width", "[Width] + 50"},
+                                                {8, 0, "", "", "Ducts.Lined = True"}}));
+  EXPECT_EQ(upd.sql, "UPDATE Ducts SET Width = [Width] + 50 WHERE Ducts.Lined = True");
+  StoredQuery app = rebuildQuery("Add", rows({{1, 3, "Log", "", ""}, {6, 0, "", "Note", "'added'"}}));
+  EXPECT_EQ(app.sql, "INSERT INTO Log (Note) VALUES ('added')");
+  StoredQuery top = rebuildQuery("Top", rows({{1, 1, "", "", ""}, {3, 16 | 32, "10", "", ""}, {5, 0, "Ducts", "", ""},
+                                              {6, 0, "", "", "*"}}));
+  EXPECT_EQ(top.sql, "SELECT TOP 10 PERCENT * FROM Ducts");
+}
+
 TEST_F(AccessImport, EncryptedAndDamagedFilesSayWhich) {
   NEED_DATA();
   ImportReport enc = importFile(data("db2013-enc.accdb"), dir / "enc.db");
