@@ -4,8 +4,9 @@
 //   0 start, 255 end; 1 the query's type in the flag (with the target table
 //   of an append or make-table in name1, the text of a definition or
 //   pass-through query in the expression); 2 a parameter (name1, its type
-//   in the flag); 3 options in the flag (2 DISTINCT, 8 DISTINCTROW, 16 TOP
-//   with the count in name1, 32 PERCENT); 5 a table (name1, alias name2, or
+//   in the flag); 3 options in the flag (2 DISTINCT, or for a union plain
+//   UNION rather than UNION ALL; 8 DISTINCTROW, 16 TOP with the count in
+//   name1, 32 PERCENT); 5 a table (name1, alias name2, or
 //   the text of a union's part in the expression); 6 an output column
 //   (expression, alias name1; the target field in name2 for appends and
 //   updates); 7 a join (name1 and name2 the two sides, the condition in the
@@ -225,7 +226,9 @@ StoredQuery rebuildQuery(const std::string &name, const std::vector<QueryRow> &r
     case 9: {  // union
       std::vector<std::string> parts;
       for (const QueryRow *t : tables) parts.push_back(t->expression);
-      sql += join(parts, (options & 2) ? " UNION ALL " : " UNION ");
+      // The option 2 asks for distinct rows; without it the parts are joined
+      // with UNION ALL.
+      sql += join(parts, (options & 2) ? " UNION " : " UNION ALL ");
       if (!order.empty()) sql += " ORDER BY " + join(order, ", ");
       break;
     }
