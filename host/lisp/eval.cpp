@@ -204,6 +204,19 @@ Value lambdaFromList(Interp &in, const Value &list) {
   return fn;
 }
 
+// The function a symbol names, following symbols whose value is another
+// symbol's name: a parameter that holds 'car, passed on as (function f),
+// still calls CAR. A chain that goes round is cut off as a bad function.
+Value resolveFunctionSymbol(Interp &in, Value fn) {
+  for (int hops = 0; fn.type() == Type::Sym; ++hops) {
+    Value v = fn.as<Symbol>()->value;
+    if (v.isNil()) in.error(L"no function definition: " + fn.as<Symbol>()->name);
+    if (hops > 64 || v.same(fn)) in.error(L"bad function: " + in.toString(fn, true));
+    fn = std::move(v);
+  }
+  return fn;
+}
+
 }  // namespace
 
 namespace safe {
@@ -256,6 +269,15 @@ Value Interp::evalCallBody(const Value &form) {
   Type t = fn.type();
   if (t != Type::Subr && t != Type::Usubr && t != Type::Exrxsubr) {
     if (head.type() == Type::Sym && fn.isNil()) error(L"no function definition: " + head.as<Symbol>()->name);
+    if (fn.type() == Type::Sym) {
+      // A variable holding a function's name calls that function: (setq f '1+) (f 1).
+      fn = resolveFunctionSymbol(*this, fn);
+      if (fn.type() == Type::Subr && fn.as<Subr>()->special) return fn.as<Subr>()->special(*this, argForms);
+      if (fn.type() == Type::List && car(fn).same(Value(symLambda))) fn = lambdaFromList(*this, fn);
+      t = fn.type();
+    }
+  }
+  if (t != Type::Subr && t != Type::Usubr && t != Type::Exrxsubr) {
     error(L"bad function: " + toString(fn, true));
   }
 
@@ -304,11 +326,7 @@ Value Interp::apply(const Value &fn, const Value *args, int nargs) {
 
 Value Interp::applyBody(const Value &fnIn, const Value *args, int nargs) {
   Value fn = fnIn;
-  if (fn.type() == Type::Sym) {
-    Value v = fn.as<Symbol>()->value;
-    if (v.isNil()) error(L"no function definition: " + fn.as<Symbol>()->name);
-    fn = std::move(v);
-  }
+  if (fn.type() == Type::Sym) fn = resolveFunctionSymbol(*this, fn);
   if (fn.type() == Type::List && car(fn).same(Value(symLambda))) fn = lambdaFromList(*this, fn);
   switch (fn.type()) {
     case Type::Subr: {
