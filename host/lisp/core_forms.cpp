@@ -235,7 +235,6 @@ void installCore(Interp &in) {
   in.defineSpecial(L"LAMBDA", fLambda);
   in.defineSpecial(L"SETQ", fSetq);
   in.defineSpecial(L"DEFUN", fDefun);
-  in.defineSpecial(L"DEFUN-Q", fDefun);
   in.defineSpecial(L"IF", fIf);
   in.defineSpecial(L"COND", fCond);
   in.defineSpecial(L"PROGN", fProgn);

@@ -19,6 +19,8 @@
 
 namespace vantry::host {
 
+class Document;
+
 // --- System variables (sysvars.cpp)
 // Clears Session::sysvars and seeds the variables a script expects.
 void seedSystemVariables();
@@ -60,6 +62,16 @@ void resetEditorInput();
 // --- Applications (apps.cpp)
 // Sends every loaded module its unload messages and closes it, last loaded first.
 void unloadAllModules();
+
+// --- LISP built-ins of the session (lispfns.cpp)
+void installSessionBuiltins(lisp::Interp &in);
+// The vlax-curve-* functions (lisp_curves.cpp).
+void installCurveLisp(lisp::Interp &in);
+// Gives a new document what vl-propagate and vl-load-all promised every
+// document; resetSharedLisp forgets those promises, the settings store and
+// the pick-first set.
+void applySharedLisp(Document &doc);
+void resetSharedLisp();
 
 // --- Documents (documents.cpp)
 // Turns a file name as LISP or the module writes it into an absolute native
