@@ -32,6 +32,8 @@ void setSystemValue(const std::wstring &name, const resbuf &value);
 std::vector<std::wstring> supportDirectories();
 // getvar and setvar.
 void installSystemVariableLisp(lisp::Interp &in);
+// The documented variables, one row a line (sysvar_table.cpp).
+extern const char *const kSystemVariableTable;
 
 // --- Command line (console.cpp)
 // The text acutPrintf prints for a format and its arguments.
