@@ -298,6 +298,7 @@ void installHostFunctions(lisp::Interp &in) {
   installAlertLisp(in);
   installSessionBuiltins(in);
   installCurveLisp(in);
+  installCommandLisp(in);
 }
 
 }  // namespace vantry::host

@@ -69,6 +69,8 @@ void unloadAllModules();
 void installSessionBuiltins(lisp::Interp &in);
 // The vlax-curve-* functions (lisp_curves.cpp).
 void installCurveLisp(lisp::Interp &in);
+// command, command-s and vl-cmdf (commands.cpp).
+void installCommandLisp(lisp::Interp &in);
 // Gives a new document what vl-propagate and vl-load-all promised every
 // document; resetSharedLisp forgets those promises, the settings store and
 // the pick-first set.
