@@ -115,4 +115,16 @@
 (assert-true "cap height near the height" (< 0.9 (cadr (cadr tb1)) 1.2))
 (assert-equal "no text" nil (textbox '((40 . 1.0))))
 
+;; osnap on a line and a circle of the new drawing; nentselp at a point.
+(setq ol (entmakex '((0 . "LINE") (10 0.0 0.0 0.0) (11 10.0 0.0 0.0))))
+(entmakex '((0 . "CIRCLE") (10 20.0 0.0 0.0) (40 . 2.0)))
+(assert-equal "endpoint" '(10.0 0.0 0.0) (osnap '(9.5 0.3) "_end"))
+(assert-equal "midpoint" '(5.0 0.0 0.0) (osnap '(5.2 0.1) "_mid"))
+(assert-equal "nearest" '(3.0 0.0 0.0) (osnap '(3.0 0.2) "_nea"))
+(assert-equal "center of a circle picked on its edge" '(20.0 0.0 0.0) (osnap '(22.0 0.1) "_cen"))
+(assert-equal "the nearest of several modes" '(10.0 0.0 0.0) (osnap '(9.9 0.1) "_mid,_end"))
+(assert-equal "nothing in the aperture" nil (osnap '(50 50) "_end"))
+(assert-equal "nentselp at a point" ol (car (nentselp '(4.0 0.0))))
+(assert-equal "nentselp on nothing" nil (nentselp "Pick: " '(50.0 50.0)))
+
 (test-done)
