@@ -23,6 +23,8 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <sstream>
+#include <algorithm>
 
 #include "session/session.h"
 #include "session/internal.h"
@@ -33,6 +35,8 @@ namespace {
 struct VarInfo {
   bool readOnly = false;
   int min = -32768, max = 32767;  // for RTSHORT and RTLONG values
+  std::vector<int> allowed;       // when not empty, the only integers accepted
+  char where = 's';               // d the drawing, r the settings, s the session
 };
 
 std::map<std::wstring, VarInfo> &descriptors() {
@@ -137,6 +141,65 @@ bool isClock(const std::wstring &name) {
   return name == L"CDATE" || name == L"DATE" || name == L"MILLISECS";
 }
 
+// Defines every variable of the documented table that the session has not
+// defined itself. A malformed row is a fault of this program: it stops the
+// seeding loudly rather than leave a variable half made.
+void defineDocumented() {
+  std::istringstream rows(kSystemVariableTable);
+  std::string line;
+  while (std::getline(rows, line)) {
+    if (line.empty()) continue;
+    std::istringstream cols(line);
+    std::string name, type, def, accepts, flags, where;
+    cols >> name >> type;
+    if (type == "s") {
+      // The default is quoted and may be empty.
+      cols >> std::ws;
+      std::getline(cols, def, '"');
+      std::getline(cols, def, '"');
+    } else {
+      cols >> def;
+    }
+    cols >> accepts >> flags >> where;
+    if (name.empty() || where.empty()) {
+      fprintf(stderr, "system variable table: bad row: %s\n", line.c_str());
+      abort();
+    }
+    std::wstring key = text::fromUtf8(name);
+    if (descriptors().count(key)) continue;
+    VarInfo info;
+    info.readOnly = flags == "ro";
+    info.where = where[0];
+    if (accepts.find("..") != std::string::npos) {
+      info.min = std::stoi(accepts.substr(0, accepts.find("..")));
+      info.max = std::stoi(accepts.substr(accepts.find("..") + 2));
+    } else if (accepts != "-") {
+      std::istringstream list(accepts);
+      std::string v;
+      while (std::getline(list, v, '|')) info.allowed.push_back(std::stoi(v));
+    }
+    if (type == "l") info.min = INT32_MIN, info.max = INT32_MAX;
+    resbuf rb{};
+    std::wstring text = text::fromUtf8(def);
+    if (type == "i") {
+      rb = shortValue(std::stoi(def));
+    } else if (type == "l") {
+      rb.restype = RTLONG;
+      rb.resval.rlong = std::stoi(def);
+    } else if (type == "r") {
+      rb = realValue(std::stod(def));
+    } else if (type == "s") {
+      rb = stringValue(text.c_str());
+    } else {
+      rb.restype = type == "p" ? RTPOINT : RT3DPOINT;
+      std::istringstream xyz(def);
+      std::string c;
+      for (int k = 0; k < 3 && std::getline(xyz, c, ','); ++k) rb.resval.rpoint[k] = std::stod(c);
+    }
+    define(key, rb, info);
+  }
+}
+
 }  // namespace
 
 // The command-line log of this process: <temp folder>/vantry-<pid>.log.
@@ -218,6 +281,7 @@ void seedSystemVariables() {
     define(L"USERR" + std::to_wstring(i), realValue(0.0), {});
     define(L"USERS" + std::to_wstring(i), stringValue(L""), {});
   }
+  defineDocumented();
 }
 
 void setSystemValue(const std::wstring &name, const resbuf &value) {
@@ -287,6 +351,8 @@ int acedSetVar(const ACHAR *sym, const struct resbuf *val) {
     case RTSHORT:
     case RTLONG:
       if (!integer || i < info.min || i > info.max) return RTREJ;
+      if (!info.allowed.empty() && std::find(info.allowed.begin(), info.allowed.end(), int(i)) == info.allowed.end())
+        return RTREJ;
       if (next.restype == RTSHORT)
         next.resval.rint = short(i);
       else
