@@ -274,15 +274,33 @@ size_t fieldRefEnd(const std::vector<Token> &t, size_t i) {
   return e;
 }
 
-// Access's "+" between texts concatenates. Without the operands' types, a
-// "+" with a text literal on either side is taken as joining texts
-// (System + '-' + Linetype); "+" between two fields stays SQLite's addition.
-bool plusJoinsText(const std::vector<Token> &t, size_t i) {
+// Access's "+" between texts concatenates, between numbers adds. A "+" with
+// a text literal on either side joins texts (System + '-' + Linetype), and
+// so does one between two text operands, a text operand being a literal or
+// a field the schema declares as text (`textFields`, lower-case names, a
+// qualified name by its last part); anything else stays SQLite's addition.
+std::string nameOf(const Token &k) {
+  if (k.kind == Tok::kWord) return asciiLower(k.text);
+  return asciiLower(k.text.size() >= 2 ? k.text.substr(1, k.text.size() - 2) : std::string());
+}
+
+bool plusJoinsText(const std::vector<Token> &t, size_t i, const std::set<std::string> &textFields) {
   size_t before = i;
   while (before > 0 && t[before - 1].kind == Tok::kSpace) --before;
   size_t after = nextSolid(t, i + 1);
-  if (before > 0 && t[before - 1].kind == Tok::kOther && t[before - 1].text == " COLLATE NOCASE") --before;
-  return (before > 0 && t[before - 1].kind == Tok::kSQuote) || (after < t.size() && t[after].kind == Tok::kSQuote);
+  if (before > 0 && t[before - 1].kind == Tok::kOther && t[before - 1].text == " COLLATE NOCASE") {
+    --before;
+    while (before > 0 && t[before - 1].kind == Tok::kSpace) --before;
+  }
+  bool leftLiteral = before > 0 && t[before - 1].kind == Tok::kSQuote;
+  bool rightLiteral = after < t.size() && t[after].kind == Tok::kSQuote;
+  if (leftLiteral || rightLiteral) return true;
+  if (textFields.empty() || before == 0) return false;
+  size_t left = before - 1;
+  bool leftText = isNamePart(t[left]) && textFields.count(nameOf(t[left])) > 0;
+  size_t rightEnd = fieldRefEnd(t, after);
+  bool rightText = rightEnd > after && textFields.count(nameOf(t[rightEnd - 1])) > 0;
+  return leftText && rightText;
 }
 
 // Access's definitions (CREATE TABLE, ALTER TABLE, CREATE INDEX, DROP
@@ -302,10 +320,30 @@ bool isTypePosition(const std::vector<Token> &t, size_t i) {
   return t[before].text == "(" || t[before].text == "," || is(t[before], "ADD") || is(t[before], "COLUMN");
 }
 
-// Access's integer division a \ b, for operands that are a number or a
-// field: vt_intdiv(a, b), which rounds both to whole numbers first as Access
-// does. An operand in parentheses or a call is left alone (SQLite then
-// refuses the backslash as a syntax error).
+// Access's integer division a \ b: vt_intdiv(a, b), which rounds both to
+// whole numbers first as Access does. An operand is a number (with its
+// sign, on the right), a field (name or table.name), an expression in
+// parentheses, or a call (name(...)).
+size_t matchingOpen(const std::vector<Token> &t, size_t close) {
+  int depth = 0;
+  for (size_t k = close + 1; k-- > 0;) {
+    if (t[k].kind != Tok::kPunct) continue;
+    if (t[k].text == ")") ++depth;
+    if (t[k].text == "(" && --depth == 0) return k;
+  }
+  return t.size();
+}
+
+size_t matchingClose(const std::vector<Token> &t, size_t open) {
+  int depth = 0;
+  for (size_t k = open; k < t.size(); ++k) {
+    if (t[k].kind != Tok::kPunct) continue;
+    if (t[k].text == "(") ++depth;
+    if (t[k].text == ")" && --depth == 0) return k;
+  }
+  return t.size();
+}
+
 bool translateIntegerDivision(std::vector<Token> &t) {
   bool changed = false;
   for (size_t i = 0; i < t.size(); ++i) {
@@ -313,7 +351,14 @@ bool translateIntegerDivision(std::vector<Token> &t) {
     size_t leftEnd = prevSolid(t, i), rightStart = nextSolid(t, i + 1);
     if (leftEnd >= t.size() || rightStart >= t.size()) continue;
     size_t leftStart = leftEnd;
-    if (t[leftEnd].kind != Tok::kNumber) {
+    if (t[leftEnd].kind == Tok::kPunct && t[leftEnd].text == ")") {
+      leftStart = matchingOpen(t, leftEnd);
+      if (leftStart >= t.size()) continue;
+      size_t callee = prevSolid(t, leftStart);  // a call: its name goes with it
+      if (callee < t.size() && t[callee].kind == Tok::kWord && !is(t[callee], "AND") && !is(t[callee], "OR") &&
+          !is(t[callee], "NOT") && !is(t[callee], "SELECT") && !is(t[callee], "WHERE") && !is(t[callee], "ON"))
+        leftStart = callee;
+    } else if (t[leftEnd].kind != Tok::kNumber) {
       if (!isNamePart(t[leftEnd])) continue;
       while (leftStart >= 2 && t[leftStart - 1].text == "." && isNamePart(t[leftStart - 2])) leftStart -= 2;
     }
@@ -321,7 +366,21 @@ bool translateIntegerDivision(std::vector<Token> &t) {
     if (t[rightStart].text == "-" && nextSolid(t, rightStart + 1) < t.size() &&
         t[nextSolid(t, rightStart + 1)].kind == Tok::kNumber)
       number = nextSolid(t, rightStart + 1);
-    size_t rightEnd = t[number].kind == Tok::kNumber ? number + 1 : fieldRefEnd(t, rightStart);
+    size_t rightEnd;
+    if (t[rightStart].kind == Tok::kPunct && t[rightStart].text == "(") {
+      size_t close = matchingClose(t, rightStart);
+      if (close >= t.size()) continue;
+      rightEnd = close + 1;
+    } else if (t[number].kind == Tok::kNumber) {
+      rightEnd = number + 1;
+    } else if (isNamePart(t[rightStart]) && nextSolid(t, rightStart + 1) < t.size() &&
+               t[nextSolid(t, rightStart + 1)].text == "(") {
+      size_t close = matchingClose(t, nextSolid(t, rightStart + 1));
+      if (close >= t.size()) continue;
+      rightEnd = close + 1;
+    } else {
+      rightEnd = fieldRefEnd(t, rightStart);
+    }
     if (rightEnd == rightStart) continue;
     t[leftStart].text = "vt_intdiv(" + t[leftStart].text;
     t[i].text = ",";
@@ -560,8 +619,8 @@ void markCaseInsensitive(std::vector<Token> &t, const std::vector<std::string> &
         marks.push_back(after);
       else if (leftLiteral || (before > 0 && textParam(before - 1)))
         marks.push_back(before - 1);
-      else if (inOn && fieldRefEnd(t, after) > after)
-        marks.push_back(fieldRefEnd(t, after) - 1);
+      else if (fieldRefEnd(t, after) > after && (inOn || (before > 0 && isNamePart(t[before - 1]))))
+        marks.push_back(fieldRefEnd(t, after) - 1);  // field to field: text compares without case
     }
     if ((is(k, "ORDER") || is(k, "GROUP")) && nextSolid(t, i + 1) < t.size() && is(t[nextSolid(t, i + 1)], "BY")) {
       size_t j = nextSolid(t, i + 1) + 1;
@@ -597,7 +656,7 @@ void markCaseInsensitive(std::vector<Token> &t, const std::vector<std::string> &
 }
 
 std::string rewriteAccessSql(const std::string &sql, const std::vector<std::string> &params,
-                             const std::vector<std::string> &textParams) {
+                             const std::vector<std::string> &textParams, const std::set<std::string> &textFields) {
   std::string joined = rewriteJoinedWrite(sql);
   std::vector<Token> t = tokenize(joined);
   bool defined = translateDefinition(t);
@@ -645,7 +704,7 @@ std::string rewriteAccessSql(const std::string &sql, const std::vector<std::stri
     } else if (k.kind == Tok::kPunct && k.text == "&") {
       out += "||";
       changed = true;
-    } else if (k.kind == Tok::kPunct && k.text == "+" && plusJoinsText(t, i)) {
+    } else if (k.kind == Tok::kPunct && k.text == "+" && plusJoinsText(t, i, textFields)) {
       out += "||";
       changed = true;
     } else if (int yes = yesNoConstant(t, i); yes != 0) {
@@ -690,7 +749,7 @@ std::string rewriteAccessSql(const std::string &sql, const std::vector<std::stri
         std::string rest;
         for (size_t k = from; k < stop; ++k) rest += t[k].text;
         limit = "(SELECT CAST(count(*) * " + t[num].text + " / 100.0 + 0.9999999 AS INTEGER) FROM (" +
-                rewriteAccessSql("SELECT 1 " + rest, params) + "))";
+                rewriteAccessSql("SELECT 1 " + rest, params, textParams, textFields) + "))";
         i = pct;
       }
       limits.push_back({depth, limit});

@@ -8,6 +8,7 @@
 // date/time field, stored as text "YYYY-MM-DD HH:MM:SS" so that it sorts and
 // compares as text. Integers leave the engine as 32-bit integers when they
 // fit and as reals otherwise. Blobs have no engine value and read as null.
+#include <cctype>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -117,6 +118,11 @@ FieldKind fieldKindOf(const std::string &declType) {
   std::string u = asciiUpper(declType);
   if (u == "BIT" || u == "YESNO" || u == "LOGICAL" || contains(u, "BOOL")) return FieldKind::kYesNo;
   if (contains(u, "DATE") || contains(u, "TIME")) return FieldKind::kDate;
+  size_t end = 0;
+  while (end < u.size() && std::isalpha(static_cast<unsigned char>(u[end]))) ++end;
+  std::string word = u.substr(0, end);
+  for (const char *real : {"SINGLE", "DOUBLE", "CURRENCY", "DECIMAL", "NUMERIC", "MONEY", "FLOAT", "REAL"})
+    if (word == real) return FieldKind::kReal;
   return FieldKind::kPlain;
 }
 
@@ -146,6 +152,7 @@ Value fromRaw(RawValue raw, FieldKind kind) {
   }
   switch (raw.type) {
     case SQLITE_INTEGER:
+      if (kind == FieldKind::kReal) return Value::real(static_cast<double>(raw.i));
       if (raw.i >= INT32_MIN && raw.i <= INT32_MAX) return Value::integer(static_cast<int32_t>(raw.i));
       return Value::real(static_cast<double>(raw.i));
     case SQLITE_FLOAT:
@@ -227,6 +234,7 @@ bool toRaw(const Value &v, const ColumnInfo &col, RawValue *out, std::string *er
       }
       return true;
     case FieldKind::kPlain:
+    case FieldKind::kReal:
       break;
   }
   bool numeric = col.affinity == Affinity::kInteger || col.affinity == Affinity::kReal ||
