@@ -149,7 +149,7 @@ const std::set<std::string> &SqliteEngine::textFields() {
   textFields_.clear();
   std::set<std::string> others;
   if (Stmt st = prepare("SELECT p.name, p.type FROM sqlite_master AS m, pragma_table_info(m.name) AS p "
-                        "WHERE m.type IN ('table', 'view')")) {
+                        "WHERE m.type IN ('table', 'view') AND m.name NOT LIKE 'sqlite\\_%' ESCAPE '\\'")) {
     while (sqlite3_step(st.get()) == SQLITE_ROW) {
       const char *name = reinterpret_cast<const char *>(sqlite3_column_text(st.get(), 0));
       const char *type = reinterpret_cast<const char *>(sqlite3_column_text(st.get(), 1));
