@@ -436,6 +436,18 @@ std::string rewriteJoinedWrite(const std::string &sql) {
            text(t, name + 1, t.size());
   }
   if (is(t[first], "UPDATE")) {
+    // Access writes joins of three tables or more in parentheses:
+    // UPDATE (a INNER JOIN b ON c1) INNER JOIN c ON c2 SET ...; they go.
+    size_t open = nextSolid(t, first + 1);
+    if (open < end && t[open].kind == Tok::kPunct && t[open].text == "(") {
+      size_t close = matchingClose(t, open);
+      if (close < end && findTop(t, close + 1, {"SET"}) < end) {
+        std::vector<Token> flat = t;
+        flat[open].text = " ";
+        flat[close].text = " ";
+        return rewriteJoinedWrite(text(flat, 0, flat.size()));
+      }
+    }
     size_t join = findTop(t, first + 1, {"JOIN", "SET"});
     if (join >= end || !is(t[join], "JOIN")) return sql;
     size_t targetEnd = join;
@@ -443,6 +455,11 @@ std::string rewriteJoinedWrite(const std::string &sql) {
     if (kind < t.size() && (is(t[kind], "INNER") || is(t[kind], "LEFT") || is(t[kind], "RIGHT"))) targetEnd = kind;
     size_t on = findTop(t, join + 1, {"ON"}), set = findTop(t, join + 1, {"SET"});
     if (on >= end || set >= end || on > set) return sql;
+    // More joins: the first join's condition goes to WHERE, the rest of the
+    // joins stay in FROM as written.
+    size_t onEnd = findTop(t, on + 1, {"INNER", "LEFT", "RIGHT", "JOIN", "SET"});
+    std::string joined = text(t, join + 1, on);
+    if (onEnd < set) joined += " " + text(t, onEnd, set);
     size_t where = findTop(t, set + 1, {"WHERE"});
     if (where > end) where = end;
     // SET a.x = ... -> SET x = ...: the table before each assigned field goes.
@@ -460,8 +477,8 @@ std::string rewriteJoinedWrite(const std::string &sql) {
       }
       assigns += t[k].text;
     }
-    std::string out = text(t, 0, targetEnd) + " SET" + assigns + " FROM " + text(t, join + 1, on) + " WHERE (" +
-                      text(t, on + 1, set) + ")";
+    std::string out = text(t, 0, targetEnd) + " SET" + assigns + " FROM " + joined + " WHERE (" +
+                      text(t, on + 1, std::min(onEnd, set)) + ")";
     if (where < end) out += " AND (" + text(t, where + 1, end) + ")";
     return out + text(t, end, t.size());
   }
@@ -471,6 +488,7 @@ std::string rewriteJoinedWrite(const std::string &sql) {
     size_t join = findTop(t, from + 1, {"JOIN", "WHERE"});
     if (join >= end || !is(t[join], "JOIN")) return sql;
     size_t name = nextSolid(t, from + 1);
+    while (name < join && t[name].kind == Tok::kPunct && t[name].text == "(") name = nextSolid(t, name + 1);
     if (name >= join || !isNamePart(t[name])) return sql;
     // The deleted table's name, and what the joined select calls it.
     std::string qualifier = t[name].text;
@@ -480,7 +498,7 @@ std::string rewriteJoinedWrite(const std::string &sql) {
         !is(t[next], "RIGHT"))
       qualifier = t[next].text;
     return text(t, 0, first) + "DELETE FROM " + t[name].text + " WHERE rowid IN (SELECT " + qualifier +
-           ".rowid FROM " + text(t, name, end) + ")" + text(t, end, t.size());
+           ".rowid FROM " + text(t, nextSolid(t, from + 1), end) + ")" + text(t, end, t.size());
   }
   return sql;
 }

@@ -274,6 +274,36 @@ TEST_F(EngineSqlTest, JoinedUpdatesAndDeletesAsAccessWritesThem) {
   EXPECT_EQ(rawScalar(db, "SELECT group_concat(tag) FROM (SELECT tag FROM d ORDER BY tag)"), "S-2,SX");
 }
 
+// Three tables joined, flat and in Access's parentheses: each update and
+// delete touches the rows that all the joins match.
+TEST_F(EngineSqlTest, UpdatesAndDeletesOverMoreThanOneJoin) {
+  rawSql(db,
+         "CREATE TABLE colours(tag TEXT, colour INTEGER);"
+         "INSERT INTO colours VALUES ('s-1', 5), ('R-7', 9), ('S-2', 3);"
+         "CREATE TABLE names(colour INTEGER, name TEXT);"
+         "INSERT INTO names VALUES (5, 'red'), (9, 'blue');");
+  int32_t n = 0;
+  ASSERT_TRUE(e->ExecuteCommand("UPDATE d INNER JOIN colours AS c ON d.tag = c.tag INNER JOIN names AS m ON "
+                                "c.colour = m.colour SET d.note = m.name WHERE d.width > 260",
+                                &n))
+      << e->GetLastError().description;
+  EXPECT_EQ(n, 1);
+  ASSERT_TRUE(e->ExecuteCommand("UPDATE (d INNER JOIN colours ON d.tag = colours.tag) INNER JOIN names ON "
+                                "colours.colour = names.colour SET d.width = names.colour",
+                                &n))
+      << e->GetLastError().description;
+  EXPECT_EQ(n, 2);
+  EXPECT_EQ(rawScalar(db, "SELECT group_concat(tag || '=' || width || coalesce(note, '')) FROM (SELECT * FROM d "
+                          "ORDER BY tag)"),
+            "R-7=9,S-1=5red,S-2=300recirc,SX=500spare_part");
+  ASSERT_TRUE(e->ExecuteCommand("DELETE d.* FROM (d INNER JOIN colours ON d.tag = colours.tag) INNER JOIN names "
+                                "ON colours.colour = names.colour WHERE names.name = 'blue'",
+                                &n))
+      << e->GetLastError().description;
+  EXPECT_EQ(n, 1);
+  EXPECT_EQ(rawScalar(db, "SELECT group_concat(tag) FROM (SELECT tag FROM d ORDER BY tag)"), "S-1,S-2,SX");
+}
+
 TEST_F(EngineSqlTest, TopPercentAndSelectIntoAsAccessHasThem) {
   EXPECT_EQ(rows("SELECT TOP 50 PERCENT tag FROM d ORDER BY width DESC"), "tag=\"SX\" | tag=\"S-1\"");
   EXPECT_EQ(rows("SELECT TOP 30 PERCENT tag FROM [d] WHERE made >= #1/1/2024# ORDER BY tag"), "tag=\"R-7\"");
