@@ -237,6 +237,7 @@ uint32_t SqliteEngine::dataVersion() {
 }
 
 void SqliteEngine::afterWrite(Cursor *keep) {
+  wrote_ = true;
   // A commit may have checkpointed into the file: its new state is our own.
   CheckpointMark mark{};
   if (haveMark_ && checkpointMark(&mark) && mark != mark_) noteOwnFileState();
@@ -373,6 +374,7 @@ std::string SqliteEngine::Open(const std::string &path, int32_t options, bool re
   // call each: a seek reads a few pages, and the copies were a good part of
   // its cost. SQLite falls back to plain reads where mapping is not possible.
   sqlite3_exec(db_, "PRAGMA mmap_size=268435456", nullptr, nullptr, nullptr);
+  wrote_ = false;
   registerAccessFunctions(db_);
   watchInterrupts(db_);
   attachStoredQueries();

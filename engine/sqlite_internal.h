@@ -298,6 +298,9 @@ class SqliteEngine final : public Engine {
   const std::set<std::string> &textFields();
   std::set<std::string> textFields_;
   int textFieldsVersion_ = -1;
+  // Whether this connection wrote since it opened: one that wrote nothing
+  // leaves the journal mode alone when it closes.
+  bool wrote_ = false;
   LastError error_;
   std::map<std::string, std::unique_ptr<Cursor>> cursors_;  // by lower-case table name
   Cursor *current_ = nullptr;
