@@ -427,6 +427,62 @@ std::string rewriteJoinedWrite(const std::string &sql) {
       end = k;
       break;
     }
+  if (is(t[first], "SELECT")) {
+    // SELECT DISTINCTROW q.a, q.* ... FROM ... JOIN ...: each record of q's
+    // table once, whatever the joins matched (Access's DISTINCTROW works on
+    // whole records of the tables whose fields are selected):
+    //   SELECT q.a ... FROM t AS q WHERE q.rowid IN (SELECT q.rowid FROM ...) [ORDER BY ...]
+    // Only when every selected field is qualified by the one table; other
+    // forms run as DISTINCT.
+    size_t dr = nextSolid(t, first + 1);
+    if (dr < end && is(t[dr], "DISTINCTROW")) {
+      size_t from = findTop(t, dr + 1, {"FROM"});
+      size_t join = from < end ? findTop(t, from + 1, {"JOIN"}) : end;
+      size_t order = from < end ? findTop(t, from + 1, {"ORDER"}) : end;
+      if (order > end) order = end;
+      std::string q;
+      bool one = from < end && join < order;
+      int depth = 0;
+      bool expectField = true;
+      for (size_t k = dr + 1; one && k < from; ++k) {  // every item: q.name or q.*
+        if (t[k].kind == Tok::kSpace) continue;
+        if (t[k].text == "(") ++depth;
+        if (t[k].text == ")") --depth;
+        if (depth == 0 && t[k].text == ",") {
+          expectField = true;
+          continue;
+        }
+        if (!expectField) continue;
+        expectField = false;
+        if (!isNamePart(t[k]) || k + 2 >= from || t[k + 1].text != "." ||
+            !(isNamePart(t[k + 2]) || t[k + 2].text == "*") || (!q.empty() && nameOf(t[k]) != q)) {
+          one = false;
+          break;
+        }
+        q = nameOf(t[k]);
+        size_t after = nextSolid(t, k + 3);  // only "AS alias" may follow the field
+        if (after < from && t[after].text != "," && !is(t[after], "AS")) one = false;
+      }
+      // The table that q names: "table [AS] q" or the table itself in FROM.
+      std::string table;
+      for (size_t k = from + 1; one && k < order; ++k) {
+        if (!isNamePart(t[k]) || is(t[k], "AS") || is(t[k], "ON") || is(t[k], "INNER") || is(t[k], "JOIN"))
+          continue;
+        size_t next = nextSolid(t, k + 1);
+        if (next < order && is(t[next], "AS")) next = nextSolid(t, next + 1);
+        if (nameOf(t[k]) == q || (next < order && isNamePart(t[next]) && nameOf(t[next]) == q)) {
+          table = t[k].text;
+          break;
+        }
+      }
+      if (one && !q.empty() && !table.empty()) {
+        std::string alias = nameOf(Token{Tok::kWord, table}) == q ? "" : " AS " + quoteIdent(q);
+        return text(t, 0, first) + "SELECT" + text(t, dr + 1, from) + "FROM " + table + alias + " WHERE " +
+               quoteIdent(q) + ".rowid IN (SELECT " + quoteIdent(q) + ".rowid " + text(t, from, order) + ")" +
+               (order < end ? " " + text(t, order, end) : std::string()) + text(t, end, t.size());
+      }
+    }
+  }
   if (is(t[first], "SELECT")) {  // SELECT ... INTO new_table FROM ... -> CREATE TABLE new_table AS SELECT ...
     size_t into = findTop(t, first + 1, {"INTO", "FROM"});
     if (into >= end || !is(t[into], "INTO")) return sql;

@@ -304,6 +304,22 @@ TEST_F(EngineSqlTest, UpdatesAndDeletesOverMoreThanOneJoin) {
   EXPECT_EQ(rawScalar(db, "SELECT group_concat(tag) FROM (SELECT tag FROM d ORDER BY tag)"), "S-1,S-2,SX");
 }
 
+// DISTINCTROW over a join gives each record of the selected table once,
+// however many rows of the other table match it, and two records that hold
+// the same values both (DISTINCT would fold them into one).
+TEST_F(EngineSqlTest, DistinctRowWithAJoinGivesEachSelectedRecordOnce) {
+  rawSql(db,
+         "INSERT INTO d(tag, width) VALUES ('S-1', 400);"
+         "CREATE TABLE hangers(tag TEXT, spacing REAL);"
+         "INSERT INTO hangers VALUES ('S-1', 1.5), ('s-1', 2.0), ('R-7', 1.0), ('R-7', 3.0);");
+  EXPECT_EQ(rows("SELECT DISTINCTROW d.tag, d.width FROM d INNER JOIN hangers AS h ON d.tag = h.tag "
+                 "WHERE h.spacing > 0 ORDER BY d.tag"),
+            "tag=\"R-7\" width=250 | tag=\"S-1\" width=400 | tag=\"S-1\" width=400");
+  EXPECT_EQ(rows("SELECT DISTINCTROW x.tag FROM d AS x INNER JOIN hangers ON x.tag = hangers.tag "
+                 "WHERE hangers.spacing > 1.2"),
+            "tag=\"S-1\" | tag=\"R-7\" | tag=\"S-1\"");
+}
+
 TEST_F(EngineSqlTest, TopPercentAndSelectIntoAsAccessHasThem) {
   EXPECT_EQ(rows("SELECT TOP 50 PERCENT tag FROM d ORDER BY width DESC"), "tag=\"SX\" | tag=\"S-1\"");
   EXPECT_EQ(rows("SELECT TOP 30 PERCENT tag FROM [d] WHERE made >= #1/1/2024# ORDER BY tag"), "tag=\"R-7\"");
