@@ -274,15 +274,33 @@ size_t fieldRefEnd(const std::vector<Token> &t, size_t i) {
   return e;
 }
 
-// Access's "+" between texts concatenates. Without the operands' types, a
-// "+" with a text literal on either side is taken as joining texts
-// (System + '-' + Linetype); "+" between two fields stays SQLite's addition.
-bool plusJoinsText(const std::vector<Token> &t, size_t i) {
+// Access's "+" between texts concatenates, between numbers adds. A "+" with
+// a text literal on either side joins texts (System + '-' + Linetype), and
+// so does one between two text operands, a text operand being a literal or
+// a field the schema declares as text (`textFields`, lower-case names, a
+// qualified name by its last part); anything else stays SQLite's addition.
+std::string nameOf(const Token &k) {
+  if (k.kind == Tok::kWord) return asciiLower(k.text);
+  return asciiLower(k.text.size() >= 2 ? k.text.substr(1, k.text.size() - 2) : std::string());
+}
+
+bool plusJoinsText(const std::vector<Token> &t, size_t i, const std::set<std::string> &textFields) {
   size_t before = i;
   while (before > 0 && t[before - 1].kind == Tok::kSpace) --before;
   size_t after = nextSolid(t, i + 1);
-  if (before > 0 && t[before - 1].kind == Tok::kOther && t[before - 1].text == " COLLATE NOCASE") --before;
-  return (before > 0 && t[before - 1].kind == Tok::kSQuote) || (after < t.size() && t[after].kind == Tok::kSQuote);
+  if (before > 0 && t[before - 1].kind == Tok::kOther && t[before - 1].text == " COLLATE NOCASE") {
+    --before;
+    while (before > 0 && t[before - 1].kind == Tok::kSpace) --before;
+  }
+  bool leftLiteral = before > 0 && t[before - 1].kind == Tok::kSQuote;
+  bool rightLiteral = after < t.size() && t[after].kind == Tok::kSQuote;
+  if (leftLiteral || rightLiteral) return true;
+  if (textFields.empty() || before == 0) return false;
+  size_t left = before - 1;
+  bool leftText = isNamePart(t[left]) && textFields.count(nameOf(t[left])) > 0;
+  size_t rightEnd = fieldRefEnd(t, after);
+  bool rightText = rightEnd > after && textFields.count(nameOf(t[rightEnd - 1])) > 0;
+  return leftText && rightText;
 }
 
 // Access's definitions (CREATE TABLE, ALTER TABLE, CREATE INDEX, DROP
@@ -302,10 +320,30 @@ bool isTypePosition(const std::vector<Token> &t, size_t i) {
   return t[before].text == "(" || t[before].text == "," || is(t[before], "ADD") || is(t[before], "COLUMN");
 }
 
-// Access's integer division a \ b, for operands that are a number or a
-// field: vt_intdiv(a, b), which rounds both to whole numbers first as Access
-// does. An operand in parentheses or a call is left alone (SQLite then
-// refuses the backslash as a syntax error).
+// Access's integer division a \ b: vt_intdiv(a, b), which rounds both to
+// whole numbers first as Access does. An operand is a number (with its
+// sign, on the right), a field (name or table.name), an expression in
+// parentheses, or a call (name(...)).
+size_t matchingOpen(const std::vector<Token> &t, size_t close) {
+  int depth = 0;
+  for (size_t k = close + 1; k-- > 0;) {
+    if (t[k].kind != Tok::kPunct) continue;
+    if (t[k].text == ")") ++depth;
+    if (t[k].text == "(" && --depth == 0) return k;
+  }
+  return t.size();
+}
+
+size_t matchingClose(const std::vector<Token> &t, size_t open) {
+  int depth = 0;
+  for (size_t k = open; k < t.size(); ++k) {
+    if (t[k].kind != Tok::kPunct) continue;
+    if (t[k].text == "(") ++depth;
+    if (t[k].text == ")" && --depth == 0) return k;
+  }
+  return t.size();
+}
+
 bool translateIntegerDivision(std::vector<Token> &t) {
   bool changed = false;
   for (size_t i = 0; i < t.size(); ++i) {
@@ -313,7 +351,14 @@ bool translateIntegerDivision(std::vector<Token> &t) {
     size_t leftEnd = prevSolid(t, i), rightStart = nextSolid(t, i + 1);
     if (leftEnd >= t.size() || rightStart >= t.size()) continue;
     size_t leftStart = leftEnd;
-    if (t[leftEnd].kind != Tok::kNumber) {
+    if (t[leftEnd].kind == Tok::kPunct && t[leftEnd].text == ")") {
+      leftStart = matchingOpen(t, leftEnd);
+      if (leftStart >= t.size()) continue;
+      size_t callee = prevSolid(t, leftStart);  // a call: its name goes with it
+      if (callee < t.size() && t[callee].kind == Tok::kWord && !is(t[callee], "AND") && !is(t[callee], "OR") &&
+          !is(t[callee], "NOT") && !is(t[callee], "SELECT") && !is(t[callee], "WHERE") && !is(t[callee], "ON"))
+        leftStart = callee;
+    } else if (t[leftEnd].kind != Tok::kNumber) {
       if (!isNamePart(t[leftEnd])) continue;
       while (leftStart >= 2 && t[leftStart - 1].text == "." && isNamePart(t[leftStart - 2])) leftStart -= 2;
     }
@@ -321,7 +366,21 @@ bool translateIntegerDivision(std::vector<Token> &t) {
     if (t[rightStart].text == "-" && nextSolid(t, rightStart + 1) < t.size() &&
         t[nextSolid(t, rightStart + 1)].kind == Tok::kNumber)
       number = nextSolid(t, rightStart + 1);
-    size_t rightEnd = t[number].kind == Tok::kNumber ? number + 1 : fieldRefEnd(t, rightStart);
+    size_t rightEnd;
+    if (t[rightStart].kind == Tok::kPunct && t[rightStart].text == "(") {
+      size_t close = matchingClose(t, rightStart);
+      if (close >= t.size()) continue;
+      rightEnd = close + 1;
+    } else if (t[number].kind == Tok::kNumber) {
+      rightEnd = number + 1;
+    } else if (isNamePart(t[rightStart]) && nextSolid(t, rightStart + 1) < t.size() &&
+               t[nextSolid(t, rightStart + 1)].text == "(") {
+      size_t close = matchingClose(t, nextSolid(t, rightStart + 1));
+      if (close >= t.size()) continue;
+      rightEnd = close + 1;
+    } else {
+      rightEnd = fieldRefEnd(t, rightStart);
+    }
     if (rightEnd == rightStart) continue;
     t[leftStart].text = "vt_intdiv(" + t[leftStart].text;
     t[i].text = ",";
@@ -368,6 +427,62 @@ std::string rewriteJoinedWrite(const std::string &sql) {
       end = k;
       break;
     }
+  if (is(t[first], "SELECT")) {
+    // SELECT DISTINCTROW q.a, q.* ... FROM ... JOIN ...: each record of q's
+    // table once, whatever the joins matched (Access's DISTINCTROW works on
+    // whole records of the tables whose fields are selected):
+    //   SELECT q.a ... FROM t AS q WHERE q.rowid IN (SELECT q.rowid FROM ...) [ORDER BY ...]
+    // Only when every selected field is qualified by the one table; other
+    // forms run as DISTINCT.
+    size_t dr = nextSolid(t, first + 1);
+    if (dr < end && is(t[dr], "DISTINCTROW")) {
+      size_t from = findTop(t, dr + 1, {"FROM"});
+      size_t join = from < end ? findTop(t, from + 1, {"JOIN"}) : end;
+      size_t order = from < end ? findTop(t, from + 1, {"ORDER"}) : end;
+      if (order > end) order = end;
+      std::string q;
+      bool one = from < end && join < order;
+      int depth = 0;
+      bool expectField = true;
+      for (size_t k = dr + 1; one && k < from; ++k) {  // every item: q.name or q.*
+        if (t[k].kind == Tok::kSpace) continue;
+        if (t[k].text == "(") ++depth;
+        if (t[k].text == ")") --depth;
+        if (depth == 0 && t[k].text == ",") {
+          expectField = true;
+          continue;
+        }
+        if (!expectField) continue;
+        expectField = false;
+        if (!isNamePart(t[k]) || k + 2 >= from || t[k + 1].text != "." ||
+            !(isNamePart(t[k + 2]) || t[k + 2].text == "*") || (!q.empty() && nameOf(t[k]) != q)) {
+          one = false;
+          break;
+        }
+        q = nameOf(t[k]);
+        size_t after = nextSolid(t, k + 3);  // only "AS alias" may follow the field
+        if (after < from && t[after].text != "," && !is(t[after], "AS")) one = false;
+      }
+      // The table that q names: "table [AS] q" or the table itself in FROM.
+      std::string table;
+      for (size_t k = from + 1; one && k < order; ++k) {
+        if (!isNamePart(t[k]) || is(t[k], "AS") || is(t[k], "ON") || is(t[k], "INNER") || is(t[k], "JOIN"))
+          continue;
+        size_t next = nextSolid(t, k + 1);
+        if (next < order && is(t[next], "AS")) next = nextSolid(t, next + 1);
+        if (nameOf(t[k]) == q || (next < order && isNamePart(t[next]) && nameOf(t[next]) == q)) {
+          table = t[k].text;
+          break;
+        }
+      }
+      if (one && !q.empty() && !table.empty()) {
+        std::string alias = nameOf(Token{Tok::kWord, table}) == q ? "" : " AS " + quoteIdent(q);
+        return text(t, 0, first) + "SELECT" + text(t, dr + 1, from) + "FROM " + table + alias + " WHERE " +
+               quoteIdent(q) + ".rowid IN (SELECT " + quoteIdent(q) + ".rowid " + text(t, from, order) + ")" +
+               (order < end ? " " + text(t, order, end) : std::string()) + text(t, end, t.size());
+      }
+    }
+  }
   if (is(t[first], "SELECT")) {  // SELECT ... INTO new_table FROM ... -> CREATE TABLE new_table AS SELECT ...
     size_t into = findTop(t, first + 1, {"INTO", "FROM"});
     if (into >= end || !is(t[into], "INTO")) return sql;
@@ -377,6 +492,18 @@ std::string rewriteJoinedWrite(const std::string &sql) {
            text(t, name + 1, t.size());
   }
   if (is(t[first], "UPDATE")) {
+    // Access writes joins of three tables or more in parentheses:
+    // UPDATE (a INNER JOIN b ON c1) INNER JOIN c ON c2 SET ...; they go.
+    size_t open = nextSolid(t, first + 1);
+    if (open < end && t[open].kind == Tok::kPunct && t[open].text == "(") {
+      size_t close = matchingClose(t, open);
+      if (close < end && findTop(t, close + 1, {"SET"}) < end) {
+        std::vector<Token> flat = t;
+        flat[open].text = " ";
+        flat[close].text = " ";
+        return rewriteJoinedWrite(text(flat, 0, flat.size()));
+      }
+    }
     size_t join = findTop(t, first + 1, {"JOIN", "SET"});
     if (join >= end || !is(t[join], "JOIN")) return sql;
     size_t targetEnd = join;
@@ -384,6 +511,11 @@ std::string rewriteJoinedWrite(const std::string &sql) {
     if (kind < t.size() && (is(t[kind], "INNER") || is(t[kind], "LEFT") || is(t[kind], "RIGHT"))) targetEnd = kind;
     size_t on = findTop(t, join + 1, {"ON"}), set = findTop(t, join + 1, {"SET"});
     if (on >= end || set >= end || on > set) return sql;
+    // More joins: the first join's condition goes to WHERE, the rest of the
+    // joins stay in FROM as written.
+    size_t onEnd = findTop(t, on + 1, {"INNER", "LEFT", "RIGHT", "JOIN", "SET"});
+    std::string joined = text(t, join + 1, on);
+    if (onEnd < set) joined += " " + text(t, onEnd, set);
     size_t where = findTop(t, set + 1, {"WHERE"});
     if (where > end) where = end;
     // SET a.x = ... -> SET x = ...: the table before each assigned field goes.
@@ -401,8 +533,8 @@ std::string rewriteJoinedWrite(const std::string &sql) {
       }
       assigns += t[k].text;
     }
-    std::string out = text(t, 0, targetEnd) + " SET" + assigns + " FROM " + text(t, join + 1, on) + " WHERE (" +
-                      text(t, on + 1, set) + ")";
+    std::string out = text(t, 0, targetEnd) + " SET" + assigns + " FROM " + joined + " WHERE (" +
+                      text(t, on + 1, std::min(onEnd, set)) + ")";
     if (where < end) out += " AND (" + text(t, where + 1, end) + ")";
     return out + text(t, end, t.size());
   }
@@ -412,6 +544,7 @@ std::string rewriteJoinedWrite(const std::string &sql) {
     size_t join = findTop(t, from + 1, {"JOIN", "WHERE"});
     if (join >= end || !is(t[join], "JOIN")) return sql;
     size_t name = nextSolid(t, from + 1);
+    while (name < join && t[name].kind == Tok::kPunct && t[name].text == "(") name = nextSolid(t, name + 1);
     if (name >= join || !isNamePart(t[name])) return sql;
     // The deleted table's name, and what the joined select calls it.
     std::string qualifier = t[name].text;
@@ -421,7 +554,7 @@ std::string rewriteJoinedWrite(const std::string &sql) {
         !is(t[next], "RIGHT"))
       qualifier = t[next].text;
     return text(t, 0, first) + "DELETE FROM " + t[name].text + " WHERE rowid IN (SELECT " + qualifier +
-           ".rowid FROM " + text(t, name, end) + ")" + text(t, end, t.size());
+           ".rowid FROM " + text(t, nextSolid(t, from + 1), end) + ")" + text(t, end, t.size());
   }
   return sql;
 }
@@ -560,8 +693,8 @@ void markCaseInsensitive(std::vector<Token> &t, const std::vector<std::string> &
         marks.push_back(after);
       else if (leftLiteral || (before > 0 && textParam(before - 1)))
         marks.push_back(before - 1);
-      else if (inOn && fieldRefEnd(t, after) > after)
-        marks.push_back(fieldRefEnd(t, after) - 1);
+      else if (fieldRefEnd(t, after) > after && (inOn || (before > 0 && isNamePart(t[before - 1]))))
+        marks.push_back(fieldRefEnd(t, after) - 1);  // field to field: text compares without case
     }
     if ((is(k, "ORDER") || is(k, "GROUP")) && nextSolid(t, i + 1) < t.size() && is(t[nextSolid(t, i + 1)], "BY")) {
       size_t j = nextSolid(t, i + 1) + 1;
@@ -597,7 +730,7 @@ void markCaseInsensitive(std::vector<Token> &t, const std::vector<std::string> &
 }
 
 std::string rewriteAccessSql(const std::string &sql, const std::vector<std::string> &params,
-                             const std::vector<std::string> &textParams) {
+                             const std::vector<std::string> &textParams, const std::set<std::string> &textFields) {
   std::string joined = rewriteJoinedWrite(sql);
   std::vector<Token> t = tokenize(joined);
   bool defined = translateDefinition(t);
@@ -645,7 +778,7 @@ std::string rewriteAccessSql(const std::string &sql, const std::vector<std::stri
     } else if (k.kind == Tok::kPunct && k.text == "&") {
       out += "||";
       changed = true;
-    } else if (k.kind == Tok::kPunct && k.text == "+" && plusJoinsText(t, i)) {
+    } else if (k.kind == Tok::kPunct && k.text == "+" && plusJoinsText(t, i, textFields)) {
       out += "||";
       changed = true;
     } else if (int yes = yesNoConstant(t, i); yes != 0) {
@@ -690,7 +823,7 @@ std::string rewriteAccessSql(const std::string &sql, const std::vector<std::stri
         std::string rest;
         for (size_t k = from; k < stop; ++k) rest += t[k].text;
         limit = "(SELECT CAST(count(*) * " + t[num].text + " / 100.0 + 0.9999999 AS INTEGER) FROM (" +
-                rewriteAccessSql("SELECT 1 " + rest, params) + "))";
+                rewriteAccessSql("SELECT 1 " + rest, params, textParams, textFields) + "))";
         i = pct;
       }
       limits.push_back({depth, limit});

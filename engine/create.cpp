@@ -15,7 +15,13 @@ bool CreateDatabaseFile(const std::string &pathIn, LastError *error) {
     if (error) *error = {number, text};
     return false;
   };
+  // A database is a file: no name at all, or a name that ends in a
+  // separator or names a folder, is no place for one (SQLite would take an
+  // empty name for a temporary database, and a folder is not "existing").
   struct stat st;
+  if (path.empty()) return fail(errc::kInvalidPath, "The database file name is empty.");
+  if (path.back() == '/' || (::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode)))
+    return fail(errc::kInvalidPath, "'" + pathIn + "' is a folder, not a database file name.");
   if (::stat(path.c_str(), &st) == 0) return fail(errc::kDatabaseExists, "Database already exists.");
   std::string dir = path.substr(0, path.find_last_of('/') == std::string::npos ? 0 : path.find_last_of('/'));
   if (!dir.empty() && (::stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)))

@@ -154,4 +154,23 @@ EngineConnection createEngine(int32_t *hresult) {
   return std::make_shared<sqlite::SqliteEngine>();
 }
 
+namespace {
+std::atomic<bool (*)()> g_interruptCheck{nullptr};
+}  // namespace
+
+void setInterruptCheck(bool (*check)()) {
+  g_interruptCheck.store(check);
+}
+
+bool interruptRequested() {
+  bool (*check)() = g_interruptCheck.load(std::memory_order_relaxed);
+  return check && check();
+}
+
+namespace sqlite {
+void watchInterrupts(sqlite3 *db) {
+  sqlite3_progress_handler(db, 4096, [](void *) { return interruptRequested() ? 1 : 0; }, nullptr);
+}
+}  // namespace sqlite
+
 }  // namespace vantry::engine

@@ -85,7 +85,15 @@ bool rowidIsColumn(sqlite3 *db, const std::string &table, std::vector<std::strin
   return integerPk && pks == 1;
 }
 
-// Copies the readable rows of `table`; answers how many.
+// Copies the readable rows of `table`; answers how many, or -1 when the
+// person's interrupt stopped it.
+//
+// The walk goes in rowid order and only ever forwards: a row whose rowid is
+// not above the highest one copied (a damaged page can hand back keys out of
+// order, or the same stretch again) counts as damage, and a restart after
+// damage is taken only at a rowid above that highest one. So every restart
+// moves on, each damaged stretch costs at most 63 probes, and the walk ends
+// after at most as many restarts as the file has rows.
 int64_t salvageRows(sqlite3 *src, sqlite3 *dst, const std::string &table) {
   std::vector<std::string> columns;
   bool aliased = rowidIsColumn(dst, table, &columns);
@@ -111,47 +119,75 @@ int64_t salvageRows(sqlite3 *src, sqlite3 *dst, const std::string &table) {
   }
   int n = sqlite3_column_count(rd);
   int64_t from = INT64_MIN;  // the walk reads rowids >= from
-  int64_t base = 0;          // last rowid read, or 0 before any
+  bool any = false;          // whether a row was copied yet
+  int64_t high = 0;          // the highest rowid copied, once one was
+  bool cancelled = false;
   for (;;) {
     sqlite3_reset(rd);
     sqlite3_bind_int64(rd, 1, from);
     int rc;
     while ((rc = sqlite3_step(rd)) == SQLITE_ROW) {
-      base = sqlite3_column_int64(rd, 0);
+      int64_t rowid = sqlite3_column_int64(rd, 0);
+      if (any && rowid <= high) {
+        rc = SQLITE_CORRUPT;  // out of order: the index of the table is damaged here
+        break;
+      }
+      any = true;
+      high = rowid;
       for (int i = skip; i < n; ++i) sqlite3_bind_value(wr, i + 1 - skip, sqlite3_column_value(rd, i));
       if (sqlite3_step(wr) == SQLITE_DONE) ++copied;
       sqlite3_reset(wr);
+      if ((copied & 1023) == 0 && interruptRequested()) {
+        cancelled = true;
+        break;
+      }
     }
-    if (rc == SQLITE_DONE) break;
-    // A damaged stretch: probe ever further past the last good rowid for a
-    // place where the walk can start again.
+    if (cancelled || rc == SQLITE_DONE || (rc & 0xff) == SQLITE_INTERRUPT) {
+      cancelled |= (rc & 0xff) == SQLITE_INTERRUPT;
+      break;
+    }
+    if (!any && from != INT64_MIN) {
+      any = true;  // the row the walk restarted at cannot be read again: past it
+      high = from;
+    }
+    // A damaged stretch: probe ever further past the highest rowid copied
+    // for a place, beyond it, where the walk can start again.
+    int64_t base = any ? high : 0;
     bool resumed = false;
     for (int shift = 0; shift < 63 && !resumed && base <= INT64_MAX - (int64_t(1) << shift); ++shift) {
       sqlite3_reset(rd);
       sqlite3_bind_int64(rd, 1, base + (int64_t(1) << shift));
-      if (sqlite3_step(rd) == SQLITE_ROW) {
+      int probe = sqlite3_step(rd);
+      if ((probe & 0xff) == SQLITE_INTERRUPT) {
+        cancelled = true;
+        break;
+      }
+      if (probe == SQLITE_ROW && (!any || sqlite3_column_int64(rd, 0) > high)) {
         from = sqlite3_column_int64(rd, 0);
         resumed = true;
       }
     }
     if (!resumed) break;
-    base = from;  // progress even should `from` itself fail to read again
   }
   sqlite3_finalize(rd);
   sqlite3_finalize(wr);
-  return copied;
+  return cancelled ? -1 : copied;
 }
 
-// Salvages what `src` still holds into the fresh database `dst`. False when
-// not even the schema can be read.
-bool salvage(sqlite3 *src, sqlite3 *dst) {
+// Salvages what `src` still holds into the fresh database `dst`: SQLITE_OK,
+// SQLITE_NOTADB when not even the schema can be read, SQLITE_INTERRUPT when
+// the person's interrupt stopped it.
+int salvage(sqlite3 *src, sqlite3 *dst) {
   std::vector<SchemaEntry> schema = readSchema(src);
-  if (schema.empty()) return false;
+  if (schema.empty()) return interruptRequested() ? SQLITE_INTERRUPT : SQLITE_NOTADB;
   sqlite3_exec(dst, "PRAGMA journal_mode=OFF; PRAGMA synchronous=OFF; BEGIN", nullptr, nullptr, nullptr);
   for (const SchemaEntry &e : schema) {
     if (e.type != "table" || e.name.rfind("sqlite_", 0) == 0 || e.sql.empty()) continue;
-    if (sqlite3_exec(dst, e.sql.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK)
-      salvageRows(src, dst, e.name);
+    if (sqlite3_exec(dst, e.sql.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK &&
+        salvageRows(src, dst, e.name) < 0) {
+      sqlite3_exec(dst, "ROLLBACK", nullptr, nullptr, nullptr);
+      return SQLITE_INTERRUPT;
+    }
   }
   // Counters keep the highest value they had, so numbers are never reused.
   sqlite3_stmt *seq = nullptr;
@@ -169,7 +205,7 @@ bool salvage(sqlite3 *src, sqlite3 *dst) {
   sqlite3_finalize(seq);
   for (const SchemaEntry &e : schema)
     if (e.type != "table" && !e.sql.empty()) sqlite3_exec(dst, e.sql.c_str(), nullptr, nullptr, nullptr);
-  return sqlite3_exec(dst, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK;
+  return sqlite3_exec(dst, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK ? SQLITE_OK : SQLITE_NOTADB;
 }
 
 }  // namespace
@@ -192,6 +228,7 @@ bool SqliteEngine::CompactDatabase(const std::string &source, const std::string 
   if (rc == SQLITE_OK) {
     sqlite3_extended_result_codes(in.h, 1);
     sqlite3_busy_timeout(in.h, 2000);
+    watchInterrupts(in.h);
     rc = checkSource(in.h);
   }
   bool replaced = files::replaceFile(dst, [&](const std::string &tmp) {
@@ -202,13 +239,15 @@ bool SqliteEngine::CompactDatabase(const std::string &source, const std::string 
     } else if ((rc & 0xff) == SQLITE_CORRUPT || (rc & 0xff) == SQLITE_NOTADB) {
       Db out;
       rc = sqlite3_open_v2(tmp.c_str(), &out.h, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
-      if (rc == SQLITE_OK && !salvage(in.h, out.h)) rc = SQLITE_NOTADB;
+      if (rc == SQLITE_OK) rc = salvage(in.h, out.h);
     }
     return rc == SQLITE_OK;
   });
   if (replaced) return true;
   if (rc == SQLITE_OK) rc = SQLITE_CANTOPEN;
   switch (rc & 0xff) {
+    case SQLITE_INTERRUPT:
+      return fail(errc::kCancelled, "Operation canceled by user.");
     case SQLITE_NOTADB:
     case SQLITE_CORRUPT:
       return fail(errc::kUnrecognizedFormat, "Unrecognized database format '" + source + "'.");

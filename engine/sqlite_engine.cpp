@@ -5,8 +5,10 @@
 // the process being killed; appends stay fast.
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstring>
 #include <mutex>
 #include <set>
@@ -57,6 +59,35 @@ std::string afterColon(const std::string &msg) {
 // few milliseconds there. Larger files get the header and schema check, plus
 // the memory of damage found later.
 constexpr off_t kFullCheckBytes = 2 << 20;
+
+}  // namespace
+
+namespace {
+
+// Whether nothing can write at `path`: its file system is mounted read-only,
+// or neither the file nor its folder may be written.
+bool onReadOnlyMedia(const std::string &path) {
+  struct statvfs fs {};
+  if (::statvfs(path.c_str(), &fs) == 0 && (fs.f_flag & ST_RDONLY)) return true;
+  size_t slash = path.find_last_of('/');
+  std::string dir = slash == std::string::npos ? "." : (slash == 0 ? "/" : path.substr(0, slash));
+  return ::access(path.c_str(), W_OK) != 0 && ::access(dir.c_str(), W_OK) != 0;
+}
+
+// A path as the path of a "file:" URI: '%', '?' and '#' escaped.
+std::string uriPath(const std::string &path) {
+  std::string out;
+  for (char c : path) {
+    if (c == '%' || c == '?' || c == '#') {
+      char buf[4];
+      std::snprintf(buf, sizeof buf, "%%%02X", static_cast<unsigned char>(c));
+      out += buf;
+    } else {
+      out += c;
+    }
+  }
+  return out;
+}
 
 }  // namespace
 
@@ -116,6 +147,8 @@ bool SqliteEngine::failSqlite(int rc, const std::string &sql) {
     case SQLITE_NOTADB:
       dead_ = true;
       return fail(errc::kUnrecognizedFormat, "Unrecognized database format '" + name_ + "'.");
+    case SQLITE_INTERRUPT:
+      return fail(errc::kCancelled, "Operation canceled by user.");
     case SQLITE_CANTOPEN:
       return fail(errc::kCannotOpen, "The database engine cannot open or write to the file '" + name_ + "'.");
     default:
@@ -205,6 +238,7 @@ uint32_t SqliteEngine::dataVersion() {
 }
 
 void SqliteEngine::afterWrite(Cursor *keep) {
+  wrote_ = true;
   // A commit may have checkpointed into the file: its new state is our own.
   CheckpointMark mark{};
   if (haveMark_ && checkpointMark(&mark) && mark != mark_) noteOwnFileState();
@@ -308,17 +342,32 @@ std::string SqliteEngine::Open(const std::string &path, int32_t options, bool re
     path_.clear();
     return std::string();
   }
-  sqlite3_extended_result_codes(db_, 1);
-  sqlite3_busy_timeout(db_, 2000);
   // A real read: the header and the whole schema must parse.
   bool full = (options & 1) != 0 || st.st_size <= kFullCheckBytes;
-  const char *probe = full ? "PRAGMA quick_check(1)" : "SELECT count(*) FROM sqlite_master";
-  sqlite3_stmt *ps = nullptr;
-  rc = sqlite3_prepare_v2(db_, probe, -1, &ps, nullptr);
-  if (rc == SQLITE_OK) rc = sqlite3_step(ps);
-  bool sound = rc == SQLITE_ROW &&
-               (!full || std::strcmp(reinterpret_cast<const char *>(sqlite3_column_text(ps, 0)), "ok") == 0);
-  sqlite3_finalize(ps);
+  bool sound = false;
+  auto probeFile = [&] {
+    sqlite3_extended_result_codes(db_, 1);
+    sqlite3_busy_timeout(db_, 2000);
+    const char *probe = full ? "PRAGMA quick_check(1)" : "SELECT count(*) FROM sqlite_master";
+    sqlite3_stmt *ps = nullptr;
+    rc = sqlite3_prepare_v2(db_, probe, -1, &ps, nullptr);
+    if (rc == SQLITE_OK) rc = sqlite3_step(ps);
+    sound = rc == SQLITE_ROW &&
+            (!full || std::strcmp(reinterpret_cast<const char *>(sqlite3_column_text(ps, 0)), "ok") == 0);
+    sqlite3_finalize(ps);
+  };
+  probeFile();
+  if (!sound && (rc & 0xff) == SQLITE_CANTOPEN && readOnly && onReadOnlyMedia(path_)) {
+    // A file in WAL mode (another program left it so) on media nothing can
+    // write: SQLite cannot make the journal's index beside it. Nothing can
+    // change the file there either, so it is read as immutable.
+    sqlite3_close_v2(db_);
+    db_ = nullptr;
+    char *uri = sqlite3_mprintf("file:%s?immutable=1", uriPath(path_).c_str());
+    rc = sqlite3_open_v2(uri, &db_, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_URI, nullptr);
+    sqlite3_free(uri);
+    if (rc == SQLITE_OK) probeFile();
+  }
   int primary = rc & 0xff;
   if (!sound && (primary == SQLITE_ROW || primary == SQLITE_NOTADB || primary == SQLITE_CORRUPT))
     return needsRepair();
@@ -337,7 +386,9 @@ std::string SqliteEngine::Open(const std::string &path, int32_t options, bool re
   // call each: a seek reads a few pages, and the copies were a good part of
   // its cost. SQLite falls back to plain reads where mapping is not possible.
   sqlite3_exec(db_, "PRAGMA mmap_size=268435456", nullptr, nullptr, nullptr);
+  wrote_ = false;
   registerAccessFunctions(db_);
+  watchInterrupts(db_);
   attachStoredQueries();
   readOnly_ = readOnly;
   dead_ = false;

@@ -8,6 +8,7 @@
 
 #include <array>
 #include <map>
+#include <set>
 #include <memory>
 #include <optional>
 #include <string>
@@ -50,6 +51,9 @@ class Stmt {
 };
 
 // How a field's values cross the interface, from its declared type.
+// kReal: a number type of Access's that holds fractions (SINGLE, DOUBLE,
+// CURRENCY, DECIMAL ...): SQLite keeps a whole value there as an integer,
+// which reads back as a real, as the field's type says.
 enum class FieldKind : uint8_t { kPlain, kYesNo, kDate, kReal };
 // SQLite's column affinity, from the declared type by SQLite's own rules.
 enum class Affinity : uint8_t { kInteger, kText, kBlob, kReal, kNumeric };
@@ -295,6 +299,14 @@ class SqliteEngine final : public Engine {
   bool haveMark_ = false;
   FileState fileState_;
   uint32_t seenVersion_ = 0;
+  // The fields declared as text in every table and view that has a field of
+  // that name (lower-case), for the dialect's "+"; kept per schema version.
+  const std::set<std::string> &textFields();
+  std::set<std::string> textFields_;
+  int textFieldsVersion_ = -1;
+  // Whether this connection wrote since it opened: one that wrote nothing
+  // leaves the journal mode alone when it closes.
+  bool wrote_ = false;
   LastError error_;
   std::map<std::string, std::unique_ptr<Cursor>> cursors_;  // by lower-case table name
   Cursor *current_ = nullptr;
@@ -306,8 +318,11 @@ class SqliteEngine final : public Engine {
 // (bare or bracketed) equal to params[i] become the bound parameter ?(i+1).
 // Parameters named in `textParams` hold text: compared with a field, they
 // compare without regard to case, as literals do.
+// `textFields` names (lower-case) the fields the schema declares as text:
+// "+" between two of them joins texts, as Access's does.
 std::string rewriteAccessSql(const std::string &sql, const std::vector<std::string> &params = {},
-                             const std::vector<std::string> &textParams = {});
+                             const std::vector<std::string> &textParams = {},
+                             const std::set<std::string> &textFields = {});
 // Splits "PARAMETERS a Text, [b c] Long; body" into names, types and body.
 // Text without the clause gives no names and the whole text as body; false
 // when the clause is malformed.
@@ -321,6 +336,10 @@ std::string accessPatternToRegex(const std::string &pattern);
 std::string formatValue(const std::string &value, bool numeric, double number, const std::string &format);
 // Registers the dialect's functions (IIf, Nz, UCase, ...) on a connection.
 void registerAccessFunctions(sqlite3 *db);
+// Makes every statement on `db` ask interruptRequested() every few thousand
+// steps; an interrupted statement fails with SQLITE_INTERRUPT and SQLite
+// rolls its changes back (engine.cpp).
+void watchInterrupts(sqlite3 *db);
 // Registers the dialect's date, conversion and other functions (access_dates.cpp).
 void registerAccessDateFunctions(sqlite3 *db);
 

@@ -239,6 +239,16 @@ void SqliteEngine::closeDatabase() {
     drop = wal_ && fileReplaced();
     // The replacement must not receive the old file's pages.
     if (drop) sqlite3_db_config(db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, static_cast<int *>(nullptr));
+    // Writing needs WAL; a file this connection wrote is left in the
+    // rollback journal's mode, which every reader can open, also from media
+    // that cannot be written (a WAL file there cannot be opened without its
+    // index beside it). The switch writes the file's header twice over an
+    // open and close, so a connection that wrote nothing skips it; when
+    // another connection still has the file open, the switch waits for it.
+    if (!drop && wal_ && !readOnly_ && wrote_) {
+      sqlite3_busy_timeout(db_, 0);
+      sqlite3_exec(db_, "PRAGMA journal_mode=DELETE", nullptr, nullptr, nullptr);
+    }
   }
   unwatchFile();
   wal_ = false;

@@ -45,7 +45,8 @@ bool convertParameter(const Value &v, const std::string &type, Value *out) {
 bool SqliteEngine::runStatement(const std::string &sql, const std::vector<RawValue> &params,
                                 ValueArray *result, int32_t *affected, bool refuseSelect) {
   if (!needDatabase()) return false;
-  std::string text = rewriteAccessSql(sql);
+  std::string text = sql.find('+') == std::string::npos ? rewriteAccessSql(sql)
+                                                         : rewriteAccessSql(sql, {}, {}, textFields());
   sqlite3_stmt *raw = nullptr;
   const char *tail = nullptr;
   int rc = sqlite3_prepare_v2(db_, text.c_str(), static_cast<int>(text.size()), &raw, &tail);
@@ -138,6 +139,29 @@ bool SqliteEngine::ExecuteCommand(const std::string &sql, int32_t *affected) {
   clearError();
   *affected = 0;
   return runStatement(sql, {}, nullptr, affected, true);
+}
+
+const std::set<std::string> &SqliteEngine::textFields() {
+  int version = -1;
+  if (Stmt v = prepare("PRAGMA schema_version"); v && sqlite3_step(v.get()) == SQLITE_ROW)
+    version = sqlite3_column_int(v.get(), 0);
+  if (version == textFieldsVersion_ && version != -1) return textFields_;
+  textFields_.clear();
+  std::set<std::string> others;
+  if (Stmt st = prepare("SELECT p.name, p.type FROM sqlite_master AS m, pragma_table_info(m.name) AS p "
+                        "WHERE m.type IN ('table', 'view') AND m.name NOT LIKE 'sqlite\\_%' ESCAPE '\\'")) {
+    while (sqlite3_step(st.get()) == SQLITE_ROW) {
+      const char *name = reinterpret_cast<const char *>(sqlite3_column_text(st.get(), 0));
+      const char *type = reinterpret_cast<const char *>(sqlite3_column_text(st.get(), 1));
+      std::string t = type ? type : "";
+      bool text = affinityOf(t) == Affinity::kText && fieldKindOf(t) == FieldKind::kPlain;
+      (text ? textFields_ : others).insert(asciiLower(name ? name : ""));
+    }
+  }
+  for (const std::string &o : others) textFields_.erase(o);
+  clearError();
+  textFieldsVersion_ = version;
+  return textFields_;
 }
 
 bool SqliteEngine::CreateQuery(const std::string &name, const std::string &sql) {

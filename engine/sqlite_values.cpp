@@ -8,6 +8,7 @@
 // date/time field, stored as text "YYYY-MM-DD HH:MM:SS" so that it sorts and
 // compares as text. Integers leave the engine as 32-bit integers when they
 // fit and as reals otherwise. Blobs have no engine value and read as null.
+#include <cctype>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -117,11 +118,11 @@ FieldKind fieldKindOf(const std::string &declType) {
   std::string u = asciiUpper(declType);
   if (u == "BIT" || u == "YESNO" || u == "LOGICAL" || contains(u, "BOOL")) return FieldKind::kYesNo;
   if (contains(u, "DATE") || contains(u, "TIME")) return FieldKind::kDate;
-  // Access's fractional types: SQLite keeps a whole amount as an integer
-  // (CURRENCY and SINGLE have numeric affinity), but it reads as a real.
-  if (u == "CURRENCY" || u == "MONEY" || u == "SINGLE" || contains(u, "REAL") || contains(u, "FLOA") ||
-      contains(u, "DOUB"))
-    return FieldKind::kReal;
+  size_t end = 0;
+  while (end < u.size() && std::isalpha(static_cast<unsigned char>(u[end]))) ++end;
+  std::string word = u.substr(0, end);
+  for (const char *real : {"SINGLE", "DOUBLE", "CURRENCY", "DECIMAL", "NUMERIC", "MONEY", "FLOAT", "REAL"})
+    if (word == real) return FieldKind::kReal;
   return FieldKind::kPlain;
 }
 

@@ -393,6 +393,11 @@ Value callExternal(Interp &in, const lisp::Exrxsubr &fn, const Value *args, int 
   calls.pop_back();
   if (call.pendingError) in.error(*call.pendingError);
   if (rc == RSERR) in.error(kExternalFailed);
+  if (rc == RTCAN) {
+    // The function stopped for the person's Esc: the LISP is cancelled with it.
+    if (in.output) in.output(L"*Cancel*\n");
+    in.error(L"Function cancelled");
+  }
   return call.result;
 }
 

@@ -34,7 +34,8 @@ inline constexpr long kObjectExists = 3012;         // a table, view or query of
 inline constexpr long kNoCurrentIndex = 3019;      // a seek on a table opened in insertion order
 inline constexpr long kNoCurrentRecord = 3021;      // past either end, key not found, record deleted
 inline constexpr long kDuplicateKey = 3022;         // unique index or primary key violated
-inline constexpr long kCouldNotFindFile = 3024;     // database file does not exist
+inline constexpr long kCouldNotFindFile = 3024;
+inline constexpr long kCancelled = 3059;            // stopped by the person's interrupt (Esc)     // database file does not exist
 inline constexpr long kReadOnly = 3027;             // write on a database opened read-only
 inline constexpr long kDiskOrNetwork = 3043;        // I/O failure, file vanished
 inline constexpr long kInvalidPath = 3044;          // directory part of a path does not exist
@@ -305,6 +306,15 @@ Env &env();
 // trusting its last look. Changes made by other processes are seen at most a
 // few milliseconds late (sqlite_liveness.cpp).
 void noteFileSystemChange();
+
+// The person's interrupt, asked by long operations (a statement's run, a
+// fetch of many rows, a compact's salvage, a long walk) at their safe points.
+// When `check` answers true the operation stops there, what it had begun is
+// rolled back, and it fails with errc::kCancelled. The module installs the
+// host's user break; null (the default) never interrupts. `check` may
+// consume the request: an operation that saw it true stops for certain.
+void setInterruptCheck(bool (*check)());
+bool interruptRequested();
 
 // Creates a new, empty database file of the engine's kind at `path` ("\" read
 // as "/"). False, with *error set, when the file exists already (3204) or

@@ -196,6 +196,8 @@ int vt_compact() {
     database::setLastError(e.number, text);
     database::printEngineError(e.number, text);
   }
+  // Stopped by the person's Esc: the host says "*Cancel*"; no box asks about it.
+  if (e.number == engine::errc::kCancelled) return 0;
   // A buffer of 15 characters: a longer name is not shown.
   wchar_t computer[15];
   DWORD size = 15;

@@ -10,6 +10,18 @@
 
 namespace vantry::database {
 
+namespace {
+
+// The engine's long operations ask this at their safe points: the person's
+// Esc (acedUsrBrk) stops them, and the call that ran them ends cancelled.
+bool userBreak() {
+  if (acedUsrBrk() == 0) return false;
+  frame::cancelCall();
+  return true;
+}
+
+}  // namespace
+
 DatabaseContext &context() {
   static DatabaseContext ctx;
   return ctx;
@@ -44,7 +56,9 @@ void setLastError(long number, const std::wstring &description) {
 }
 
 void printEngineError(long number, const std::wstring &description) {
-  if (number == engine::errc::kNoCurrentRecord) return;
+  // Running off a table's end is how a walk ends; a cancel is told by the
+  // host's "*Cancel*".
+  if (number == engine::errc::kNoCurrentRecord || number == engine::errc::kCancelled) return;
   if (number == engine::errc::kDiskOrNetwork) {
     acutPrintf(L"%s", L"\nA disk or network error occurred while trying to access the database.");
     acutPrintf(
@@ -119,6 +133,7 @@ void removeDocumentRecord(const std::wstring &fileName) {
 
 void clearContext() {
   DatabaseContext &c = context();
+  engine::setInterruptCheck(nullptr);  // the module's code goes with its unload
   releaseCurrent();
   c.entries.clear();
   c.lastError.clear();
@@ -141,6 +156,7 @@ using database::makeCurrent;
 // alive) costs one lookup of the document and two calls into the engine.
 void checkDatabaseBeforeCall() {
   DatabaseContext &c = context();
+  engine::setInterruptCheck(database::userBreak);  // cleared when the module unloads
   // The document's name is compared in place: this runs before every call.
   AcApDocument *current = acDocManager->curDocument();
   const ACHAR *doc = current && current->fileName() ? current->fileName() : L"";

@@ -8,6 +8,7 @@
 
 #include "database/context.h"
 #include "database/values.h"
+#include "frame/function_table.h"
 #include "frame/implementations.h"
 #include "frame/value_list.h"
 
@@ -97,6 +98,11 @@ int vt_append_withindexBody() {
           break;
         }
         if (stop) break;
+        // A long climb stops at the person's Esc, the table as it was.
+        if (acedUsrBrk()) {
+          frame::cancelCall();
+          break;
+        }
         previous = v;
       }
     }

@@ -53,6 +53,12 @@ int runStatement(const std::wstring &sql, int mode) {
   std::string text = text::toUtf8(sql);
   engine::ValueArray result;
   bool ok = c->ExecuteSql(text, &result);
+  if (!ok && c->GetLastError().number == engine::errc::kCancelled) {
+    // Stopped by the person's Esc, its changes rolled back: not a lost
+    // connection, so no reopen and no second run.
+    database::reportEngineError(c);
+    return 0;
+  }
   if (!ok) {
     std::wstring path = text::fromUtf8(c->GetName());
     bool readOnly;

@@ -33,8 +33,17 @@ AcApDocument *currentDocument() {
 
 }  // namespace
 
+namespace {
+bool g_cancelled = false;
+}  // namespace
+
+void cancelCall() {
+  g_cancelled = true;
+}
+
 int callFrame(Implementation impl) {
   acDocManager->lockDocument(currentDocument(), AcAp::kWrite, nullptr, nullptr, true);
+  g_cancelled = false;
   int status = impl();
   int result = RSRSLT;
   switch (status) {
@@ -57,6 +66,8 @@ int callFrame(Implementation impl) {
     default:
       break;
   }
+  if (g_cancelled) result = RTCAN;
+  g_cancelled = false;
   // The implementation may have switched documents: unlock the one current now.
   acDocManager->unlockDocument(currentDocument());
   return result;

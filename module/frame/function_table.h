@@ -40,8 +40,14 @@ const ACHAR *functionName(int code);
 
 // Runs an implementation as the host expects: the current document locked
 // for writing around it, its status turned into RSRSLT or RSERR with the
-// status's message. Exceptions are not caught here.
+// status's message. Exceptions are not caught here. A call that stopped for
+// the person's interrupt (cancelCall) answers RTCAN whatever its status: the
+// host cancels the LISP that called it, as Esc does.
 int callFrame(Implementation impl);
+
+// Tells the running call that it stopped for the person's interrupt (a long
+// call that saw acedUsrBrk answer 1 and left its work consistent).
+void cancelCall();
 
 // Runs the database layer's per-call check (database/context.cpp).
 void checkDatabaseBeforeCall();

@@ -13,6 +13,13 @@
 (assert-true "created file exists" (vt_exist db1))
 (assert-equal "create over an existing file" nil (vt_create_db db1))
 (assert-true "existing file error recorded" (wcmatch (vt_lastError) "(3204) *"))
+;; No name, or a folder's name, is no database file: a clear error, no file made.
+(mapcar
+  '(lambda (bad)
+     (vt_resetLastError)
+     (assert-equal (strcat "create_db_empty_or_folder: " bad) nil (vt_create_db bad))
+     (assert-true (strcat "create_db_empty_or_folder error: " bad) (wcmatch (vt_lastError) "(3044) *")))
+  (list "" (strcat tmp "/") tmp))
 (assert-equal "reset last error" "" (vt_resetLastError))
 (assert-equal "last error after reset" "" (vt_lastError))
 

@@ -165,6 +165,51 @@ TEST_F(EngineSqlTest, AccessDefinitionsMakeACounterAndKeepTheirTypes) {
             "Extra");
 }
 
+// Every Access type in a definition: each field takes and gives back values
+// as its type says. The number types that hold fractions (SINGLE, DOUBLE,
+// CURRENCY, DECIMAL) used to give a whole value back as an integer, SQLite
+// keeping it so under their names' numeric affinity.
+TEST_F(EngineSqlTest, EveryAccessTypeTakesAndGivesValuesAsItsFieldSays) {
+  int32_t n = 0;
+  ASSERT_TRUE(e->ExecuteCommand(
+      "CREATE TABLE T (ID AUTOINCREMENT, A TEXT(10), B VARCHAR(10), C CHAR(5), M MEMO, LT LONGTEXT, Y BYTE,"
+      " S SHORT, I INTEGER, L LONG, F SINGLE, D DOUBLE, CU CURRENCY, DE DECIMAL(10,2), YN YESNO, BI BIT,"
+      " DT DATETIME, O OLEOBJECT, LB LONGBINARY)",
+      &n))
+      << e->GetLastError().description;
+  ASSERT_TRUE(e->OpenTable("T", ""));
+  Record r;
+  ASSERT_TRUE(e->AppendRecord({{"A", Value::text("007")}, {"B", Value::text("008")}, {"C", Value::text("09")},
+                               {"M", Value::text("010")}, {"LT", Value::text("011")}, {"Y", Value::real(12)},
+                               {"S", Value::integer(13)}, {"I", Value::text("14")}, {"L", Value::integer(15)},
+                               {"F", Value::integer(16)}, {"D", Value::integer(17)}, {"CU", Value::integer(18)},
+                               {"DE", Value::text("19")}, {"YN", Value::integer(1)}, {"BI", Value::boolean(false)},
+                               {"DT", Value::text("1/31/2024 10:00")}},
+                              false, &r))
+      << e->GetLastError().description;
+  EXPECT_EQ(show(r),
+            "ID=1 A=\"007\" B=\"008\" C=\"09\" M=\"010\" LT=\"011\" Y=12 S=13 I=14 L=15 F=16r D=17r CU=18r "
+            "DE=19r YN=<true> BI=<false> DT=#2024-01-31 10:00:00# O=<null> LB=<null>");
+  EXPECT_EQ(rows("SELECT CU, DE FROM T"), "CU=18r DE=19r");
+}
+
+// "+" joins texts when both sides are texts, fields as well as literals, and
+// adds numbers; two text fields compare without regard to case outside a
+// join's ON too; "\" takes operands in parentheses and calls.
+TEST_F(EngineSqlTest, PlusBetweenTextFieldsJoinsAndFieldComparisonsIgnoreCase) {
+  int32_t n = 0;
+  ASSERT_TRUE(e->ExecuteCommand("CREATE TABLE s (name TEXT(10), kind TEXT(10), n INTEGER)", &n));
+  ASSERT_TRUE(e->ExecuteCommand("INSERT INTO s VALUES ('s-1', 'supply', 3), ('r-7', 'return', 4)", &n));
+  EXPECT_EQ(rows("SELECT tag + note AS x FROM d WHERE id = 2"), "x=\"S-2recirc\"");
+  EXPECT_EQ(rows("SELECT name + '/' + kind AS x, kind + name AS y FROM s WHERE n = 3"),
+            "x=\"s-1/supply\" y=\"supplys-1\"");
+  EXPECT_EQ(rows("SELECT width + id AS x, n + n AS y FROM d, s WHERE d.id = 1 AND s.n = 3"), "x=401 y=6");
+  EXPECT_EQ(rows("SELECT d.tag FROM d, s WHERE d.tag = s.name ORDER BY d.tag"), "tag=\"R-7\" | tag=\"S-1\"");
+  EXPECT_EQ(rows("SELECT count(*) AS c FROM d, s WHERE s.name <> d.tag AND d.id = 1"), "c=1");
+  EXPECT_EQ(rows("SELECT (width + 1) \\ (id + 1) AS q, Abs(-7) \\ 2 AS r, width \\ (3) AS t FROM d WHERE id = 1"),
+            "q=200 r=3 t=133");
+}
+
 TEST_F(EngineSqlTest, AccessFunctionsAndConstantsGiveAccesssAnswers) {
   struct Case {
     const char *expr, *value;
@@ -227,6 +272,52 @@ TEST_F(EngineSqlTest, JoinedUpdatesAndDeletesAsAccessWritesThem) {
       << e->GetLastError().description;
   EXPECT_EQ(n, 2);  // S-1 matches 's-1' without regard to case, R-7 exactly
   EXPECT_EQ(rawScalar(db, "SELECT group_concat(tag) FROM (SELECT tag FROM d ORDER BY tag)"), "S-2,SX");
+}
+
+// Three tables joined, flat and in Access's parentheses: each update and
+// delete touches the rows that all the joins match.
+TEST_F(EngineSqlTest, UpdatesAndDeletesOverMoreThanOneJoin) {
+  rawSql(db,
+         "CREATE TABLE colours(tag TEXT, colour INTEGER);"
+         "INSERT INTO colours VALUES ('s-1', 5), ('R-7', 9), ('S-2', 3);"
+         "CREATE TABLE names(colour INTEGER, name TEXT);"
+         "INSERT INTO names VALUES (5, 'red'), (9, 'blue');");
+  int32_t n = 0;
+  ASSERT_TRUE(e->ExecuteCommand("UPDATE d INNER JOIN colours AS c ON d.tag = c.tag INNER JOIN names AS m ON "
+                                "c.colour = m.colour SET d.note = m.name WHERE d.width > 260",
+                                &n))
+      << e->GetLastError().description;
+  EXPECT_EQ(n, 1);
+  ASSERT_TRUE(e->ExecuteCommand("UPDATE (d INNER JOIN colours ON d.tag = colours.tag) INNER JOIN names ON "
+                                "colours.colour = names.colour SET d.width = names.colour",
+                                &n))
+      << e->GetLastError().description;
+  EXPECT_EQ(n, 2);
+  EXPECT_EQ(rawScalar(db, "SELECT group_concat(tag || '=' || width || coalesce(note, '')) FROM (SELECT * FROM d "
+                          "ORDER BY tag)"),
+            "R-7=9,S-1=5red,S-2=300recirc,SX=500spare_part");
+  ASSERT_TRUE(e->ExecuteCommand("DELETE d.* FROM (d INNER JOIN colours ON d.tag = colours.tag) INNER JOIN names "
+                                "ON colours.colour = names.colour WHERE names.name = 'blue'",
+                                &n))
+      << e->GetLastError().description;
+  EXPECT_EQ(n, 1);
+  EXPECT_EQ(rawScalar(db, "SELECT group_concat(tag) FROM (SELECT tag FROM d ORDER BY tag)"), "S-1,S-2,SX");
+}
+
+// DISTINCTROW over a join gives each record of the selected table once,
+// however many rows of the other table match it, and two records that hold
+// the same values both (DISTINCT would fold them into one).
+TEST_F(EngineSqlTest, DistinctRowWithAJoinGivesEachSelectedRecordOnce) {
+  rawSql(db,
+         "INSERT INTO d(tag, width) VALUES ('S-1', 400);"
+         "CREATE TABLE hangers(tag TEXT, spacing REAL);"
+         "INSERT INTO hangers VALUES ('S-1', 1.5), ('s-1', 2.0), ('R-7', 1.0), ('R-7', 3.0);");
+  EXPECT_EQ(rows("SELECT DISTINCTROW d.tag, d.width FROM d INNER JOIN hangers AS h ON d.tag = h.tag "
+                 "WHERE h.spacing > 0 ORDER BY d.tag"),
+            "tag=\"R-7\" width=250 | tag=\"S-1\" width=400 | tag=\"S-1\" width=400");
+  EXPECT_EQ(rows("SELECT DISTINCTROW x.tag FROM d AS x INNER JOIN hangers ON x.tag = hangers.tag "
+                 "WHERE hangers.spacing > 1.2"),
+            "tag=\"S-1\" | tag=\"R-7\" | tag=\"S-1\"");
 }
 
 TEST_F(EngineSqlTest, TopPercentAndSelectIntoAsAccessHasThem) {

@@ -1,0 +1,1 @@
+SELECT System + '-' + Linetype AS Label FROM Layers WHERE LayerName LIKE '[A-H]#*' OR LayerName LIKE 'PLMB_?*' GROUP BY System, Linetype

@@ -1,0 +1,1 @@
+SELECT Year(Made), Month(Made), DateAdd('m', 1, Made), DateDiff('ww', #1/31/2024#, Made), Format(Made, 'yyyy-mm-dd'), Format(Width, '0.00') FROM Layers

@@ -1,0 +1,1 @@
+DELETE Layers.* FROM Layers INNER JOIN Systems ON Layers.System = Systems.Name WHERE Systems.Cost IS NULL

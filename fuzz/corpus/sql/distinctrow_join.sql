@@ -1,0 +1,1 @@
+SELECT DISTINCTROW L.LayerName, S.Kind FROM Layers AS L INNER JOIN Systems AS S ON L.System = S.Name WHERE S.Kind = 'hvac'

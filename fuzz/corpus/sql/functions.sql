@@ -1,0 +1,1 @@
+SELECT IIf(Lined = True, 'Yes', 'No'), Nz(Note, '-'), UCase(Left(LayerName, 4)) & '-' & Mid(LayerName, 6), CInt(Width \ 3), Width Mod 7, Str(Color), Val('12abc') FROM Layers WHERE Lined = Yes

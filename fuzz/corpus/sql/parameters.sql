@@ -1,0 +1,1 @@
+PARAMETERS MinWidth Long, [Sys Name] Text; SELECT * FROM Layers WHERE Width >= [MinWidth] AND System = [Sys Name]

@@ -1,0 +1,1 @@
+SELECT TOP 5 [LayerName], Color FROM Layers WHERE LayerName LIKE 'HVAC*' ORDER BY LayerName

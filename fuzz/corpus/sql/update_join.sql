@@ -1,0 +1,1 @@
+UPDATE Layers INNER JOIN Systems ON Layers.System = Systems.Name SET Layers.Color = 7 WHERE Systems.Kind = 'HVAC'
