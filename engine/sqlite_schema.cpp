@@ -468,7 +468,10 @@ bool SqliteSchema::rebuild(const std::string &table, const TableDdl &ddl,
   }
   if (ok) ok = e_.txn(SqliteEngine::Txn::kCommit);
   if (!ok) {
+    // The description names the table, not the engine's temporary one.
     LastError kept = e_.GetLastError();
+    for (size_t at; (at = kept.description.find(temp)) != std::string::npos;)
+      kept.description.replace(at, temp.size(), table);
     sqlite3_exec(e_.db(), "ROLLBACK", nullptr, nullptr, nullptr);
     e_.fail(kept.number, kept.description);
   }
@@ -650,11 +653,16 @@ bool SqliteSchema::SetRequired(const std::string &table, const std::string &fiel
   for (const ColumnClause &c : col->clauses) now |= c.kind == "NOTNULL";
   if (now == required) return true;
   std::string name = col->name;
+  if (required) {
+    Stmt st = e_.prepare("SELECT 1 FROM " + quoteIdent(declared) + " WHERE " + quoteIdent(name) + " IS NULL LIMIT 1");
+    if (!st) return false;
+    if (sqlite3_step(st.get()) == SQLITE_ROW)
+      return e_.fail(errc::kRequired,
+                     "The field '" + name + "' cannot be made required: some records hold no value in it.");
+  }
   dropClauses(col, "NOTNULL");
   if (required) col->clauses.push_back(clause("NOTNULL", "NOT NULL"));
-  return rebuild(declared, ddl, copyAll(ddl), required ? quoteIdent(name) + " IS NULL" : std::string(),
-                 errc::kRequired,
-                 "The field '" + name + "' cannot be made required: some records hold no value in it.");
+  return rebuild(declared, ddl, copyAll(ddl));
 }
 
 bool SqliteSchema::RenameTable(const std::string &table, const std::string &newName) {
