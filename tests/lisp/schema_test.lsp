@@ -159,6 +159,8 @@
 (vt_connect db)
 (assert-equal "SQL reaches it after reopening" '((("Size" . 1))) (vt_sql "SELECT Size FROM Catalog"))
 (assert-equal "so does a cursor" "A" (progn (vt_table "Catalog") (cdr (assoc "Code" (vt_top)))))
+(assert-equal "and an append" "B" (cdr (assoc "Code" (vt_append '(("Code" . "B") ("Size" . 2))))))
+(assert-equal "which lands in the linked file" '((("n" . 2))) (vt_sql "SELECT count(*) AS n FROM Catalog"))
 (vt_close_db)
 (vl-file-delete other)
 (vt_connect db)

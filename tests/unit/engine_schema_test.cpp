@@ -30,7 +30,8 @@ class EngineSchemaTest : public ::testing::Test {
            "INSERT INTO Ducts(Tag, Width, Flow, Note, System) VALUES ('D-1', 400, 1.5, '12', 'Supply'),"
            "  ('D-2', 300, NULL, 'x', 'Return'), ('D-3', 250, 2.0, NULL, NULL);"
            "DELETE FROM Ducts WHERE ID = 3;"
-           "CREATE TABLE _vantry_queries(name TEXT, sql TEXT);");
+           "CREATE TABLE _vantry_queries(name TEXT, sql TEXT);"
+           "CREATE VIEW Wide AS SELECT Tag FROM Ducts WHERE Width > 300;");
     open(false);
   }
   void open(bool readOnly) {
@@ -117,6 +118,7 @@ TEST_F(EngineSchemaTest, RetypeKeepsDataIndexesTriggersRelationsAndTheCounter) {
   EXPECT_EQ(sql("INSERT INTO Ducts(Tag) VALUES ('n')"), "1");
   EXPECT_EQ(sql("SELECT ID, Width FROM Ducts WHERE Tag = 'n'"), "ID=4 Width=100");
   EXPECT_EQ(sql("SELECT count(*) AS n FROM Log"), "n=4") << "the trigger still runs";
+  EXPECT_EQ(sql("SELECT Tag FROM Wide"), "Tag=\"D-1\"") << "the view still reads it";
   std::vector<IndexSpec> indexes;
   ASSERT_TRUE(s->ListIndexes("Ducts", &indexes));
   ASSERT_EQ(indexes.size(), 2u);
