@@ -240,14 +240,14 @@ int structureBody() {
     out.add(f.required ? RTT : RTNIL);
     // The default as Access keeps it: a text without its quotes, a number as a number.
     const std::string &d = f.defaultValue;
-    char *end = nullptr;
-    double number = d.empty() ? 0 : std::strtod(d.c_str(), &end);
     std::string inner = d;
     while (inner.size() >= 2 && inner.front() == '(' && inner.back() == ')') inner = inner.substr(1, inner.size() - 2);
+    char *end = nullptr;
+    double number = inner.empty() ? 0 : std::strtod(inner.c_str(), &end);
     if (d.empty()) {
       out.add(RTNIL);
     } else if (end && *end == '\0') {
-      bool whole = number == static_cast<double>(static_cast<int32_t>(number)) && d.find('.') == std::string::npos;
+      bool whole = number == static_cast<double>(static_cast<int32_t>(number)) && inner.find_first_of(".eE") == std::string::npos;
       if (resbuf *rb = out.add(whole ? RTLONG : RTREAL)) {
         if (whole)
           rb->resval.rlong = static_cast<int32_t>(number);

@@ -138,6 +138,21 @@ TEST_F(EngineSchemaTest, RetypeToAShorterTextRefusesWhatDoesNotFit) {
   EXPECT_EQ(field("Ducts", "Tag"), "Text/3/required");
 }
 
+TEST_F(EngineSchemaTest, RebuildKeepsDefinitionsInAnyQuotingWithCommasInside) {
+  rawSql(db,
+         "CREATE TABLE [Odd Name] ([Col, A] TEXT DEFAULT 'x, (y)' NOT NULL, \"q\"\"uote\" INTEGER /* c, d */,"
+         " `b` REAL DEFAULT -1.5, UNIQUE ([Col, A], b));"
+         "INSERT INTO [Odd Name] VALUES ('k', 1, 2);");
+  open(false);
+  ASSERT_TRUE(s->AlterField("odd name", {"B", "Single"})) << e->GetLastError().description;
+  EXPECT_EQ(field("Odd Name", "Col, A"), "Memo/0/required/='x, (y)'");
+  EXPECT_EQ(field("Odd Name", "q\"uote"), "Long/4");
+  EXPECT_EQ(field("Odd Name", "b"), "Single/4");
+  EXPECT_EQ(sql("INSERT INTO [Odd Name] VALUES ('k', 5, 2)"), "error 3022") << "the unique constraint stayed";
+  EXPECT_EQ(sql("INSERT INTO [Odd Name] ([q\"uote]) VALUES (9)"), "1");
+  EXPECT_EQ(sql("SELECT [Col, A] AS c FROM [Odd Name] WHERE [q\"uote] = 9"), "c=\"x, (y)\"");
+}
+
 TEST_F(EngineSchemaTest, FieldsInUseAreNotDropped) {
   EXPECT_FALSE(s->DropField("Ducts", "Width"));
   EXPECT_EQ(error(), 3280);
