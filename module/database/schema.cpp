@@ -21,13 +21,15 @@
 //   (vt_indexFields table index)        ("A" "-B")
 //   (vt_relationExists name) / (vt_relationExists table foreign-table)
 //   (vt_relationDelete name)  (vt_relationCount)  (vt_relationInfo name-or-number)
-//   (vt_link_table path table)          the table of another database file, under its own name
+//   (vt_link_table path table)          the table of another database file, under its own name;
+//                                       the file as given or in a support folder
 //
 // Each answers nil when no database is open; a refusal is the engine's error
 // (recorded, printed, nil). Missing arguments are status 1, arguments of the
 // wrong type status 2, an unknown action or field type text status 3.
 #include <algorithm>
 
+#include "common/files.h"
 #include "common/text.h"
 #include "database/context.h"
 #include "engine/schema.h"
@@ -587,6 +589,24 @@ int relationInfoBody() {
 
 // --- Linked tables ----------------------------------------------------------------------------
 
+// A linked database file as the product names it: the path as given, else
+// in each support folder (ACADPREFIX) joined with "\", as vt_connect looks.
+std::string findLinkedFile(const std::wstring &path) {
+  if (files::isFile(path)) return text::nativePath(path);
+  resbuf rb{};
+  if (acedGetVar(L"ACADPREFIX", &rb) == RTNORM && rb.restype == RTSTR && rb.resval.rstring) {
+    std::wstring dirs = rb.resval.rstring;
+    acutDelString(rb.resval.rstring);
+    for (size_t start = 0; start < dirs.size();) {
+      size_t end = std::min(dirs.find(L';', start), dirs.size());
+      std::wstring candidate = dirs.substr(start, end - start) + L"\\" + path;
+      if (end > start && files::isFile(candidate)) return text::nativePath(candidate);
+      start = end + 1;
+    }
+  }
+  return text::nativePath(path);
+}
+
 int linkTableBody() {
   acedRetNil();
   EngineConnection c;
@@ -596,7 +616,7 @@ int linkTableBody() {
   std::wstring path, table;
   if (int st = readName(args, path)) return st;
   if (int st = readName(args, table)) return st;
-  return answer(c, s->LinkTable(text::nativePath(path), utf8(table)));
+  return answer(c, s->LinkTable(findLinkedFile(path), utf8(table)));
 }
 
 }  // namespace
