@@ -154,6 +154,8 @@ bool SqliteEngine::failSqlite(int rc, const std::string &sql) {
     default:
       break;
   }
+  std::string unused;
+  if (msg.rfind("no such table: ", 0) == 0 && !linkSchema(afterColon(msg), &unused)) return false;
   if (msg.rfind("no such table", 0) == 0 || msg.rfind("no such view", 0) == 0)
     return fail(errc::kNoSuchTable, "The database engine cannot find the input table or query '" +
                                         afterColon(msg) +
@@ -390,6 +392,7 @@ std::string SqliteEngine::Open(const std::string &path, int32_t options, bool re
   registerAccessFunctions(db_);
   watchInterrupts(db_);
   attachStoredQueries();
+  attachLinks();
   readOnly_ = readOnly;
   dead_ = false;
   dev_ = st.st_dev;
@@ -414,7 +417,10 @@ int32_t SqliteEngine::GetVersion() {
 }
 
 bool SqliteEngine::loadTable(const std::string &name, TableInfo *out) {
-  Stmt st = prepare("SELECT name, sql FROM sqlite_master WHERE type = 'table' AND name = ?1 COLLATE NOCASE");
+  std::string schemaName;
+  if (!linkSchema(name, &schemaName)) return false;
+  Stmt st = prepare("SELECT name, sql FROM " + quoteIdent(schemaName) +
+                    ".sqlite_master WHERE type = 'table' AND name = ?1 COLLATE NOCASE");
   if (!st) return false;
   sqlite3_bind_text(st.get(), 1, name.c_str(), -1, SQLITE_TRANSIENT);
   int rc = sqlite3_step(st.get());

@@ -209,6 +209,20 @@ class SqliteEngine final : public Engine {
   void afterWrite(Cursor *keep);
   bool loadTable(const std::string &name, TableInfo *out);
 
+  // --- schema and linked tables (sqlite_schema.cpp, sqlite_links.cpp) ---
+  Schema *schema() override;
+  void forgetTable(const std::string &name);  // closes its cursor: its definition changes
+  // The schema that holds `table`: "main", or the attached file of a linked
+  // table. False, with error 3024, when a linked table's file has gone.
+  bool linkSchema(const std::string &table, std::string *schema);
+  void attachLinks();  // at Open: attaches the files of the linked tables
+  struct Link {
+    std::string schema, path;
+    bool attached = false;
+  };
+  std::map<std::string, Link> links_;  // by lower-case table name
+  std::shared_ptr<Schema> schema_;
+
  private:
   bool openCursorOrder(Cursor *c, const std::string &index);
   bool readRow(Cursor *c, int64_t rowid, Record *out);

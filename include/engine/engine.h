@@ -25,6 +25,8 @@
 
 namespace vantry::engine {
 
+class Schema;  // engine/schema.h
+
 // Access-style error numbers kept as the last error.
 namespace errc {
 inline constexpr long kNone = 0;
@@ -254,6 +256,11 @@ class Engine {
   // "PARAMETERS name type, ...;"; the body names those parameters.
   virtual bool CreateQuery(const std::string &name, const std::string &sql) = 0;
   virtual bool ExecuteCommand(const std::string &sql, int32_t *affected) = 0;
+
+  // --- Schema (engine/schema.h) ---
+  // The schema operations of the open database, owned by the engine; null
+  // from an engine that has none.
+  virtual Schema *schema() { return nullptr; }
 };
 
 // The shared, reference-counted handle on one engine object. The last holder

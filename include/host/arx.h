@@ -159,6 +159,9 @@ int acedGraphScr();
 // at safe points and stops as after a cancel.
 int acedUsrBrk();
 int acedAlert(const ACHAR *text);
+// RTNORM when `string` matches the wild-card `pattern` as wcmatch matches
+// (# @ . * ? ~ [..] [~..] ` and commas between alternatives), else RTERROR.
+int acutWcMatch(const ACHAR *string, const ACHAR *pattern);
 
 // --- Editor input (answered by the scripted person) -------------------------------------
 //

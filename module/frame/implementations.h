@@ -47,6 +47,34 @@ int vt_xdget();
 int vt_xdget_list();
 int vt_xdget_all();
 
+// Tables, fields, indexes, relations, linked tables (database/schema.cpp).
+int vt_list_tables();
+int vt_structure();
+int vt_create_table();
+int vt_modify_table();
+int vt_rename_table();
+int vt_delete_table();
+int vt_field_required();
+int vt_attributes();
+int vt_list_indexes();
+int vt_create_index();
+int vt_indexUnique();
+int vt_indexFields();
+int vt_relationExists();
+int vt_relationDelete();
+int vt_relationCount();
+int vt_relationInfo();
+int vt_link_table();
+
+// Files and folders (database/files.cpp).
+int vt_mkdir();
+int vt_rmdir();
+int vt_fmove();
+int vt_fcopy();
+int vt_fcopyIfChanged();
+int vt_fdir();
+int vt_fdelete();
+
 // File checks, random numbers, beeps, message boxes (database/utility.cpp).
 int vt_create_db();
 int vt_exist();

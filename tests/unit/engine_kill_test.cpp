@@ -49,6 +49,13 @@ const Write kWrites[] = {
      "(SELECT count(*) FROM _vantry_queries WHERE name = 'Wide') = 1"},
     {"(vt_append_withindex 20 '((\"Tag\" . \"twenty\")))",
      "SELECT count(*) = 1 FROM Ducts WHERE ID >= 6 AND (SELECT Tag FROM Ducts WHERE ID = 20) = 'twenty'"},
+    // Schema changes; each check holds from its change on, whatever follows.
+    {"(vt_create_table \"Parts\" '((\"ID\" \"Counter\") (\"Name\" \"Text(20)\")))",
+     "SELECT count(*) FROM sqlite_master WHERE type = 'table' AND name IN ('Parts', 'Pieces')"},
+    {"(vt_modify_table \"Parts\" \"ALTER\" '(\"Name\" \"Memo\"))",
+     "SELECT count(*) FROM sqlite_master WHERE name IN ('Parts', 'Pieces') AND sql LIKE '%LONGTEXT%'"},
+    {"(vt_create_index \"Parts\" \"ByName\" \"Name\" T)", "SELECT count(*) FROM sqlite_master WHERE name = 'ByName'"},
+    {"(vt_rename_table \"Parts\" \"Pieces\")", "SELECT count(*) FROM sqlite_master WHERE name = 'Pieces'"},
 };
 constexpr int kWriteCount = sizeof kWrites / sizeof kWrites[0];
 
