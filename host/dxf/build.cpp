@@ -556,8 +556,7 @@ void Builder::headerVariables() {
 
 }  // namespace
 
-Acad::ErrorStatus buildDrawing(Drawing &d, AcDbDatabase *db, std::map<std::wstring, int> &,
-                               std::wstring *error) {
+Acad::ErrorStatus buildDrawing(Drawing &d, AcDbDatabase *db, std::wstring *error) {
   try {
     Builder(d, db).build();
   } catch (const BuildError &e) {
