@@ -268,6 +268,10 @@ class Painter {
     double size = p.height * placement_.scale;
     if (size < 4 || !std::isfinite(size) || size > 4 * placement_.height) return;  // unreadable or absurd
     double angle = std::atan2(ahead.y - at.y, ahead.x - at.x);
+    double want = p.width * placement_.scale;
+    // A cairo context that met a non-finite number stays in error: nothing
+    // after it would be drawn.
+    if (!std::isfinite(at.x + at.y + angle + want)) return;
     std::string utf8 = text::toUtf8(p.text);
     cairo_save(cr);
     cairo_set_source_rgb(cr, p.color.r, p.color.g, p.color.b);
@@ -278,7 +282,6 @@ class Painter {
     cairo_rotate(cr, std::isfinite(angle) ? angle : 0);
     cairo_text_extents_t ext;
     cairo_text_extents(cr, utf8.c_str(), &ext);
-    double want = p.width * placement_.scale;
     if (want > 0 && ext.x_advance > 0) cairo_scale(cr, want / ext.x_advance, 1);
     cairo_move_to(cr, 0, 0);
     cairo_show_text(cr, utf8.c_str());

@@ -221,7 +221,9 @@ class Collector {
     Primitive p;
     p.color = color;
     p.closed = curve->isClosed();
-    int pieces = AcDbLine::cast(curve) ? 1 : std::clamp(int(std::ceil((end - start) * kPiecesPerParam)), 1, 4096);
+    // Clamped before it becomes an integer: a damaged curve's parameters may be anything.
+    double n = std::ceil((end - start) * kPiecesPerParam);
+    int pieces = AcDbLine::cast(curve) || !std::isfinite(n) ? 1 : int(std::clamp(n, 1.0, 4096.0));
     for (int i = 0; i <= pieces; ++i) {
       AcGePoint3d v;
       if (curve->getPointAtParam(start + (end - start) * i / pieces, v) != Acad::eOk) return false;
@@ -350,9 +352,13 @@ class Collector {
     };
     auto arcPoints = [&](std::vector<AcGePoint3d> &loop, double cx, double cy, double rx, double ry, double rot,
                          double a0, double a1, bool ccw) {
+      if (!std::isfinite(a0) || !std::isfinite(a1)) return;
       if (!ccw) std::swap(a0, a1), a0 = -a0, a1 = -a1;
-      while (a1 < a0) a1 += 2 * M_PI;
-      int pieces = std::clamp(int(std::ceil((a1 - a0) * kPiecesPerParam)), 1, 720);
+      // The sweep, in (0, 2 pi]: angles of a damaged file may be anything.
+      double sweep = std::fmod(a1 - a0, 2 * M_PI);
+      if (sweep <= 0) sweep += 2 * M_PI;
+      a1 = a0 + sweep;
+      int pieces = std::clamp(int(std::ceil(sweep * kPiecesPerParam)), 1, 720);
       for (int k = 0; k <= pieces; ++k) {
         double t = a0 + (a1 - a0) * k / pieces;
         double px = rx * std::cos(t), py = ry * std::sin(t) * (ccw ? 1 : -1);
@@ -387,7 +393,7 @@ class Collector {
           if (std::fabs(bulge) > 1e-12 && std::isfinite(bulge)) {
             // The arc through the bulge: its included angle is 4 atan(bulge).
             double theta = 4 * std::atan(bulge), chord = p0.distanceTo(p1);
-            if (chord < 1e-12) continue;
+            if (!(chord >= 1e-12) || !std::isfinite(chord)) continue;
             double r = chord / (2 * std::sin(std::fabs(theta) / 2));
             AcGeVector2d d = (p1 - p0) * (1 / chord), left(-d.y, d.x);
             double h = r * std::cos(theta / 2) * (bulge > 0 ? 1 : -1);
@@ -432,6 +438,11 @@ class Collector {
         }
       }
       if (loop.size() >= 2) fill.loops.push_back(std::move(loop));
+      // A damaged file's counts may ask for millions of corners: a picture
+      // stops at a generous number.
+      size_t corners = 0;
+      for (const auto &l : fill.loops) corners += l.size();
+      if (corners > 200000) break;
     }
     for (const auto &loop : fill.loops) {
       Primitive edge;

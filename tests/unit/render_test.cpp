@@ -335,6 +335,24 @@ TEST(RenderPicture, KeptHatchesAreFilledInsideTheirBoundaries) {
   ASSERT_EQ(prims.size(), 2u);
   ASSERT_GT(prims[0].points.size(), 20u);
   for (const AcGePoint3d &p : prims[0].points) EXPECT_NEAR(p.distanceTo(AcGePoint3d(5, 0, 0)), 5, 1e-9);
+
+  // An edge loop whose arc angles a damaged file made huge or not numbers:
+  // the sweep is taken modulo a turn (adding turns to reach the end angle
+  // never ended), a non-number arc is left out, the picture is drawn.
+  std::vector<AcDbDxfFiler::Item> damaged = {group(100, L"AcDbHatch"), group(70, int64_t(1)), group(91, int64_t(1)),
+                                             group(92, int64_t(1)), group(93, int64_t(3)),
+                                             group(72, int64_t(2)), group(10, 0.0, 0.0), group(40, 5.0),
+                                             group(50, 1e300), group(51, 0.0), group(73, int64_t(1)),
+                                             group(72, int64_t(2)), group(10, 0.0, 0.0), group(40, 5.0),
+                                             group(50, NAN), group(51, 90.0), group(73, int64_t(1)),
+                                             group(72, int64_t(1)), group(10, 0.0, 0.0), group(11, 5.0, 0.0),
+                                             group(97, int64_t(0))};
+  AcDbDatabase broken;
+  appendKept(broken, L"HATCH", damaged);
+  prims = collectModelSpace(&broken);
+  ASSERT_EQ(prims.size(), 2u);
+  EXPECT_LE(prims[0].points.size(), 800u);
+  EXPECT_EQ(draw(prims, plan).width, plan.width);
 }
 
 TEST(RenderFile, WritesAPngAndKeepsTheOldOneOnFailure) {
