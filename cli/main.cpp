@@ -5,6 +5,7 @@
 //   vantry [options] repl          read-eval-print loop with line editing
 //   vantry [options] render IN.dxf OUT.png
 //                                  draw a drawing to a PNG picture
+//   vantry import FILE.mdb OUT.db  copy an Access database into a new SQLite one
 //
 // Options:
 //   --input FILE     queue the person's answers read from FILE (LISP data:
@@ -38,6 +39,7 @@
 #include <string>
 #include <vector>
 
+#include "import.h"
 #include "repl.h"
 #include "session/session.h"
 #include "render.h"
@@ -69,7 +71,8 @@ int usage() {
                "              [--view plan|isometric|both] run FILE...\n"
                "       vantry [options] -e EXPR\n"
                "       vantry [options] repl\n"
-               "       vantry [options] render IN.dxf OUT.png\n");
+               "       vantry [options] render IN.dxf OUT.png\n"
+               "       vantry import FILE.mdb OUT.db\n");
   return 2;
 }
 
@@ -270,6 +273,9 @@ int main(int argc, char **argv) {
       opt.expr = argv[++i];
     } else if (a == "repl") {
       opt.command = "repl";
+    } else if (a == "import") {
+      if (i + 3 != argc) return usage();
+      return vantry::cli::importAccess(argv[i + 1], argv[i + 2]);
     } else if (a == "render") {
       // A drawing opened, drawn and closed: the same as --drawing IN --png OUT
       // with no script.

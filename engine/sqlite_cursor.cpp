@@ -54,7 +54,10 @@ bool SqliteEngine::openCursorOrder(Cursor *c, const std::string &index) {
   while (sqlite3_step(list.get()) == SQLITE_ROW) {
     std::string name = text(list.get(), 1);
     if (text(list.get(), 3) == "pk") pkIndex = name;
-    if (!wantPk && asciiLower(name) == asciiLower(index)) chosen = name;
+    // An index imported from Access whose name another table's index took
+    // is named "table.index" (index names are per table there).
+    if (!wantPk && (asciiLower(name) == asciiLower(index) || asciiLower(name) == asciiLower(t + "." + index)))
+      chosen = name;
   }
   if (wantPk) {
     chosen = pkIndex;  // empty: the primary key is the rowid, or there is none

@@ -13,6 +13,7 @@
 #include <tuple>
 
 #include "sqlite_internal.h"
+#include "engine/access.h"
 
 namespace vantry::engine::sqlite {
 
@@ -95,7 +96,7 @@ bool SqliteEngine::failSqlite(int rc, const std::string &sql) {
                           afterColon(msg) + ").");
       }
     case SQLITE_READONLY:
-      return fail(errc::kReadOnly, "Cannot update. Database or object is read-only.");
+      return fail(errc::kReadOnly, readOnlyMessage());
     case SQLITE_BUSY:
     case SQLITE_LOCKED:
       return fail(errc::kLocked, "Could not update; currently locked.");
@@ -158,7 +159,7 @@ bool SqliteEngine::needDatabase() {
 
 bool SqliteEngine::needWritable() {
   if (!needDatabase()) return false;
-  if (readOnly_) return fail(errc::kReadOnly, "Cannot update. Database or object is read-only.");
+  if (readOnly_) return fail(errc::kReadOnly, readOnlyMessage());
   return true;
 }
 
@@ -261,6 +262,17 @@ std::string SqliteEngine::Open(const std::string &path, int32_t options, bool re
     if (errno == ENOENT) return failOpen(errc::kCouldNotFindFile, "Could not find file '" + path + "'.");
     return failOpen(errc::kCannotOpen, "The database engine cannot open or write to the file '" + path +
                                            "': " + std::strerror(errno) + ".");
+  }
+  fromAccess_ = false;
+  if (S_ISREG(st.st_mode) && access::isAccessFile(path_)) {
+    // An Access file answers read-only from its SQLite copy (engine/access/).
+    std::string copy;
+    access::ImportReport made = access::cachedCopy(path_, &copy);
+    if (!made.ok) return failOpen(made.number, made.message);
+    path_ = copy;
+    readOnly = true;
+    fromAccess_ = true;
+    if (::stat(path_.c_str(), &st) != 0) return failOpen(errc::kCannotOpen, "Cannot open '" + copy + "'.");
   }
   if (S_ISDIR(st.st_mode) || (!readOnly && ::access(path_.c_str(), W_OK) != 0))
     return failOpen(errc::kCannotOpen, "The database engine cannot open or write to the file '" + path +

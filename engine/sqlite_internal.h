@@ -50,7 +50,7 @@ class Stmt {
 };
 
 // How a field's values cross the interface, from its declared type.
-enum class FieldKind : uint8_t { kPlain, kYesNo, kDate };
+enum class FieldKind : uint8_t { kPlain, kYesNo, kDate, kReal };
 // SQLite's column affinity, from the declared type by SQLite's own rules.
 enum class Affinity : uint8_t { kInteger, kText, kBlob, kReal, kNumeric };
 
@@ -267,6 +267,12 @@ class SqliteEngine final : public Engine {
   std::string name_;  // path as given to Open
   std::string path_;  // path with "/" separators
   bool readOnly_ = false;
+  bool fromAccess_ = false;  // answering from the SQLite copy of an Access file
+  std::string readOnlyMessage() const {
+    return fromAccess_ ? "Cannot update. Database or object is read-only: an Access database is read from a "
+                         "copy; import it with 'vantry import' to write to it."
+                       : "Cannot update. Database or object is read-only.";
+  }
   bool dead_ = false;
   dev_t dev_ = 0;
   ino_t ino_ = 0;

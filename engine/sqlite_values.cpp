@@ -117,6 +117,11 @@ FieldKind fieldKindOf(const std::string &declType) {
   std::string u = asciiUpper(declType);
   if (u == "BIT" || u == "YESNO" || u == "LOGICAL" || contains(u, "BOOL")) return FieldKind::kYesNo;
   if (contains(u, "DATE") || contains(u, "TIME")) return FieldKind::kDate;
+  // Access's fractional types: SQLite keeps a whole amount as an integer
+  // (CURRENCY and SINGLE have numeric affinity), but it reads as a real.
+  if (u == "CURRENCY" || u == "MONEY" || u == "SINGLE" || contains(u, "REAL") || contains(u, "FLOA") ||
+      contains(u, "DOUB"))
+    return FieldKind::kReal;
   return FieldKind::kPlain;
 }
 
@@ -146,6 +151,7 @@ Value fromRaw(RawValue raw, FieldKind kind) {
   }
   switch (raw.type) {
     case SQLITE_INTEGER:
+      if (kind == FieldKind::kReal) return Value::real(static_cast<double>(raw.i));
       if (raw.i >= INT32_MIN && raw.i <= INT32_MAX) return Value::integer(static_cast<int32_t>(raw.i));
       return Value::real(static_cast<double>(raw.i));
     case SQLITE_FLOAT:
@@ -227,6 +233,7 @@ bool toRaw(const Value &v, const ColumnInfo &col, RawValue *out, std::string *er
       }
       return true;
     case FieldKind::kPlain:
+    case FieldKind::kReal:
       break;
   }
   bool numeric = col.affinity == Affinity::kInteger || col.affinity == Affinity::kReal ||

@@ -24,6 +24,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "budget.h"
 #include "solid_internal.h"
 
 namespace vantry::solid {
@@ -62,7 +63,10 @@ static TopoDS_Shape unify(const TopoDS_Shape &s) {
   return simplify(unify.Shape());
 }
 
-static TopoDS_Shape runFuse(const std::vector<TopoDS_Shape> &shapes, bool glue) {
+// A boolean's result is unified only when its size is within the budget (unification takes no
+// progress indicator, so it cannot be stopped once it runs); a larger one fails the step.
+static TopoDS_Shape runFuse(const std::vector<TopoDS_Shape> &shapes, bool glue, std::string &why,
+                            bool &overrun) {
   TopTools_ListOfShape args, tools;
   args.Append(shapes[0]);
   for (size_t i = 1; i < shapes.size(); ++i) tools.Append(shapes[i]);
@@ -72,8 +76,18 @@ static TopoDS_Shape runFuse(const std::vector<TopoDS_Shape> &shapes, bool glue) 
   fuse.SetFuzzyValue(kFuzzy);
   fuse.SetRunParallel(Standard_False);
   if (glue) fuse.SetGlue(BOPAlgo_GlueShift);
-  fuse.Build();
+  Handle(Budget) budget = new Budget();
+  fuse.Build(budget->Start());
+  overrun = budget->overrun();
+  if (overrun) {
+    why = kOverrun;
+    return {};
+  }
   if (!fuse.IsDone() || fuse.HasErrors()) return {};
+  if (!withinSize(fuse.Shape())) {
+    why = "the union has more faces than a fitting can have";
+    return {};
+  }
   return unify(fuse.Shape());
 }
 
@@ -113,7 +127,9 @@ TopoDS_Shape fuseAll(const std::vector<TopoDS_Shape> &shapes, Contact contact, s
         for (const TopoDS_Shape &s : shapes) sum += shapeVolume(s);
       }
       // Glued pieces that only touch keep every bit of their volume; a wrong glue loses or doubles some.
-      TopoDS_Shape glued = runFuse(shapes, true);
+      bool overrun = false;
+      TopoDS_Shape glued = runFuse(shapes, true, why, overrun);
+      if (overrun) return {};
       if (!glued.IsNull() && std::abs(shapeVolume(glued) - sum) <= 1e-6 * sum && validSolid(glued))
         return glued;
     }
@@ -121,7 +137,9 @@ TopoDS_Shape fuseAll(const std::vector<TopoDS_Shape> &shapes, Contact contact, s
     // lost pieces or faces on the way (overlapping pieces that the boolean misread).
     double largest = 0;
     for (const TopoDS_Shape &s : shapes) largest = std::max(largest, shapeVolume(s));
-    TopoDS_Shape fused = runFuse(shapes, false);
+    bool overrun = false;
+    TopoDS_Shape fused = runFuse(shapes, false, why, overrun);
+    if (overrun) return {};
     if (!validSolid(fused) || shapeVolume(fused) < largest * (1 - 1e-6)) {
       why = "the union of the pieces is not a valid solid";
       return {};
@@ -143,9 +161,18 @@ static TopoDS_Shape runBinary(const TopoDS_Shape &a, const TopoDS_Shape &b, cons
     cut.SetTools(tools);
     cut.SetFuzzyValue(kFuzzy);
     cut.SetRunParallel(Standard_False);
-    cut.Build();
+    Handle(Budget) budget = new Budget();
+    cut.Build(budget->Start());
+    if (budget->overrun()) {
+      why = kOverrun;
+      return {};
+    }
     if (!cut.IsDone() || cut.HasErrors()) {
       why = failed;
+      return {};
+    }
+    if (!withinSize(cut.Shape())) {
+      why = std::string("the ") + name + " has more faces than a fitting can have";
       return {};
     }
     return unify(cut.Shape());

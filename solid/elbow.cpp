@@ -22,6 +22,7 @@
 #include <gp_Elips.hxx>
 #include <gp_Lin.hxx>
 
+#include "budget.h"
 #include "solid_internal.h"
 
 namespace vantry::solid {
@@ -120,7 +121,12 @@ TopoDS_Shape mitredLeg(const Section &s, const gp_Pnt &onPlane, const gp_Dir &no
   BRepOffsetAPI_ThruSections loft(Standard_True, Standard_True, 1e-6);
   loft.AddWire(outline);
   loft.AddWire(mitre);
-  loft.Build();
+  Handle(Budget) budget = new Budget();
+  loft.Build(budget->Start());
+  if (budget->overrun()) {
+    why = kOverrun;
+    return {};
+  }
   if (!loft.IsDone()) {
     why = "an elbow leg could not be built";
     return {};

@@ -11,6 +11,14 @@
 #include <BRepBndLib.hxx>
 #include <BRepTools.hxx>
 #include <BRep_Builder.hxx>
+#include <BRep_Tool.hxx>
+#include <Geom2d_Curve.hxx>
+#include <Geom_Curve.hxx>
+#include <Geom_Surface.hxx>
+#include <TopExp.hxx>
+#include <TopoDS.hxx>
+#include <TopoDS_Vertex.hxx>
+#include <gp_Pnt2d.hxx>
 #include <Bnd_Box.hxx>
 #include <IFSelect_ReturnStatus.hxx>
 #include <Interface_Static.hxx>
@@ -20,11 +28,15 @@
 #include <STEPControl_Writer.hxx>
 #include <TopExp_Explorer.hxx>
 #include <TopoDS_Compound.hxx>
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <sstream>
+#include <string_view>
 
+#include "budget.h"
 #include "solid_internal.h"
 
 namespace vantry::solid {
@@ -46,6 +58,108 @@ TopoDS_Shape moved(const TopoDS_Shape &s, const gp_Vec &by) {
   gp_Trsf t;
   t.SetTranslation(by);
   return s.Moved(TopLoc_Location(t));
+}
+
+// Whether the table counts of a shape text fit the text: every entry of a table (locations, curves,
+// surfaces, polygons, triangulations, shapes) takes at least one line, so a count larger than the
+// lines that follow it is damage. The shape reader would believe it and reserve room for that many
+// entries, and a count of two thousand million never finishes.
+bool countsFit(const std::string &text) {
+  static const char *const kTables[] = {"Locations", "Curve2ds", "Curves", "Polygon3D", "PolygonOnTriangulations",
+                                        "Surfaces", "Triangulations", "Polygon2D", "TShapes"};
+  size_t linesLeft = static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
+  size_t at = 0;
+  while (at < text.size()) {
+    size_t eol = text.find('\n', at);
+    if (eol == std::string::npos) eol = text.size();
+    if (linesLeft > 0) --linesLeft;
+    std::string_view line(text.data() + at, eol - at);
+    for (const char *table : kTables) {
+      std::string_view name(table);
+      if (line.size() <= name.size() || line.substr(0, name.size()) != name || line[name.size()] != ' ')
+        continue;
+      std::string_view rest = line.substr(name.size() + 1);
+      while (!rest.empty() && rest.back() == ' ') rest.remove_suffix(1);
+      if (rest.empty() || rest.size() > 12 || rest.find_first_not_of("0123456789") != std::string_view::npos)
+        return false;
+      if (std::stoull(std::string(rest)) > linesLeft) return false;
+    }
+    at = eol + 1;
+  }
+  return true;
+}
+
+// Whether the location table of a shape text is well formed. The shape reader reads a composite
+// location's (index, power) pairs until a zero index, and reads on for ever when damage took the
+// zero away; so the table is read here first: each entry a matrix (type 1, twelve numbers) or pairs
+// of an earlier entry's index and a power, ended by 0 (type 2).
+bool locationsFit(const std::string &text) {
+  size_t at = text.find("\nLocations ");
+  if (at == std::string::npos) return true;
+  std::istringstream in(text.substr(at + 11));
+  long count = 0;
+  if (!(in >> count) || count < 0) return false;
+  for (long i = 1; i <= count; ++i) {
+    int type = 0;
+    if (!(in >> type)) return false;
+    if (type == 1) {
+      double v;
+      for (int k = 0; k < 12; ++k)
+        if (!(in >> v) || !std::isfinite(v)) return false;
+    } else if (type == 2) {
+      for (;;) {
+        long index = 0, power = 0;
+        if (!(in >> index)) return false;
+        if (index == 0) break;
+        if (index < 1 || index >= i || !(in >> power)) return false;
+      }
+    } else {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Whether a shape read from text hangs together: every tolerance small against the shape's size,
+// and every edge's 3D curve and its curve on each face reaching the edge's vertices. A number
+// changed by damage (a direction, an index, a parameter) mostly breaks one of these; they are cheap,
+// and a shape that fails them is not handed to the full check, which can take very long on such a
+// shape (it intersects every wire with itself).
+bool hangsTogether(const TopoDS_Shape &s) {
+  Bnd_Box box;
+  BRepBndLib::Add(s, box, Standard_False);
+  if (box.IsVoid() || box.IsOpen()) return false;
+  const double size = std::sqrt(box.SquareExtent());
+  if (!(size > 0) || !(size < 1e12)) return false;
+  const double loosest = std::max(1e-3 * size, 1e-3), gap = std::max(1e-6 * size, 1e-4);
+  for (TopExp_Explorer ex(s, TopAbs_VERTEX); ex.More(); ex.Next())
+    if (!(BRep_Tool::Tolerance(TopoDS::Vertex(ex.Current())) < loosest)) return false;
+  for (TopExp_Explorer ex(s, TopAbs_EDGE); ex.More(); ex.Next())
+    if (!(BRep_Tool::Tolerance(TopoDS::Edge(ex.Current())) < loosest)) return false;
+  for (TopExp_Explorer fx(s, TopAbs_FACE); fx.More(); fx.Next()) {
+    const TopoDS_Face &face = TopoDS::Face(fx.Current());
+    if (!(BRep_Tool::Tolerance(face) < loosest)) return false;
+    Handle(Geom_Surface) surface = BRep_Tool::Surface(face);
+    if (surface.IsNull()) return false;
+    for (TopExp_Explorer ex(face, TopAbs_EDGE); ex.More(); ex.Next()) {
+      const TopoDS_Edge &edge = TopoDS::Edge(ex.Current());
+      TopoDS_Vertex v0, v1;
+      TopExp::Vertices(edge, v0, v1);
+      if (v0.IsNull() || v1.IsNull()) return false;
+      const gp_Pnt p0 = BRep_Tool::Pnt(v0), p1 = BRep_Tool::Pnt(v1);
+      double a = 0, b = 0;
+      Handle(Geom_Curve) curve = BRep_Tool::Curve(edge, a, b);
+      if (curve.IsNull() && !BRep_Tool::Degenerated(edge)) return false;
+      if (!curve.IsNull() && (!(curve->Value(a).Distance(p0) < gap) || !(curve->Value(b).Distance(p1) < gap)))
+        return false;
+      Handle(Geom2d_Curve) onFace = BRep_Tool::CurveOnSurface(edge, face, a, b);
+      if (onFace.IsNull()) return false;
+      gp_Pnt2d u0 = onFace->Value(a), u1 = onFace->Value(b);
+      if (!(surface->Value(u0.X(), u0.Y()).Distance(p0) < gap) || !(surface->Value(u1.X(), u1.Y()).Distance(p1) < gap))
+        return false;
+    }
+  }
+  return true;
 }
 
 }  // namespace
@@ -123,7 +237,9 @@ bool SolidBodies::fromString(const std::string &text) {
   char *end = nullptr;
   double ox = std::strtod(x.c_str(), &end), oy = std::strtod(y.c_str(), &end),
          oz = std::strtod(z.c_str(), &end);
-  if (!(in >> word >> count) || word != "bodies" || count > 1000000)
+  if (!std::isfinite(ox) || !std::isfinite(oy) || !std::isfinite(oz))
+    return impl_->fail("a solid's text has an origin that is not finite");
+  if (!(in >> word >> count) || word != "bodies" || count > text.size() / 8)
     return impl_->fail("a solid's text lacks its body count");
   std::vector<Body> bodies;
   for (size_t i = 0; i < count; ++i) {
@@ -131,20 +247,37 @@ bool SolidBodies::fromString(const std::string &text) {
     Body b;
     if (!(in >> word >> b.kind >> chars) || word != "body" || in.get() != '\n')
       return impl_->fail("a solid's text has a bad body record");
+    // The count is checked against what is left of the text before anything is made of it.
+    if (chars > text.size() - std::min(text.size(), static_cast<size_t>(in.tellg())))
+      return impl_->fail("a solid's text is cut short");
     std::string shapeText(chars, '\0');
     if (!in.read(shapeText.data(), static_cast<std::streamsize>(chars)))
       return impl_->fail("a solid's text is cut short");
+    if (!countsFit(shapeText) || !locationsFit(shapeText)) return impl_->fail("a solid's text holds a damaged shape (a count beyond its text)");
     // The shape reader tells standard output what it found wrong ("Not a TShape table"); the
     // host's transcript is no place for it, and the failure is reported below anyway.
     std::ostringstream chatter;
     std::streambuf *console = std::cout.rdbuf(chatter.rdbuf());
     bool read = guarded(impl_->error, "a solid's text holds a bad shape", [&] {
       std::istringstream shapeIn(shapeText);
+      // The shape reader loops over a stream that has failed as if it still gave numbers (a
+      // vertex's list of representations whose end marker was damaged never ends): a failed read
+      // throws instead, and the shape is refused.
+      shapeIn.exceptions(std::ios::failbit | std::ios::badbit);
       BRep_Builder builder;
-      BRepTools::Read(b.shape, shapeIn, builder);
+      Handle(Budget) budget = new Budget();
+      BRepTools::Read(b.shape, shapeIn, builder, budget->Start());
+      if (budget->overrun()) b.shape.Nullify();
     });
     std::cout.rdbuf(console);
     if (!read || b.shape.IsNull()) return impl_->fail("a solid's text holds a bad shape");
+    // A shape that reads may still be damaged (a number changed in a file): it is trusted only when
+    // it passes the library's full check as a solid of positive volume, and is no larger than a
+    // fitting can be.
+    std::string ignored;
+    bool sound = withinSize(b.shape) &&
+                 guarded(ignored, "", [&] { return hangsTogether(b.shape) && validSolid(b.shape); });
+    if (!sound) return impl_->fail("a solid's text holds a damaged shape");
     bodies.push_back(b);
   }
   impl_->bodies = std::move(bodies);

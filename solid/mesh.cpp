@@ -31,6 +31,7 @@
 #include <set>
 #include <utility>
 
+#include "budget.h"
 #include "solid_internal.h"
 
 namespace vantry::solid {
@@ -49,7 +50,15 @@ double boxDiagonal(const TopoDS_Shape &s) {
 // draws a bend round (a quarter turn in 12 facets) without burying a drawing in faces.
 void ensureMesh(const TopoDS_Shape &s, double deflection) {
   if (!(deflection > 0)) deflection = std::max(boxDiagonal(s) * 2e-3, 1e-6);
-  BRepMesh_IncrementalMesh(s, deflection, Standard_False, 0.14, Standard_False);
+  IMeshTools_Parameters params;
+  params.Deflection = deflection;
+  params.Angle = 0.14;
+  params.Relative = Standard_False;
+  params.InParallel = Standard_False;
+  // Under the step's time limit: a mesh that runs away leaves faces without triangles, which the
+  // callers skip, rather than a hung session.
+  Handle(Budget) budget = new Budget();
+  BRepMesh_IncrementalMesh(s, params, budget->Start());
 }
 
 // Where two faces meeting at an edge differ in direction by more than this, the edge is a crease.

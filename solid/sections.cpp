@@ -17,9 +17,11 @@
 #include <TopoDS_Shell.hxx>
 #include <TopoDS_Solid.hxx>
 #include <TopoDS_Vertex.hxx>
+#include <algorithm>
 #include <cmath>
 #include <gp_Circ.hxx>
 
+#include "budget.h"
 #include "solid_internal.h"
 
 namespace vantry::solid {
@@ -44,8 +46,13 @@ bool sectionFrame(const Frame &f, Section &s, std::string &why) {
 }
 
 bool sectionSize(Section &s, double width, double depth, std::string &why) {
-  if (!std::isfinite(width) || !(width > kTiny) || (s.rect && (!std::isfinite(depth) || !(depth > kTiny)))) {
+  auto fits = [](double v) { return std::isfinite(v) && v >= kSmallest && v <= kLargest; };
+  if (!std::isfinite(width) || !(width > 0) || (s.rect && (!std::isfinite(depth) || !(depth > 0)))) {
     why = "a section size is not a positive number";
+    return false;
+  }
+  if (!fits(width) || (s.rect && !fits(depth))) {
+    why = "a section size is too small or too large for the model's tolerance";
     return false;
   }
   s.width = width;
@@ -165,8 +172,15 @@ double halfExtent(const Section &s, const gp_Dir &d) {
 
 TopoDS_Shape loftSections(const Section &a, const Section &b, std::string &why) {
   gp_Vec ab(a.centre, b.centre);
-  if (ab.Magnitude() < 1e-6) {
+  if (ab.Magnitude() < kSmallest) {
     why = "the two sections have the same centre";
+    return {};
+  }
+  // A piece thinner than its size allows for (a strut a millionth as thick as it is long).
+  double largest = std::max({ab.Magnitude(), a.width, a.depth, b.width, b.depth});
+  double smallest = std::min({ab.Magnitude(), a.width, a.depth, b.width, b.depth});
+  if (smallest < kSlenderest * largest) {
+    why = "the piece is too slender for the model's tolerance";
     return {};
   }
   // Neither section's plane may reach the other's centre (the sides would cross). Which way a frame's
@@ -194,7 +208,12 @@ TopoDS_Shape loftSections(const Section &a, const Section &b, std::string &why) 
     BRepOffsetAPI_ThruSections loft(Standard_True, Standard_True, 1e-6);
     loft.AddWire(sectionWire(a, corners));
     loft.AddWire(sectionWire(b, corners));
-    loft.Build();
+    Handle(Budget) budget = new Budget();
+    loft.Build(budget->Start());
+    if (budget->overrun()) {
+      why = kOverrun;
+      return {};
+    }
     if (!loft.IsDone()) {
       why = "the loft between the sections failed";
       return {};

@@ -32,6 +32,7 @@ bool makeSection(SolidBodies::Impl &impl, const Pt &p, bool rect, double width, 
   s.rect = rect;
   if (!sectionFrame(f, s, impl.error) || !sectionSize(s, width, depth, impl.error)) return false;
   s.centre = impl.local(p);
+  if (!nearOrigin(s.centre)) return impl.fail("a point lies too far from the solid's other points");
   return true;
 }
 
@@ -147,12 +148,14 @@ bool SolidBodies::subtractTransition(Pt start, bool startRect, double startWidth
 
 bool SolidBodies::addSkin(const std::vector<Pt> &points, double thickness) {
   auto build = [&](Impl &im) {
-    if (!std::isfinite(thickness) || std::abs(thickness) < kTiny) return im.fail("the skin has no thickness");
+    if (!std::isfinite(thickness) || std::abs(thickness) < kSmallest || std::abs(thickness) > kLargest)
+      return im.fail("the skin's thickness is too small or too large for the model's tolerance");
     for (const Pt &p : points)
       if (!finitePt(p)) return im.fail("a point is not finite");
     std::vector<gp_Pnt> pts;
     for (const Pt &p : points) {
       gp_Pnt q = im.local(p);
+      if (!nearOrigin(q)) return im.fail("a point lies too far from the solid's other points");
       if (pts.empty() || !q.IsEqual(pts.back(), 1e-9)) pts.push_back(q);
     }
     while (pts.size() > 1 && pts.front().IsEqual(pts.back(), 1e-9)) pts.pop_back();
@@ -193,6 +196,8 @@ bool SolidBodies::sliceLast(Pt a, Pt b, Pt c, Pt keep) {
   if (!finitePt(a) || !finitePt(b) || !finitePt(c) || !finitePt(keep))
     return impl_->fail("a point is not finite");
   gp_Pnt pa = impl_->local(a), pb = impl_->local(b), pc = impl_->local(c), pk = impl_->local(keep);
+  if (!nearOrigin(pa) || !nearOrigin(pb) || !nearOrigin(pc) || !nearOrigin(pk))
+    return impl_->fail("a point lies too far from the solid's other points");
   gp_Vec n = gp_Vec(pa, pb).Crossed(gp_Vec(pa, pc));
   double scale = std::max({pa.Distance(pb), pa.Distance(pc), 1.0});
   if (n.Magnitude() < 1e-9 * scale * scale) return impl_->fail("the slicing points do not span a plane");

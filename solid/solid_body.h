@@ -58,6 +58,10 @@ struct Mesh {
   std::vector<int> triangles;  // three indices per triangle
 };
 
+// The time limit of one modelling step (a boolean, a loft, a mesh), in seconds; 20 unless set. A
+// step that runs past it stops and its operation fails ("the modeller ran past its time limit").
+void setStepTimeLimit(double seconds);
+
 class SolidBodies {
  public:
   SolidBodies();

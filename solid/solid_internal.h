@@ -21,6 +21,14 @@ namespace vantry::solid {
 // precision of the drawing, and the same tolerance for "two points are one".
 inline constexpr double kFuzzy = 1e-4;
 inline constexpr double kTiny = 1e-9;
+// What the model can hold. A size, thickness or length below kSmallest (ten times the fuzzy value)
+// is degenerate: the booleans would join its faces. Sizes and distances from the local origin beyond
+// kLargest leave too few bits for the model's tolerance (and doubling one may overflow). A piece
+// whose smallest dimension is below kSlenderest of its largest is degenerate at the tolerance its
+// size allows.
+inline constexpr double kSmallest = 10 * kFuzzy;
+inline constexpr double kLargest = 1e9;
+inline constexpr double kSlenderest = 1e-6;
 
 struct Body {
   TopoDS_Shape shape;  // a solid (or compound of solids), in local coordinates
@@ -70,6 +78,10 @@ struct Section {
 
 inline bool finitePt(const Pt &p) {
   return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z);
+}
+// A local point within kLargest of the local origin.
+inline bool nearOrigin(const gp_Pnt &p) {
+  return std::abs(p.X()) <= kLargest && std::abs(p.Y()) <= kLargest && std::abs(p.Z()) <= kLargest;
 }
 inline gp_Vec toVec(const Vec &v) {
   return gp_Vec(v.x, v.y, v.z);

@@ -283,6 +283,8 @@ constexpr Entry kFiles[] = {
     {L"read-char", fReadChar}, {L"write-line", fWriteLine}, {L"write-char", fWriteChar},
     {L"princ", fPrinc},        {L"prin1", fPrin1},          {L"print", fPrint},
     {L"terpri", fTerpri},      {L"prompt", fPrompt},        {L"findfile", fFindfile},
+    // Every directory searched is trusted here: there is no separate list.
+    {L"findtrustedfile", fFindfile},
     {L"load", fLoad},          {L"getenv", fGetenv},        {L"setenv", fSetenv},
 };
 

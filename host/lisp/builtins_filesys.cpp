@@ -6,7 +6,10 @@
 // relative names are relative to the current directory. The vl-filename-*
 // functions only take a name apart; they keep its letter case, since this
 // machine's file names are case-sensitive.
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <ctime>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -92,6 +95,24 @@ Value fFileSize(Interp &in, const Value *args, int nargs) {
   uintmax_t size = fs::file_size(p, ec);
   if (ec) return Value();
   return size <= INT32_MAX ? Value::integer(int32_t(size)) : Value::real(double(size));
+}
+
+// (vl-file-systime path): when the file was last written, in local time, as
+// (year month weekday day hours minutes seconds milliseconds) with Sunday
+// weekday 0; nil for a directory or a file that is not there.
+Value fFileSystime(Interp &in, const Value *args, int nargs) {
+  needArgs(in, nargs, 1, 1);
+  std::string native = nativePath(strArg(in, args[0]));
+  struct stat st {};
+  if (::stat(native.c_str(), &st) != 0 || S_ISDIR(st.st_mode)) return Value();
+  struct tm local {};
+  time_t t = st.st_mtim.tv_sec;
+  localtime_r(&t, &local);
+  ListBuilder b;
+  for (int v : {local.tm_year + 1900, local.tm_mon + 1, local.tm_wday, local.tm_mday, local.tm_hour, local.tm_min,
+                local.tm_sec, int(st.st_mtim.tv_nsec / 1000000)})
+    b.add(Value::integer(v));
+  return b.take();
 }
 
 Value fFileDirectoryP(Interp &in, const Value *args, int nargs) {
@@ -259,6 +280,7 @@ constexpr Entry kFileSystem[] = {
     {L"vl-file-copy", fFileCopy},
     {L"vl-file-rename", fFileRename},
     {L"vl-file-size", fFileSize},
+    {L"vl-file-systime", fFileSystime},
     {L"vl-file-directory-p", fFileDirectoryP},
     {L"vl-filename-directory", fFilenameDirectory},
     {L"vl-filename-base", fFilenameBase},

@@ -195,7 +195,10 @@ Value fLast(Interp &in, const Value *args, int nargs) {
   needArgs(in, nargs, 1, 1);
   const Value *last = nullptr;
   for (const Value *c : cells(anyList(in, args[0]))) last = c;
-  return last ? item(last) : Value();
+  if (!last) return Value();
+  // A dotted list ends in its tail atom: (last '(1 2 . 3)) is 3.
+  const Value &tail = last->as<Cons>()->cdr;
+  return tail.isNil() ? item(last) : tail;
 }
 
 // --- Searching -----------------------------------------------------------------
@@ -233,9 +236,18 @@ Value fVlPosition(Interp &in, const Value *args, int nargs) {
 Value fSubst(Interp &in, const Value *args, int nargs) {
   needArgs(in, nargs, 3, 3);
   const Value &list = anyList(in, args[2]);
-  const Value *lastHit = nullptr;
+  const Value *lastHit = nullptr, *lastCell = nullptr;
   for (const Value *c : cells(list)) {
     if (lispEqual(in, args[1], item(c), 0)) lastHit = c;
+    lastCell = c;
+  }
+  // The tail atom of a dotted list is an item too: (subst 2 1 '(0 . 1)) is (0 . 2).
+  const Value *tail = lastCell ? &lastCell->as<Cons>()->cdr : nullptr;
+  if (tail && !tail->isNil() && lispEqual(in, args[1], *tail, 0)) {
+    ListBuilder b;
+    for (const Value *c : cells(list)) b.add(lispEqual(in, args[1], item(c), 0) ? args[0] : item(c));
+    b.dot(args[0]);
+    return b.take();
   }
   if (!lastHit) return list;
   ListBuilder b;

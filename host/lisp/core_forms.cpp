@@ -62,7 +62,7 @@ Value fLambda(Interp &in, const Value &args) {
 Value fSetq(Interp &in, const Value &args) {
   Value result;
   const Value *p = &args;
-  if (!p->isCons()) in.tooFewArgs();
+  // (setq) with no pairs sets nothing and answers nil.
   while (p->isCons()) {
     Symbol *s = symbolArg(in, p->as<Cons>()->car);
     const Value &rest = p->as<Cons>()->cdr;
@@ -235,7 +235,6 @@ void installCore(Interp &in) {
   in.defineSpecial(L"LAMBDA", fLambda);
   in.defineSpecial(L"SETQ", fSetq);
   in.defineSpecial(L"DEFUN", fDefun);
-  in.defineSpecial(L"DEFUN-Q", fDefun);
   in.defineSpecial(L"IF", fIf);
   in.defineSpecial(L"COND", fCond);
   in.defineSpecial(L"PROGN", fProgn);

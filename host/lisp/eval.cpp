@@ -125,6 +125,10 @@ void Interp::defineSpecial(std::wstring_view name, SpecialFn fn) {
   s->value = Value(new Subr(s->name, fn));
 }
 
+void Interp::forEachSymbol(const std::function<void(Symbol *)> &visit) const {
+  for (const auto &entry : symbols_) visit(entry.second.as<Symbol>());
+}
+
 Value Interp::symbolValue(std::wstring_view name) {
   return intern(name)->value;
 }
@@ -185,7 +189,9 @@ Value Interp::eval(const Value &form) {
 
 namespace {
 
-// A list (LAMBDA (params) body...) called as a function.
+// A list (LAMBDA (params) body...) called as a function; also the list form
+// that defun-q gives a function, ((params) body...), passed here as its cdr's
+// owner: lambdaFromList(in, cons(LAMBDA, defunQList)).
 Value lambdaFromList(Interp &in, const Value &list) {
   Usubr *u = new Usubr();
   Value fn(u);
@@ -201,6 +207,19 @@ Value lambdaFromList(Interp &in, const Value &list) {
     (afterSlash ? u->locals : u->params).push_back(s.as<Symbol>());
   }
   u->body = cdr(cdr(list));
+  return fn;
+}
+
+// The function a symbol names, following symbols whose value is another
+// symbol's name: a parameter that holds 'car, passed on as (function f),
+// still calls CAR. A chain that goes round is cut off as a bad function.
+Value resolveFunctionSymbol(Interp &in, Value fn) {
+  for (int hops = 0; fn.type() == Type::Sym; ++hops) {
+    Value v = fn.as<Symbol>()->value;
+    if (v.isNil()) in.error(L"no function definition: " + fn.as<Symbol>()->name);
+    if (hops > 64 || v.same(fn)) in.error(L"bad function: " + in.toString(fn, true));
+    fn = std::move(v);
+  }
   return fn;
 }
 
@@ -256,6 +275,17 @@ Value Interp::evalCallBody(const Value &form) {
   Type t = fn.type();
   if (t != Type::Subr && t != Type::Usubr && t != Type::Exrxsubr) {
     if (head.type() == Type::Sym && fn.isNil()) error(L"no function definition: " + head.as<Symbol>()->name);
+    if (fn.type() == Type::List && car(fn).isList()) fn = lambdaFromList(*this, cons(Value(symLambda), fn));
+    if (fn.type() == Type::Sym) {
+      // A variable holding a function's name calls that function: (setq f '1+) (f 1).
+      fn = resolveFunctionSymbol(*this, fn);
+      if (fn.type() == Type::Subr && fn.as<Subr>()->special) return fn.as<Subr>()->special(*this, argForms);
+      if (fn.type() == Type::List && car(fn).same(Value(symLambda))) fn = lambdaFromList(*this, fn);
+      if (fn.type() == Type::List && car(fn).isList()) fn = lambdaFromList(*this, cons(Value(symLambda), fn));
+    }
+    t = fn.type();
+  }
+  if (t != Type::Subr && t != Type::Usubr && t != Type::Exrxsubr) {
     error(L"bad function: " + toString(fn, true));
   }
 
@@ -272,7 +302,25 @@ Value Interp::evalCallBody(const Value &form) {
   return callExternal(*this, *fn.as<Exrxsubr>(), a, n);
 }
 
+// A traced function's call: its entry with the arguments, then its result.
+// Recursive calls come back through callUsubr and show too.
+Value Interp::callTraced(Usubr *f, const Value *args, int nargs) {
+  Value keep(f);
+  std::wstring call = L"(" + f->name;
+  for (int i = 0; i < nargs; ++i) call += L" " + toString(args[i], true);
+  if (output) output(L"Entering " + call + L")\n");
+  Value result = callUsubrPlain(f, args, nargs);
+  if (output) output(L"Result: " + toString(result, true) + L"\n");
+  return result;
+}
+
 Value Interp::callUsubr(Usubr *f, const Value *args, int nargs) {
+  if (!traced.empty() && !f->name.empty() && traced.count(f->name)) [[unlikely]]
+    return callTraced(f, args, nargs);
+  return callUsubrPlain(f, args, nargs);
+}
+
+Value Interp::callUsubrPlain(Usubr *f, const Value *args, int nargs) {
   int np = int(f->params.size());
   if (nargs < np) tooFewArgs();
   if (nargs > np) tooManyArgs();
@@ -304,12 +352,9 @@ Value Interp::apply(const Value &fn, const Value *args, int nargs) {
 
 Value Interp::applyBody(const Value &fnIn, const Value *args, int nargs) {
   Value fn = fnIn;
-  if (fn.type() == Type::Sym) {
-    Value v = fn.as<Symbol>()->value;
-    if (v.isNil()) error(L"no function definition: " + fn.as<Symbol>()->name);
-    fn = std::move(v);
-  }
+  if (fn.type() == Type::Sym) fn = resolveFunctionSymbol(*this, fn);
   if (fn.type() == Type::List && car(fn).same(Value(symLambda))) fn = lambdaFromList(*this, fn);
+  if (fn.type() == Type::List && car(fn).isList()) fn = lambdaFromList(*this, cons(Value(symLambda), fn));
   switch (fn.type()) {
     case Type::Subr: {
       Subr *s = fn.as<Subr>();
@@ -387,6 +432,7 @@ void installAll(Interp &in) {
   installMath(in);
   installStrings(in);
   installFiles(in);
+  installSessionLisp(in);
 }
 
 }  // namespace vantry::lisp

@@ -23,6 +23,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "common/text.h"
@@ -63,6 +64,8 @@ class Interp {
   Symbol *intern(std::wstring_view name);  // case-insensitive
   void defineSubr(std::wstring_view name, SubrFn fn);
   void defineSpecial(std::wstring_view name, SpecialFn fn);
+  // Visits every interned symbol (atoms-family), in no particular order.
+  void forEachSymbol(const std::function<void(Symbol *)> &visit) const;
   Value symbolValue(std::wstring_view name);
   void setSymbolValue(std::wstring_view name, Value v);
 
@@ -133,6 +136,9 @@ class Interp {
   bool inErrorHandler = false;
   // Limit on nested function calls before "internal stack limit reached".
   int maxDepth = 15000;
+  // Names of the user functions under trace: each call prints
+  // "Entering (NAME args...)" and "Result: value" on the transcript.
+  std::unordered_set<std::wstring> traced;
 
   // Dynamic bindings (defun arguments and locals) save the symbol's previous
   // value here and restore it on every exit.
@@ -149,6 +155,8 @@ class Interp {
  private:
   void safePointSlow();
   Value callUsubr(Usubr *f, const Value *args, int nargs);
+  Value callUsubrPlain(Usubr *f, const Value *args, int nargs);
+  Value callTraced(Usubr *f, const Value *args, int nargs);
   Value evalCall(const Value &form);
   Value evalCallBody(const Value &form);
   Value applyBody(const Value &fn, const Value *args, int nargs);
@@ -163,6 +171,7 @@ void installStrings(Interp &in);  // strings, conversions, wcmatch, vl-string-*
 void installFiles(Interp &in);    // files, printing, load, findfile, getenv
 void installAll(Interp &in);
 void installUnits(Interp &in);       // rtos distof angtos angtof (called by installStrings)
+void installSessionLisp(Interp &in); // atoms-family, blackboard, defun-q lists, trace, cvunit ...
 void installFileSystem(Interp &in);  // vl-file-*, vl-filename-*, vl-directory-files (called by installFiles)
 
 // Wild-card match of wcmatch: # @ . * ? ~ [..] [~..] ` and comma

@@ -123,6 +123,7 @@ void Session::reset() {
   transcript_.clear();
   textScreenCalls = 0;
   input.clear();
+  resetSharedLisp();
   dialogAnswers.clear();
   moduleLibraries.clear();
   editorReactors.clear();
@@ -138,6 +139,7 @@ void Session::reset() {
 
 void Session::print(std::wstring_view text) {
   transcript_.append(text);
+  appendToCommandLog(text);
   if (echo) echo(text);
 }
 
@@ -168,6 +170,7 @@ Document *Session::newDocument(const std::wstring &path) {
   Document *doc = documents_.back().get();
   activate(doc);
   broadcast(AcRx::kLoadDwgMsg);
+  applySharedLisp(*doc);
   return doc;
 }
 

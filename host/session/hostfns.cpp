@@ -225,6 +225,13 @@ Value setSysvarFn(Interp &in, const Value *args, int nargs) {
   } else if (v.type() == Type::Real) {
     rb.restype = RTREAL;
     rb.resval.rreal = v.asReal();
+  } else if (v.isCons()) {
+    std::vector<Value> xyz = lisp::listToVector(v);
+    bool ok = xyz.size() == 2 || xyz.size() == 3;
+    for (const Value &c : xyz) ok = ok && c.isNumber();
+    if (!ok) in.badArgType(L"2D/3D point", v);
+    rb.restype = xyz.size() == 2 ? RTPOINT : RT3DPOINT;
+    for (size_t k = 0; k < xyz.size(); ++k) rb.resval.rpoint[k] = xyz[k].number();
   } else {
     setSystemString(name, lisp::strArg(in, v));
     return v;
@@ -289,6 +296,10 @@ void installHostFunctions(lisp::Interp &in) {
   for (const auto &e : table) in.defineSubr(e.name, e.fn);
   installSystemVariableLisp(in);
   installAlertLisp(in);
+  installRegistryLisp(in);
+  installSessionBuiltins(in);
+  installCurveLisp(in);
+  installCommandLisp(in);
 }
 
 }  // namespace vantry::host

@@ -19,6 +19,8 @@
 
 namespace vantry::host {
 
+class Document;
+
 // --- System variables (sysvars.cpp)
 // Clears Session::sysvars and seeds the variables a script expects.
 void seedSystemVariables();
@@ -26,16 +28,26 @@ void seedSystemVariables();
 // (DWGNAME, DWGPREFIX, LASTPOINT) and for tests. Creates it when unknown.
 void setSystemString(const std::wstring &name, std::wstring_view value);
 void setSystemValue(const std::wstring &name, const resbuf &value);
+// Appends to the command-line log (LOGFILENAME) while LOGFILEON is 1.
+void appendToCommandLog(std::wstring_view text);
 // ACADPREFIX split at ";" (the host's support directories).
 std::vector<std::wstring> supportDirectories();
 // getvar and setvar.
 void installSystemVariableLisp(lisp::Interp &in);
+// The documented variables, one row a line (sysvar_table.cpp).
+extern const char *const kSystemVariableTable;
 
 // --- Command line (console.cpp)
 // The text acutPrintf prints for a format and its arguments.
 std::wstring formatHostPrintf(const wchar_t *format, va_list args);
 // alert.
 void installAlertLisp(lisp::Interp &in);
+
+// --- Registry (registry.cpp): vl-registry-read, -write, -delete.
+void installRegistryLisp(lisp::Interp &in);
+// Forgets the settings read so far: the next use reads the settings file
+// again (for tests of what the file keeps).
+void reloadRegistry();
 
 // --- Platform (win32.cpp): the windows the headless platform pretends to
 // have, as tests see them.
@@ -60,6 +72,18 @@ void resetEditorInput();
 // --- Applications (apps.cpp)
 // Sends every loaded module its unload messages and closes it, last loaded first.
 void unloadAllModules();
+
+// --- LISP built-ins of the session (lispfns.cpp)
+void installSessionBuiltins(lisp::Interp &in);
+// The vlax-curve-* functions (lisp_curves.cpp).
+void installCurveLisp(lisp::Interp &in);
+// command, command-s and vl-cmdf (commands.cpp).
+void installCommandLisp(lisp::Interp &in);
+// Gives a new document what vl-propagate and vl-load-all promised every
+// document; resetSharedLisp forgets those promises, the settings store and
+// the pick-first set.
+void applySharedLisp(Document &doc);
+void resetSharedLisp();
 
 // --- Documents (documents.cpp)
 // Turns a file name as LISP or the module writes it into an absolute native

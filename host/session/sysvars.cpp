@@ -19,9 +19,12 @@
 
 #include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <sstream>
+#include <algorithm>
 
 #include "session/session.h"
 #include "session/internal.h"
@@ -32,6 +35,8 @@ namespace {
 struct VarInfo {
   bool readOnly = false;
   int min = -32768, max = 32767;  // for RTSHORT and RTLONG values
+  std::vector<int> allowed;       // when not empty, the only integers accepted
+  char where = 's';               // d the drawing, r the settings, s the session
 };
 
 std::map<std::wstring, VarInfo> &descriptors() {
@@ -136,7 +141,102 @@ bool isClock(const std::wstring &name) {
   return name == L"CDATE" || name == L"DATE" || name == L"MILLISECS";
 }
 
+// Defines every variable of the documented table that the session has not
+// defined itself. A malformed row is a fault of this program: it stops the
+// seeding loudly rather than leave a variable half made.
+void defineDocumented() {
+  std::istringstream rows(kSystemVariableTable);
+  std::string line;
+  while (std::getline(rows, line)) {
+    if (line.empty()) continue;
+    std::istringstream cols(line);
+    std::string name, type, def, accepts, flags, where;
+    cols >> name >> type;
+    if (type == "s") {
+      // The default is quoted and may be empty.
+      cols >> std::ws;
+      std::getline(cols, def, '"');
+      std::getline(cols, def, '"');
+    } else {
+      cols >> def;
+    }
+    cols >> accepts >> flags >> where;
+    if (name.empty() || where.empty()) {
+      fprintf(stderr, "system variable table: bad row: %s\n", line.c_str());
+      abort();
+    }
+    std::wstring key = text::fromUtf8(name);
+    if (descriptors().count(key)) continue;
+    VarInfo info;
+    info.readOnly = flags == "ro";
+    info.where = where[0];
+    if (accepts.find("..") != std::string::npos) {
+      info.min = std::stoi(accepts.substr(0, accepts.find("..")));
+      info.max = std::stoi(accepts.substr(accepts.find("..") + 2));
+    } else if (accepts != "-") {
+      std::istringstream list(accepts);
+      std::string v;
+      while (std::getline(list, v, '|')) info.allowed.push_back(std::stoi(v));
+    }
+    if (type == "l") info.min = INT32_MIN, info.max = INT32_MAX;
+    resbuf rb{};
+    std::wstring text = text::fromUtf8(def);
+    if (type == "i") {
+      rb = shortValue(std::stoi(def));
+    } else if (type == "l") {
+      rb.restype = RTLONG;
+      rb.resval.rlong = std::stoi(def);
+    } else if (type == "r") {
+      rb = realValue(std::stod(def));
+    } else if (type == "s") {
+      rb = stringValue(text.c_str());
+    } else {
+      rb.restype = type == "p" ? RTPOINT : RT3DPOINT;
+      std::istringstream xyz(def);
+      std::string c;
+      for (int k = 0; k < 3 && std::getline(xyz, c, ','); ++k) rb.resval.rpoint[k] = std::stod(c);
+    }
+    define(key, rb, info);
+  }
+}
+
 }  // namespace
+
+// The command-line log of this process: <temp folder>/vantry-<pid>.log.
+std::wstring defaultLogFile() {
+  std::string dir = "/tmp";
+  for (const char *var : {"TMP", "TEMP", "TMPDIR"})
+    if (const char *v = getenv(var); v && *v) {
+      dir = v;
+      break;
+    }
+  return text::fromUtf8(dir + "/vantry-" + std::to_string(getpid()) + ".log");
+}
+
+// While LOGFILEON is 1, everything the command line shows is appended to
+// LOGFILENAME, as the host keeps its log file.
+void appendToCommandLog(std::wstring_view text) {
+  static std::FILE *log = nullptr;
+  static std::wstring logName;
+  auto &vars = Session::get().sysvars;
+  auto on = vars.find(L"LOGFILEON");
+  auto name = vars.find(L"LOGFILENAME");
+  bool wanted = on != vars.end() && on->second.restype == RTSHORT && on->second.resval.rint == 1 &&
+                name != vars.end() && name->second.restype == RTSTR;
+  if (log && (!wanted || logName != name->second.resval.rstring)) {
+    std::fclose(log);
+    log = nullptr;
+  }
+  if (!wanted) return;
+  if (!log) {
+    logName = name->second.resval.rstring;
+    log = std::fopen(text::nativePath(logName).c_str(), "a");
+    if (!log) return;
+  }
+  std::string bytes = text::toUtf8(text);
+  std::fwrite(bytes.data(), 1, bytes.size(), log);
+  std::fflush(log);
+}
 
 void seedSystemVariables() {
   for (auto &[name, rb] : Session::get().sysvars) freeValue(rb);
@@ -164,6 +264,8 @@ void seedSystemVariables() {
   last.restype = RT3DPOINT;
   define(L"LASTPOINT", last, {});
   const char *user = getenv("USER");
+  define(L"LOGFILEON", shortValue(0), range(0, 1));
+  define(L"LOGFILENAME", stringValue(defaultLogFile().c_str()), ro);
   define(L"LOGINNAME", stringValue(text::fromUtf8(user ? user : "").c_str()), ro);
   define(L"LUNITS", shortValue(2), range(1, 5));
   define(L"LUPREC", shortValue(4), range(0, 8));
@@ -179,6 +281,7 @@ void seedSystemVariables() {
     define(L"USERR" + std::to_wstring(i), realValue(0.0), {});
     define(L"USERS" + std::to_wstring(i), stringValue(L""), {});
   }
+  defineDocumented();
 }
 
 void setSystemValue(const std::wstring &name, const resbuf &value) {
@@ -248,6 +351,8 @@ int acedSetVar(const ACHAR *sym, const struct resbuf *val) {
     case RTSHORT:
     case RTLONG:
       if (!integer || i < info.min || i > info.max) return RTREJ;
+      if (!info.allowed.empty() && std::find(info.allowed.begin(), info.allowed.end(), int(i)) == info.allowed.end())
+        return RTREJ;
       if (next.restype == RTSHORT)
         next.resval.rint = short(i);
       else

@@ -147,4 +147,43 @@ struct IDispatch : IUnknown {
 // Creates an object of a registered class and asks it for an interface.
 HRESULT CoCreateInstance(const CLSID &clsid, IUnknown *outer, DWORD clsContext, const IID &riid, void **ppv);
 
+// --- The registry: the user's settings -----------------------------------------
+//
+// A tree of keys under the predefined roots, each key holding named values
+// (the empty name is the key's default value). The stand-in keeps string
+// (REG_SZ) and number (REG_DWORD) values and any bytes (REG_BINARY) in a
+// settings file of the user's (VANTRY_REGISTRY names it; otherwise
+// $XDG_CONFIG_HOME/vantry/registry, else ~/.config/vantry/registry), written
+// as a complete new file on every change. Key and value names compare without
+// regard to case. A REG_SZ value's size counts its characters and the closing
+// null, in bytes of wchar_t. Results are the platform's error codes.
+typedef struct HKEY__ *HKEY;
+typedef long LONG;
+typedef unsigned char BYTE;
+#define HKEY_CURRENT_USER ((HKEY)(uintptr_t)0x80000001)
+#define HKEY_LOCAL_MACHINE ((HKEY)(uintptr_t)0x80000002)
+#define ERROR_SUCCESS 0L
+#define ERROR_FILE_NOT_FOUND 2L
+#define ERROR_INVALID_HANDLE 6L
+#define ERROR_WRITE_FAULT 29L
+#define ERROR_INVALID_PARAMETER 87L
+#define ERROR_MORE_DATA 234L
+enum : DWORD { REG_NONE = 0, REG_SZ = 1, REG_BINARY = 3, REG_DWORD = 4 };
+enum : DWORD { KEY_READ = 0x20019, KEY_WRITE = 0x20006, KEY_ALL_ACCESS = 0xF003F };
+enum : DWORD { REG_OPTION_NON_VOLATILE = 0 };
+enum : DWORD { REG_CREATED_NEW_KEY = 1, REG_OPENED_EXISTING_KEY = 2 };
+
+// Opens (creating it and its parents when missing) a key below an open key;
+// the caller closes *result with RegCloseKey.
+LONG RegCreateKeyExW(HKEY key, const wchar_t *subKey, DWORD reserved, wchar_t *keyClass, DWORD options,
+                     DWORD access, void *security, HKEY *result, DWORD *disposition);
+// Opens an existing key; ERROR_FILE_NOT_FOUND when it is missing.
+LONG RegOpenKeyExW(HKEY key, const wchar_t *subKey, DWORD options, DWORD access, HKEY *result);
+LONG RegCloseKey(HKEY key);
+// With data null, *size becomes the value's size; a buffer smaller than the
+// value answers ERROR_MORE_DATA with *size set to what is needed.
+LONG RegQueryValueExW(HKEY key, const wchar_t *name, DWORD *reserved, DWORD *type, BYTE *data, DWORD *size);
+LONG RegSetValueExW(HKEY key, const wchar_t *name, DWORD reserved, DWORD type, const BYTE *data, DWORD size);
+LONG RegDeleteValueW(HKEY key, const wchar_t *name);
+
 #include "host/automation.h"

@@ -134,6 +134,12 @@ class ol_hvacSolid : public AcDbEntity {
   // product module never calls it). False, with lastError() set and the bodies kept, when the text is
   // damaged.
   bool restore(const std::string &text);
+  // Keeps a filing text that restore() refused (a damaged drawing): the solid then has no body, draws
+  // and explodes to nothing, refuses every fitting operation, and files the text back as it came,
+  // so saving the drawing loses nothing of it. `why` is the reason, kept as lastError().
+  void keepUnreadable(const std::string &text, const std::string &why);
+  // The kept text of a solid read damaged; empty for a sound solid.
+  const std::string &unreadableText() const { return unreadable_; }
 
   // --- The host's entity protocol ---
 
@@ -151,4 +157,5 @@ class ol_hvacSolid : public AcDbEntity {
   bool writable() const;
   vantry::solid::SolidBodies *bodies_;  // owned
   mutable const char *refusal_ = nullptr;
+  std::string unreadable_, unreadableWhy_;
 };

@@ -140,6 +140,8 @@ int vt_connect() {
       }
     }
     if (status.empty() && database::reportEngineError(conn)) return flag ? 4 : 0;
+    // The engine opens an Access file read-only whatever the mode asked.
+    if (!status.empty() && conn->IsUpdatable() != -1) readOnly = -1;
     // 8.
     database::makeCurrent(conn, resolved, readOnly);
   }

@@ -14,6 +14,7 @@ int ol_ol_getTripleCoord() {
   DuctRun a, b;
   if (!readDuctRun(cur, a)) return 2;
   bool hasPartner = readDuctRun(cur, b);
+  if (!finiteRuns({&a}) || (hasPartner && !finiteRuns({&b}))) return 3;
   FittingFrame f = computeFrame(a, hasPartner ? &b : nullptr, true);
   resbuf *list = acutBuildList(RTLB, RTLB, RTREAL, f.x().x, RTREAL, f.x().y, RTREAL, f.x().z, RTLE, RTLB,
                                RTREAL, f.y().x, RTREAL, f.y().y, RTREAL, f.y().z, RTLE, RTLB, RTREAL, f.z().x,

@@ -1,6 +1,7 @@
 // Reading a duct run and its shape predicates.
 #include "ducts/duct_run.h"
 
+#include <cmath>
 #include <cwctype>
 
 #include "frame/value_list.h"
@@ -47,6 +48,22 @@ bool readRunArgs(resbuf *&cursor, RunArgs &args) {
       !readDuctRun(cursor, args.a))
     return false;
   args.hasB = readDuctRun(cursor, args.b);
+  return true;
+}
+
+bool finiteNumbers(std::initializer_list<double> values) {
+  for (double v : values)
+    if (!std::isfinite(v)) return false;
+  return true;
+}
+
+bool finiteRuns(std::initializer_list<const DuctRun *> runs) {
+  for (const DuctRun *r : runs) {
+    const AcGePoint3d &s = r->startPoint, &e = r->endPoint;
+    if (!finiteNumbers({s.x, s.y, s.z, e.x, e.y, e.z, r->headLength, r->tailLength, r->width, r->depth,
+                        r->extraThicknessA, r->extraThicknessB, r->verticalOffset}))
+      return false;
+  }
   return true;
 }
 

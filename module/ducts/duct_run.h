@@ -14,6 +14,8 @@
 // horizontally, z = x cross y.
 #pragma once
 
+#include <initializer_list>
+
 #include <string>
 
 #include "host/arx.h"
@@ -61,6 +63,13 @@ struct RunArgs {
 };
 // Reads them at the cursor; false when convert, option or a is missing or malformed.
 bool readRunArgs(resbuf *&cursor, RunArgs &args);
+
+// Whether every number of the runs (points, lengths, sizes, offset) is finite. A run holding an
+// infinity or NaN is bad data: the fittings answer status 3 ("Bad data passed .") before any
+// geometry is made from it.
+bool finiteRuns(std::initializer_list<const DuctRun *> runs);
+// Whether the numbers are all finite.
+bool finiteNumbers(std::initializer_list<double> values);
 
 // False for the round and oval shape codes (any case) and for flex duct.
 bool isRectangular(const DuctRun &run);

@@ -229,6 +229,7 @@ int ol_ol_drawTripleElbow() {
   }
   double radius = 0;
   if (!frame::readReal(cur, radius) || !readDuctRun(cur, e.a) || !readDuctRun(cur, e.b)) return 2;
+  if (!finiteNumbers({radius}) || !finiteRuns({&e.a, &e.b})) return 3;
   e.ratio = radius / e.a.width;
   e.fa = computeFrame(e.a, &e.b, e.convert);
   e.fb = computeFrame(e.b, &e.a, e.convert);

@@ -18,6 +18,10 @@ struct LetGo {
 using EntityPtr = std::unique_ptr<AcDbEntity, LetGo>;
 using SolidPtr = std::unique_ptr<ol_hvacSolid, LetGo>;
 
+// The smallest size, thickness or length the solid models (it joins faces nearer than a tenth of it):
+// a hanger whose band or strut is thinner is degenerate and makes no solid.
+inline constexpr double kSmallestSize = 1e-3;
+
 // A new, empty solid. Null, after a message on the command line, when the solid module is not loaded
 // (the class is not registered).
 SolidPtr newSolid();

@@ -57,6 +57,9 @@ bool band(ol_hvacSolid *solid, const HangerArgs &h, const Axes F) {
   AcGePoint3d E1 = h.insertion - (h.rodSize * 0.5) * F[0];
   AcGePoint3d E2 = h.insertion + (h.rodSize * 0.5) * F[0];
   double bw = h.clearWidth + 2 * h.strutDepth, bd = h.clearDepth + 2 * h.strutDepth;
+  // The band's wall is 0.9 strutDepth thick: one thinner than the model's smallest size would be cut
+  // down to faces the booleans cannot tell apart.
+  if (!(std::abs(h.strutDepth) * 0.9 >= ducts::kSmallestSize)) return false;
   if (!solid->addTransition(E1, h.style2, bw, bd, E2, h.style2, bw, bd, F, F, h.option)) return false;
   const AcGePoint3d &I = h.insertion;
   bool down = h.topElevation <= I.z;
@@ -88,6 +91,9 @@ int ol_ol_drawHanger() {
       !frame::readReal(cur, h.strutDepth) || !frame::readReal(cur, h.topElevation) ||
       !frame::readInteger(cur, h.option))
     return 2;
+  if (!ducts::finiteNumbers({p[0], p[1], p[2], h.angle, h.clearWidth, h.clearDepth, h.rodSize, h.strutDepth,
+                             h.topElevation}))
+    return 3;
   h.insertion = AcGePoint3d(p[0], p[1], p[2]);
   const Axes F = {AcGeVector3d(std::cos(h.angle), std::sin(h.angle), 0),
                   AcGeVector3d(std::cos(h.angle + kQuarterTurn), std::sin(h.angle + kQuarterTurn), 0),

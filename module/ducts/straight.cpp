@@ -14,6 +14,7 @@ int ol_ol_drawTripleCenter() {
   frame::ArgList list;
   RunArgs in;
   if (!readRunArgs(list.cursor(), in)) return 2;
+  if (!finiteRuns({&in.a}) || (in.hasB && !finiteRuns({&in.b}))) return 3;
   const DuctRun &a = in.a;
 
   FittingFrame f = computeFrame(a, in.hasB ? &in.b : nullptr, in.convert);

@@ -126,6 +126,7 @@ int ol_ol_drawTripleTakeoff() {
       !frame::readBoolean(cur, shoe) || !frame::readReal(cur, collar) || !readDuctRun(cur, a) ||
       !readDuctRun(cur, b) || !readDuctRun(cur, c) || !readDuctRun(cur, d))
     return 2;
+  if (!finiteNumbers({collar}) || !finiteRuns({&a, &b, &c, &d})) return 3;
   FittingFrame fa = computeFrame(a, &b, convert), fb = computeFrame(b, &a, convert);
   FittingFrame fc = computeFrame(c, &a, convert), fd = computeFrame(d, &a, convert);
   Main m{&a, &fa, justifiedEnd(a, &fa, convert)};

@@ -15,6 +15,7 @@ int ol_ol_drawTripleTransition() {
   frame::ArgList list;
   RunArgs in;
   if (!readRunArgs(list.cursor(), in) || !in.hasB) return 2;
+  if (!finiteRuns({&in.a, &in.b})) return 3;
   const DuctRun &a = in.a, &b = in.b;
 
   FittingFrame frameA = computeFrame(a, &b, in.convert);

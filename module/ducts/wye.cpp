@@ -68,6 +68,7 @@ int ol_ol_drawTripleWye() {
       !frame::readBoolean(cur, shortLegs) || !frame::readReal(cur, extension) || !readDuctRun(cur, a) ||
       !readDuctRun(cur, b) || !readDuctRun(cur, c))
     return 2;
+  if (!finiteNumbers({extension}) || !finiteRuns({&a, &b, &c})) return 3;
   extension = std::max(extension, 0.0);
   FittingFrame fa = computeFrame(a, &b, convert), fb = computeFrame(b, &a, convert),
                fc = computeFrame(c, &a, convert);

@@ -133,4 +133,13 @@ int ol_ol_drawHanger();
 int ol_ol_tripleUnion();
 int ol_ol_explodeSolid();
 
+// Support services (services/: one file per service): downloads, zip
+// archives, signatures, error reports.
+int DownloadFile();
+int CreateZip();
+int ExtractZip();
+int signString();
+int verifyString();
+int ol_ol_submitBug();
+
 }  // namespace vantry::lispfn

@@ -46,7 +46,8 @@ Acad::ErrorStatus writeSolid(const AcDbEntity *entity, AcDbVoidPtrArray &drawabl
     drawable.append(face);
   }
   data->writeInt16(70, kFormat);
-  std::string text = solid->bodies().toString();
+  // A solid read damaged goes back out as it came in, for a better tool to recover.
+  std::string text = solid->unreadableText().empty() ? solid->bodies().toString() : solid->unreadableText();
   size_t at = 0;
   while (at < text.size()) {
     size_t eol = text.find('\n', at);
@@ -100,9 +101,11 @@ AcDbEntity *readSolid(const AcDbDxfFiler *data, std::wstring *why) {
   ol_hvacSolid *solid = ol_hvacSolid::create();
   if (!solid) return refuse(L"the class is not registered");
   if (!solid->restore(text)) {
+    // A damaged shape is never trusted, and never costs the rest of the drawing: the solid is kept
+    // without bodies, its text kept to be saved again as it was, and the damage said once.
     std::string reason = solid->lastError();
-    delete solid;
-    return refuse(wide(reason));
+    solid->keepUnreadable(text, reason);
+    acutPrintf(L"\nA duct solid's filed shape is damaged and was not read: %s.\n", wide(reason).c_str());
   }
   return solid;
 }

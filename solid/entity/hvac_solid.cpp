@@ -41,7 +41,10 @@ const char kNotOpenForWrite[] = "the solid is not open for write";
 ol_hvacSolid::ol_hvacSolid() : bodies_(new SolidBodies()) {}
 
 ol_hvacSolid::ol_hvacSolid(const ol_hvacSolid &other)
-    : AcDbEntity(other), bodies_(new SolidBodies(*other.bodies_)) {}
+    : AcDbEntity(other),
+      bodies_(new SolidBodies(*other.bodies_)),
+      unreadable_(other.unreadable_),
+      unreadableWhy_(other.unreadableWhy_) {}
 
 ol_hvacSolid::~ol_hvacSolid() {
   delete bodies_;
@@ -59,6 +62,7 @@ void ol_hvacSolid::rxInit() {
 
 bool ol_hvacSolid::writable() const {
   refusal_ = checkWrite() == Acad::eOk ? nullptr : kNotOpenForWrite;
+  if (!refusal_ && !unreadable_.empty()) refusal_ = "the solid's filed shape is damaged and was not read";
   return refusal_ == nullptr;
 }
 
@@ -195,7 +199,17 @@ bool ol_hvacSolid::writeStep(const char *path) const {
 
 bool ol_hvacSolid::restore(const std::string &text) {
   refusal_ = nullptr;
-  return bodies_->fromString(text);
+  if (!bodies_->fromString(text)) return false;
+  unreadable_.clear();
+  unreadableWhy_.clear();
+  return true;
+}
+
+void ol_hvacSolid::keepUnreadable(const std::string &text, const std::string &why) {
+  bodies_->clearBodies();
+  unreadable_ = text;
+  unreadableWhy_ = why;
+  refusal_ = unreadableWhy_.c_str();
 }
 
 bool ol_hvacSolid::isValid() const {
@@ -251,5 +265,7 @@ Acad::ErrorStatus ol_hvacSolid::copyFrom(const AcRxObject *other) {
   if (src == this) return Acad::eOk;
   AcDbEntity::operator=(*src);
   *bodies_ = *src->bodies_;
+  unreadable_ = src->unreadable_;
+  unreadableWhy_ = src->unreadableWhy_;
   return Acad::eOk;
 }

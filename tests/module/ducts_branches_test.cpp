@@ -1,4 +1,4 @@
-// Takeoffs, wyes and skins from LISP: the solids they make, their ports and the lengths they
+// Takeoffs and wyes from LISP: the solids they make, their ports and the lengths they
 // report.
 #include "ducts_testing.h"
 
@@ -58,15 +58,6 @@ TEST_F(DuctsTest, TakeoffCollarsSitFlushOnTheMain) {
   }
 }
 
-TEST_F(DuctsTest, TakeoffCollarStartsAtTheWall) {
-  const RunList north{.x0 = 1000, .x1 = 1000, .y1 = 800};
-  AcDbExtents e =
-      extentsOf(idOf("(cdr (assoc \"en2\" (ol_ol-drawTripleTakeoff nil 0 nil 100.0 " + kMainIn.lisp() + " " +
-                     kMainOut.lisp() + " " + north.lisp() + " " + kNone.lisp() + ")))"));
-  expectPoint(e.minPoint(), 900, 200, -50, 1e-4);
-  expectPoint(e.maxPoint(), 1100, 300, 50, 1e-4);
-}
-
 // A round shoe widens no further than the wall it sits on: a 250 branch with a 150 collar off the
 // side of a 300 deep main, off the top of a 400 wide one.
 TEST_F(DuctsTest, RoundShoeStaysWithinItsWall) {
@@ -104,19 +95,6 @@ TEST_F(DuctsTest, TakeoffThatCannotBeBuiltIsNilAndSaysWhy) {
 
 // --- Wyes ---------------------------------------------------------------------------------------
 
-// Every key is there, nil for a branch without a shape change; the trunk port lies h (the largest
-// half-size, 200) back from the junction, and a symmetric wye's branches reach alike.
-TEST_F(DuctsTest, WyeAnswersItsKeysAndPorts) {
-  const RunList left{.x0 = 1000, .x1 = 2000, .y1 = 1000, .width = 300};
-  const RunList right{.x0 = 1000, .x1 = 2000, .y1 = -1000, .width = 300};
-  lisp("(setq r (ol_ol-drawTripleWye nil 0 nil 0.0 " + kMainIn.lisp() + " " + left.lisp() + " " +
-       right.lisp() + "))");
-  EXPECT_EQ(lisp("(mapcar 'cdr (list (assoc \"en2\" r) (assoc \"en3\" r)))"), "(nil nil)");
-  EXPECT_EQ(lisp("(cdr (assoc \"dHeadLength\" r))"), "200.0");
-  EXPECT_EQ(lisp("(cdr (assoc \"dTailLength1\" r))"), lisp("(cdr (assoc \"dTailLength2\" r))"));
-  EXPECT_NEAR(extentsOf(idOf("(cdr (assoc \"en1\" r))")).minPoint().x, 800, 1e-4);
-}
-
 TEST_F(DuctsTest, WyeBranchOfTheOtherShapeGetsATransition) {
   const RunList left{.x0 = 1000, .x1 = 2000, .y1 = 1000, .width = 300};
   const RunList roundRight{.x0 = 1000, .x1 = 2000, .y1 = -1000, .width = 300, .shape = "RD"};
@@ -131,34 +109,6 @@ TEST_F(DuctsTest, WyeBranchOfTheOtherShapeGetsATransition) {
                   std::stod(lisp("(cdr (assoc \"dTailLength1\" r))")),
               150, 1e-6);
   EXPECT_GT(volumeOf(idOf("(cdr (assoc \"en3\" r))")), 0);
-}
-
-TEST_F(DuctsTest, WyeWithAShortBranchNeedsShortLegs) {
-  const RunList stub{.x0 = 1000, .x1 = 1050, .y1 = 50, .width = 300};
-  const RunList right{.x0 = 1000, .x1 = 2000, .y1 = -1000, .width = 300};
-  std::string runs = kMainIn.lisp() + " " + stub.lisp() + " " + right.lisp() + ")";
-  EXPECT_EQ(lisp("(ol_ol-drawTripleWye nil 0 nil 0.0 " + runs), "nil");
-  lisp("(setq r (ol_ol-drawTripleWye nil 0 T 0.0 " + runs + ")");
-  EXPECT_NEAR(std::stod(lisp("(cdr (assoc \"dTailLength1\" r))")), 50 * std::sqrt(2.0), 1e-4);  // as printed
-  EXPECT_GT(volumeOf(idOf("(cdr (assoc \"en1\" r))")), 0);
-}
-
-// --- Skins --------------------------------------------------------------------------------------
-
-TEST_F(DuctsTest, SkinIsThePolygonThickened) {
-  lisp("(setq r (ol_ol-drawTripleSkin 2.0 '((0 0 0) (300 0 0) (300 200 0) (0 200 0))))");
-  EXPECT_EQ(lisp("(car (car r))"), "\"en\"");
-  AcDbObjectId id = idOf("(cdr (assoc \"en\" r))");
-  EXPECT_LT(rel(volumeOf(id), 300 * 200 * 2.0), 1e-9);
-  AcDbExtents e = extentsOf(id);
-  expectPoint(e.minPoint(), 0, 0, 0);
-  expectPoint(e.maxPoint(), 300, 200, 2);
-  // A triangle given as nine numbers in a row (read three at a time), thickness an integer.
-  lisp("(setq r (ol_ol-drawTripleSkin 3 (list 0 0 0 300 0 0 300 200 0)))");
-  EXPECT_LT(rel(volumeOf(idOf("(cdr (assoc \"en\" r))")), 300 * 100 * 3.0), 1e-9);
-  EXPECT_EQ(lisp("(ol_ol-drawTripleSkin 2.0 '((0 0 0) (1 0 0)))"), "nil");
-  EXPECT_EQ(lisp("(ol_ol-drawTripleSkin \"2\" '((0 0 0)))"), "ERROR: ADS request error");
-  EXPECT_EQ(lisp("(ol_ol-drawTripleSkin 2.0 1)"), "ERROR: ADS request error");
 }
 
 }  // namespace

@@ -12,44 +12,6 @@ using testing::RunList;
 
 // --- Straight pieces ----------------------------------------------------------------------------
 
-TEST_F(DuctsTest, StraightPieceIsTheRunCutBackByHeadAndTail) {
-  RunList r{.head = 100, .tail = 50};
-  AcDbObjectId id = idOf("(ol_ol-drawTripleCenter nil 0 " + r.lisp() + ")");
-  ASSERT_FALSE(id.isNull());
-  EXPECT_LT(rel(volumeOf(id), 850.0 * 200 * 100), 1e-9);
-  AcDbExtents e = extentsOf(id);
-  expectPoint(e.minPoint(), 100, -100, -50);
-  expectPoint(e.maxPoint(), 950, 100, 50);
-}
-
-TEST_F(DuctsTest, StraightPieceShapesAndJustifications) {
-  struct Case {
-    RunList run;
-    double volume;
-    double minY, maxY, minZ, maxZ;
-  } cases[] = {
-      {RunList{.shape = "rd"}, M_PI * 100 * 100 * 1000, -100, 100, -100,
-       100},  // round: width is the diameter
-      // Justified by half the depth even when round: the depth still counts.
-      {RunList{.shape = "RD", .horizontal = "l", .vertical = "t"}, M_PI * 100 * 100 * 1000, 0, 200, -150, 50},
-      {RunList{.horizontal = "r", .vertical = "b"}, 1000.0 * 200 * 100, -200, 0, 0, 100},
-      {RunList{.vertical = "h", .useOffset = 1, .offset = 30}, 1000.0 * 200 * 100, -100, 100, 30, 130},
-      {RunList{.vertical = "h"}, 1000.0 * 200 * 100, -100, 100, 0, 100},  // without the offset, as "b"
-      {RunList{.horizontal = "L", .vertical = "T"}, 1000.0 * 200 * 100, -100, 100, -50, 50},  // exact letters
-      {RunList{.width = -200, .depth = -100, .extraA = 5, .extraB = 5}, 1000.0 * 180 * 80, -90, 90, -40, 40},
-      {RunList{.extraA = 5, .extraB = 2.5}, 1000.0 * 215 * 115, -107.5, 107.5, -57.5, 57.5},
-  };
-  for (const Case &c : cases) {
-    SCOPED_TRACE(c.run.lisp());
-    AcDbObjectId id = idOf("(ol_ol-drawTripleCenter nil 0 " + c.run.lisp() + ")");
-    ASSERT_FALSE(id.isNull());
-    EXPECT_LT(rel(volumeOf(id), c.volume), 1e-6);
-    AcDbExtents e = extentsOf(id);
-    expectPoint(e.minPoint(), 0, c.minY, c.minZ, 1e-4);
-    expectPoint(e.maxPoint(), 1000, c.maxY, c.maxZ, 1e-4);
-  }
-}
-
 TEST_F(DuctsTest, StraightPieceTooShortIsNil) {
   const RunList cases[] = {
       RunList{.head = 600, .tail = 400},      // cut back to nothing
@@ -63,20 +25,6 @@ TEST_F(DuctsTest, StraightPieceTooShortIsNil) {
   EXPECT_EQ(lisp("(ol_ol-drawTripleCenter nil 0 '(1 2))"), "ERROR: ADS request error");
   EXPECT_EQ(lisp("(ol_ol-drawTripleCenter \"x\" 0.0)"), "ERROR: ADS request error");
   EXPECT_NE(transcript().find("\nWrong type of arguments passed.\n"), std::string::npos);
-}
-
-TEST_F(DuctsTest, VerticalStraightPieceTurnsWithItsPartner) {
-  // A riser of 200 x 100: alone its width lies along world y; beside an eastward run, along x... no:
-  // along the partner's y, which is world y for an eastward run and world -x for a northward one.
-  RunList up{.x1 = 0, .z1 = 500};
-  RunList north{.x0 = 0, .y0 = 0, .z0 = 500, .x1 = 0, .y1 = 800, .z1 = 500};
-  AcDbExtents alone = extentsOf(idOf("(ol_ol-drawTripleCenter nil 0 " + up.lisp() + ")"));
-  expectPoint(alone.minPoint(), -50, -100, 0, 1e-4);
-  expectPoint(alone.maxPoint(), 50, 100, 500, 1e-4);
-  AcDbExtents turned =
-      extentsOf(idOf("(ol_ol-drawTripleCenter nil 0 " + up.lisp() + " " + north.lisp() + ")"));
-  expectPoint(turned.minPoint(), -100, -50, 0, 1e-4);
-  expectPoint(turned.maxPoint(), 100, 50, 500, 1e-4);
 }
 
 // --- Transitions --------------------------------------------------------------------------------
@@ -94,20 +42,6 @@ TEST_F(DuctsTest, RectangleToRectangleTransition) {
   AcDbExtents e = extentsOf(id);
   expectPoint(e.minPoint(), 1000, -105, -50);
   expectPoint(e.maxPoint(), 1000 + length, 105, 50);
-}
-
-// Same width and depth, one end round: the length is half the first run's larger side.
-TEST_F(DuctsTest, RectangleToRoundTransition) {
-  RunList a{.width = 300, .depth = 200}, b{.x0 = 1000, .x1 = 2000, .width = 300, .depth = 200, .shape = "rd"};
-  lisp("(setq r (ol_ol-drawTripleTransition nil 0 " + a.lisp() + " " + b.lisp() + "))");
-  EXPECT_EQ(lisp("(cdr (assoc \"dTailLength\" r))"), "150.0");
-  EXPECT_GT(volumeOf(idOf("(cdr (assoc \"en1\" r))")), 0);
-}
-
-TEST_F(DuctsTest, TransitionBetweenEqualSizesIsNil) {
-  RunList a, b{.x0 = 1000, .x1 = 2000};
-  EXPECT_EQ(lisp("(ol_ol-drawTripleTransition nil 0 " + a.lisp() + " " + b.lisp() + ")"), "nil");
-  EXPECT_EQ(lisp("(ol_ol-drawTripleTransition nil 0 " + a.lisp() + ")"), "ERROR: ADS request error");
 }
 
 // --- Elbows -------------------------------------------------------------------------------------
@@ -177,19 +111,6 @@ TEST_F(DuctsTest, ElbowIntoALargerRunGetsATransition) {
   RunList roundEast{.shape = "RD"};
   lisp("(setq r (ol_ol-drawTripleElbow nil 0 T 200 " + roundEast.lisp() + " " + north.lisp() + "))");
   EXPECT_GT(volumeOf(idOf("(cdr (assoc \"en2\" r))")), 0) << lisp("r");
-}
-
-// A square elbow whose run a has no size to mitre falls back to b's size throughout: the reach is
-// then b's size in the bend plane, and nothing can widen a run of no size, so "en2" is nil.
-TEST_F(DuctsTest, SquareElbowFallsBackToTheSecondRunsSize) {
-  RunList flat{.width = 0, .depth = 100}, north{.x0 = 1000, .x1 = 1000, .y1 = 1000, .width = 300};
-  lisp("(setq r (ol_ol-drawTripleElbow nil 0 T 200 " + flat.lisp() + " " + north.lisp() + "))");
-  AcDbObjectId id = idOf("(cdr (assoc \"en1\" r))");
-  ASSERT_FALSE(id.isNull()) << lisp("r");
-  EXPECT_LT(rel(volumeOf(id), 300.0 * 100 * 600), 1e-9);  // two legs, each 300 to the mitre's middle
-  EXPECT_NEAR(std::stod(lisp("(cdr (assoc \"dHeadLength\" r))")), 300, 1e-6);
-  EXPECT_NEAR(std::stod(lisp("(cdr (assoc \"dTailLength\" r))")), 300, 1e-6);
-  EXPECT_EQ(lisp("(assoc \"en2\" r)"), "(\"en2\")");
 }
 
 // An elbow that cannot be built answers nil and says why on the command line.
@@ -278,16 +199,6 @@ TEST_F(DuctsTest, HangerVolumesAreStrutPlusRodsOrBandMinusOpening) {
   }
 }
 
-TEST_F(DuctsTest, HangerTurnsWithItsAngle) {
-  AcDbExtents e =
-      extentsOf(idOf("(cdr (assoc \"hanger\" (ol_ol-drawHanger nil '(0 0 0) (/ pi 2) 200 100 nil 10 40 "
-                     "500.0 0)))"));
-  // The strut runs across the duct, now along world x; 20 thick along y.
-  expectPoint(e.minPoint(), -120, -10, -90, 1e-4);
-  expectPoint(e.maxPoint(), 120, 10, 500, 1e-4);
-  EXPECT_EQ(lisp("(ol_ol-drawHanger nil '(0 0 0) 0.0 200 100 nil 10 40 500.0)"), "ERROR: ADS request error");
-}
-
 // --- Union and explode --------------------------------------------------------------------------
 
 TEST_F(DuctsTest, UnionJoinsTheSecondIntoTheFirstAndErasesIt) {
@@ -308,56 +219,46 @@ TEST_F(DuctsTest, UnionJoinsTheSecondIntoTheFirstAndErasesIt) {
   EXPECT_EQ(lisp("(ol_ol-tripleUnion s1 \"s2\")"), "ERROR: ADS request error");
 }
 
-TEST_F(DuctsTest, UnionThatFailsKeepsBoth) {
-  RunList a, wide{.x1 = 1000}, none{.x0 = 1000, .x1 = 2000, .width = 0, .depth = 0};
-  lisp("(setq s1 (ol_ol-drawTripleCenter nil 0 " + a.lisp() + "))");
-  // A solid joined with itself: the second write open fails, a wrong argument.
-  EXPECT_EQ(lisp("(ol_ol-tripleUnion s1 s1)"), "ERROR: ADS request error");
-  EXPECT_FALSE(idOf("s1").isErased());
-  // A transition to a run of no size is refused by the modeller but still added to the drawing: an
-  // empty solid, which the modeller will not join. Either way round the answer is nil and both stay.
-  lisp("(setq empty (cdr (assoc \"en1\" (ol_ol-drawTripleTransition nil 0 " + wide.lisp() + " " +
-       none.lisp() + "))))");
-  ASSERT_FALSE(idOf("empty").isNull());
-  EXPECT_EQ(volumeOf(idOf("empty")), 0);
-  for (const char *args : {"s1 empty", "empty s1"}) {
-    SCOPED_TRACE(args);
-    EXPECT_EQ(lisp(std::string("(ol_ol-tripleUnion ") + args + ")"), "nil");
-    EXPECT_FALSE(idOf("s1").isErased());
-    EXPECT_FALSE(idOf("empty").isErased());
-    EXPECT_LT(rel(volumeOf(idOf("s1")), 1000.0 * 200 * 100), 1e-9);
-    EXPECT_EQ(volumeOf(idOf("empty")), 0);
-  }
-}
-
-TEST_F(DuctsTest, ExplodeMakesFacesAndKeepsTheSolid) {
-  RunList a;
-  lisp("(setq s (ol_ol-drawTripleCenter nil 0 " + a.lisp() + ") faces (ol_ol-explodeSolid s))");
-  EXPECT_EQ(lisp("(length faces)"), "6");
-  EXPECT_EQ(lisp("(vl-remove-if '(lambda (p) (= (car p) \"FACE\")) faces)"), "nil");
-  EXPECT_FALSE(idOf("s").isErased());
-  double area = 0;
-  for (int i = 0; i < 6; ++i) {
-    AcDbObjectPointer<AcDbFace> f(idOf("(cdr (nth " + std::to_string(i) + " faces))"), AcDb::kForRead);
-    ASSERT_EQ(f.openStatus(), Acad::eOk);
-    AcGePoint3d p[4];
-    for (int k = 0; k < 4; ++k) f->getVertexAt(k, p[k]);
-    area += 0.5 * ((p[2] - p[0]).crossProduct(p[3] - p[1])).length();
-  }
-  EXPECT_NEAR(area, 2 * (1000 * 200 + 1000 * 100 + 200 * 100), 1e-6);
-  // No argument: nothing, no message. A face is no solid: bad data.
-  EXPECT_EQ(lisp("(ol_ol-explodeSolid)"), "nil");
-  EXPECT_EQ(transcript().find("passed"), std::string::npos);
-  EXPECT_EQ(lisp("(ol_ol-explodeSolid (cdr (car faces)))"), "ERROR: ADS request error");
-  EXPECT_NE(transcript().find("\nBad data passed .\n"), std::string::npos);
-  EXPECT_EQ(lisp("(ol_ol-explodeSolid 1)"), "ERROR: ADS request error");
-}
-
 TEST_F(DuctsTest, WithoutTheSolidModuleNothingIsDrawn) {
   ASSERT_TRUE(host::Session::get().unloadModule(L"ol_ol-solid2025x64.dbx"));
   EXPECT_EQ(lisp("(ol_ol-drawTripleCenter nil 0 " + RunList{}.lisp() + ")"), "nil");
   EXPECT_NE(transcript().find("solid module ol_ol-solid2025x64.dbx is not loaded"), std::string::npos);
   EXPECT_EQ(lisp("(ol_ol-drawHanger nil '(0 0 0) 0.0 200 100 nil 10 40 500.0 0)"), "nil");
+}
+
+}  // namespace
+}  // namespace vantry::ducts
+
+namespace vantry::ducts {
+namespace {
+using testing::DuctsTest;
+using testing::RunList;
+
+// Degenerate or infinite input crashed the modeller (a depth of 1e308 whose half-size doubled
+// overflows; INF or NaN sizes; a trapeze 1e6 wide on 0.001 rods turned 0.5 rad) or hung it (a band
+// hanger of strut depth 1e-9). Numbers that are not finite are bad data; sizes the model cannot hold
+// make no solid, at once.
+TEST_F(DuctsTest, DegenerateOrInfiniteInputNeverReachesTheModeller) {
+  lisp("(setq inf (* 1e308 10.0) nan (- inf inf))");
+  for (const char *depth : {"inf", "nan"}) {
+    SCOPED_TRACE(depth);
+    RunList r;
+    std::string run = r.lisp();
+    run.replace(run.find(" 100 "), 5, std::string(" ") + depth + " ");
+    EXPECT_EQ(lisp("(ol_ol-drawTripleCenter nil 0 " + run + ")"), "ERROR: ADS request error");
+    EXPECT_NE(transcript().find("Bad data passed ."), std::string::npos);
+    EXPECT_EQ(lisp("(ol_ol-drawHanger nil '(0 0 0) 0.0 400.0 " + std::string(depth) +
+                   " nil 10.0 50.0 1000.0 0)"),
+              "ERROR: ADS request error");
+  }
+  RunList huge;
+  huge.depth = 1e308;
+  EXPECT_EQ(lisp("(ol_ol-drawTripleCenter nil 0 " + huge.lisp() + ")"), "nil");
+  EXPECT_EQ(lisp("(ol_ol-drawHanger nil '(0 0 0) 0.5 1e6 300.0 nil 0.001 50.0 1000.0 0)"), "nil");
+  EXPECT_EQ(lisp("(ol_ol-drawHanger T '(0 0 0) 0.5 400.0 300.0 T 10.0 1e-9 1000.0 0)"), "nil");
+  EXPECT_EQ(lisp("(ol_ol-drawHanger T '(0 0 0) 0.5 400.0 300.0 nil 10.0 1e-9 1000.0 0)"), "nil");
+  // Sizes the model holds still build.
+  EXPECT_NE(lisp("(ol_ol-drawHanger T '(0 0 0) 0.5 400.0 300.0 nil 10.0 2.0 1000.0 0)"), "nil");
 }
 
 }  // namespace

@@ -38,16 +38,5 @@ TEST(StepExport, SolidsFarApartComeBackWhereTheyWere) {
   std::remove(path.c_str());
 }
 
-TEST(StepExport, NothingToWriteOrNowhereToWrite) {
-  SolidBodies empty, box;
-  ASSERT_TRUE(box.addTransition(at(0, 0, 0), true, 10, 10, at(10, 0, 0), true, 10, 10, kEast, kEast, 0));
-  std::string error;
-  EXPECT_FALSE(writeStepFile({&empty}, "/tmp/never.step", error));
-  EXPECT_EQ(error, "there is no body to export");
-  EXPECT_FALSE(writeStepFile({}, "/tmp/never.step", error));
-  EXPECT_FALSE(writeStepFile({&box}, "/no/such/dir/x.step", error));
-  EXPECT_NE(error.find("cannot write"), std::string::npos);
-}
-
 }  // namespace
 }  // namespace vantry::solid

@@ -28,23 +28,6 @@ struct Wye {
   }
 };
 
-TEST(Wye, PrepFindsTheJunctionAndCollars) {
-  Wye wye;
-  SolidBodies s;
-  Pt leg[3], collar[3];
-  ASSERT_TRUE(wye.prep(s, leg, collar)) << s.lastError();
-  for (const Pt &p : leg) {
-    EXPECT_NEAR(p.x, 0, 1e-9);
-    EXPECT_NEAR(p.y, 0, 1e-9);
-  }
-  // Half-size 150, branches 60 degrees apart: the inner walls part at 150 / tan 30 from the junction.
-  double c = 150 / std::tan(M_PI / 6);
-  EXPECT_NEAR(collar[1].x, c * std::cos(M_PI / 6), 1e-9);
-  EXPECT_NEAR(collar[1].y, c * std::sin(M_PI / 6), 1e-9);
-  EXPECT_NEAR(collar[0].x, 0, 1e-9);  // the trunk has no collar
-  EXPECT_EQ(s.bodyCount(), 0);
-}
-
 TEST(Wye, BodyReachesItsPortsAndHoldsItsPieces) {
   Wye wye;
   SolidBodies s;

@@ -1,5 +1,6 @@
 // System variables through the C API and through getvar/setvar.
 #include <ctime>
+#include <sstream>
 
 #include "host_fixture.h"
 
@@ -94,6 +95,45 @@ TEST_F(SystemVariables, SetvarFromLispAnswersTheValueOrTheHostsError) {
   // The host's bookkeeping can still move a read-only variable.
   EXPECT_EQ(lisp(L"(host:set-sysvar \"ACADPREFIX\" \"/a/;/b/\")"), L"\"/a/;/b/\"");
   EXPECT_EQ(supportDirectories(), (std::vector<std::wstring>{L"/a/", L"/b/"}));
+}
+
+// The documented table: defaults of every type, enumerated values, ranges
+// and read-only variables, as setvar sees them.
+TEST_F(SystemVariables, DocumentedVariablesKeepTheirTypesAndLimits) {
+  struct {
+    const wchar_t *text, *want;
+  } cases[] = {
+      {L"(getvar \"DIMTXT\")", L"0.18"},
+      {L"(getvar \"CECOLOR\")", L"\"BYLAYER\""},
+      {L"(getvar \"DIMBLK\")", L"\"\""},
+      {L"(getvar \"LIMMAX\")", L"(12.0 9.0)"},
+      {L"(getvar \"UCSYDIR\")", L"(0.0 1.0 0.0)"},
+      {L"(getvar \"CELWEIGHT\")", L"-1"},
+      {L"(setvar \"SPLINETYPE\" 5)", L"5"},
+      {L"(setvar \"SPLINETYPE\" 4)", L"ERROR: AutoCAD variable setting rejected: \"SPLINETYPE\" 4"},
+      {L"(setvar \"UCSAXISANG\" 45)", L"45"},
+      {L"(setvar \"UCSAXISANG\" 40)", L"ERROR: AutoCAD variable setting rejected: \"UCSAXISANG\" 40"},
+      {L"(setvar \"APERTURE\" 0)", L"ERROR: AutoCAD variable setting rejected: \"APERTURE\" 0"},
+      {L"(setvar \"TEXTSIZE\" 3)", L"3.0"},
+      {L"(setvar \"SNAPUNIT\" '(1 2))", L"(1.0 2.0)"},
+      {L"(setvar \"UCSORG\" '(1 2 3))", L"ERROR: AutoCAD variable setting rejected: \"UCSORG\" (1 2 3)"},
+      {L"(setvar \"DIMSTYLE\" \"X\")", L"ERROR: AutoCAD variable setting rejected: \"DIMSTYLE\" \"X\""},
+      {L"(setvar \"CMLSTYLE\" 5)", L"ERROR: AutoCAD variable setting rejected: \"CMLSTYLE\" 5"},
+  };
+  for (const auto &c : cases) EXPECT_EQ(lisp(c.text), c.want) << c.text;
+  // Every row of the table became a variable.
+  int rows = 0, known = 0;
+  std::istringstream table(kSystemVariableTable);
+  for (std::string line; std::getline(table, line);) {
+    if (line.empty()) continue;
+    ++rows;
+    resbuf rb{};
+    std::wstring name = text::fromUtf8(line.substr(0, line.find(' ')));
+    if (acedGetVar(name.c_str(), &rb) == RTNORM) ++known;
+    if (rb.restype == RTSTR) acutDelString(rb.resval.rstring);
+  }
+  EXPECT_GE(rows, 300);
+  EXPECT_EQ(known, rows);
 }
 
 TEST_F(SystemVariables, ClockVariablesFollowTheLocalDate) {

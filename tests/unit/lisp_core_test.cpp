@@ -97,6 +97,12 @@ TEST_F(LispCore, SpecialForms) {
       {L"(eval '(+ 1 2))", L"3"},
       {L"(set 'q 9) q", L"9"},
       {L"(apply 'and '(1 nil))", L"nil"},
+      {L"(setq)", L"nil"},
+      // A variable holding a function's name calls it, however it is reached.
+      {L"(setq f '1+) (f 1)", L"2"},
+      {L"(defun twice (fn x) (fn (fn x))) (twice 'sqrt 16.0)", L"2.0"},
+      {L"(defun each (car l) (mapcar (function car) l)) (each 'abs '(-1 2))", L"(1 2)"},
+      {L"(setq g 'h h 'abs) (apply 'g '(-4))", L"4"},
   };
   for (const auto &c : cases) EXPECT_EQ(run(c.text), c.printed) << c.text;
 }
@@ -115,6 +121,8 @@ TEST_F(LispCore, ErrorsCarryTheHostsMessages) {
   } cases[] = {
       {L"(foo 1)", L"ERROR: no function definition: FOO"},
       {L"(1 2)", L"ERROR: bad function: 1"},
+      {L"(setq r1 'r2 r2 'r1) (r1)", L"ERROR: bad function: R1"},
+      {L"(t 1)", L"ERROR: bad function: T"},
       {L"(defun two (a b) a) (two 1)", L"ERROR: too few arguments"},
       {L"(defun two (a b) a) (two 1 2 3)", L"ERROR: too many arguments"},
       {L"(if)", L"ERROR: too few arguments"},

@@ -59,6 +59,8 @@ TEST_F(LispLists, LengthsAndPositions) {
       {L"(nth 3 '(a b c))", L"nil"},
       {L"(nth -1 '(a b c))", L"nil"},
       {L"(last '(1 2 3))", L"3"},
+      {L"(last '(1 2 . 3))", L"3"},
+      {L"(last '((a . b)))", L"(A . B)"},
   });
   expectErrors({
       {L"(length 5)", L"bad argument type: listp 5"},
@@ -82,6 +84,9 @@ TEST_F(LispLists, SearchingUsesEqual) {
       {L"(subst 'qq '(c d) '(a b (c d) b))", L"(A B QQ B)"},
       {L"(subst 1 2 '(2 (2)))", L"(1 (2))"},  // top level only
       {L"(subst 'qq 'z '(a b))", L"(A B)"},
+      {L"(subst 2 1 '(0 . 1))", L"(0 . 2)"},
+      {L"(subst 'x 1 '(1 0 . 1))", L"(X 0 . X)"},
+      {L"(subst 'x 0 '(1 0 . 1))", L"(1 X . 1)"},
   });
 }
 
