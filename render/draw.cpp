@@ -1,5 +1,5 @@
 // Painting primitives with cairo: one panel per view, fitted to the panel,
-// back to front.
+// back to front: filled areas, faces, lines, then texts over them.
 #include <cairo.h>
 
 #include <algorithm>
@@ -107,6 +107,8 @@ class Painter {
       for (const AcGePoint3d &v : p.points) lo = std::min(lo, depthOf(v)), hi = std::max(hi, depthOf(v));
     double bias = hi > lo ? (hi - lo) * 2e-3 : 1e-9;
     for (const Primitive &p : prims_)
+      if (p.kind == Primitive::Fill) paintFill(p, bias);
+    for (const Primitive &p : prims_)
       if (p.kind == Primitive::Face && p.points.size() >= 3) paintFace(p);
     for (const Primitive &p : prims_) {
       if (p.kind == Primitive::Face) {
@@ -175,6 +177,44 @@ class Painter {
     for (size_t i = 2; i < p.points.size(); ++i) fillTriangle(a, project(p.points[i - 1]), project(p.points[i]), c);
   }
 
+  // A filled area: the pixels inside its loops by the even-odd rule (so an
+  // island inside a loop stays open), row by row, at the loops' mean depth
+  // less the lines' bias, so that the boundary and what lies on the area
+  // show over it.
+  void paintFill(const Primitive &p, double bias) {
+    std::vector<std::pair<Projected, Projected>> edges;
+    double depth = 0;
+    size_t corners = 0;
+    double y0 = std::numeric_limits<double>::infinity(), y1 = -y0;
+    for (const auto &loop : p.loops) {
+      for (size_t i = 0; i < loop.size(); ++i) {
+        Projected a = project(loop[i]), b = project(loop[(i + 1) % loop.size()]);
+        if (!std::isfinite(a.x + a.y + b.x + b.y)) return;
+        edges.emplace_back(a, b);
+        depth += a.d;
+        ++corners;
+        y0 = std::min(y0, a.y), y1 = std::max(y1, a.y);
+      }
+    }
+    if (!corners) return;
+    depth = depth / double(corners) - bias;
+    uint32_t c = Canvas::pack(p.color);
+    int first = std::max(0, int(std::floor(y0))), last = std::min(placement_.height - 1, int(std::ceil(y1)));
+    std::vector<double> xs;
+    for (int y = first; y <= last; ++y) {
+      double py = y + 0.5;
+      xs.clear();
+      for (const auto &[a, b] : edges)
+        if ((a.y <= py) != (b.y <= py)) xs.push_back(a.x + (py - a.y) * (b.x - a.x) / (b.y - a.y));
+      std::sort(xs.begin(), xs.end());
+      for (size_t k = 0; k + 1 < xs.size(); k += 2) {
+        int from = std::max(placement_.panelX, int(std::ceil(xs[k] - 0.5)));
+        int to = std::min(placement_.panelX + placement_.panelWidth - 1, int(std::floor(xs[k + 1] - 0.5)));
+        for (int x = from; x <= to; ++x) canvas_.plot(x, y, depth, c);
+      }
+    }
+  }
+
   // Every pixel whose centre lies in the triangle (edges included), with the
   // depth interpolated across it.
   void fillTriangle(const Projected &a, const Projected &b, const Projected &c, uint32_t color) {
@@ -219,15 +259,33 @@ class Painter {
     }
   }
 
+  // A line of text on its baseline, turned along its direction; its
+  // capitals as high as the text's height and, when the layout measured it,
+  // stretched to the length the font's metrics give (the picture's font is
+  // not the drawing's).
   void paintText(cairo_t *cr, const Primitive &p) {
-    Projected at = project(p.points[0]);
+    Projected at = project(p.points[0]), ahead = project(p.points[0] + p.direction);
     double size = p.height * placement_.scale;
-    if (size < 4) return;  // unreadable at this scale
+    if (size < 4 || !std::isfinite(size) || size > 4 * placement_.height) return;  // unreadable or absurd
+    double angle = std::atan2(ahead.y - at.y, ahead.x - at.x);
+    double want = p.width * placement_.scale;
+    // A cairo context that met a non-finite number stays in error: nothing
+    // after it would be drawn.
+    if (!std::isfinite(at.x + at.y + angle + want)) return;
+    std::string utf8 = text::toUtf8(p.text);
+    cairo_save(cr);
     cairo_set_source_rgb(cr, p.color.r, p.color.g, p.color.b);
     cairo_select_font_face(cr, "sans-serif", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
-    cairo_set_font_size(cr, size);
-    cairo_move_to(cr, at.x, at.y + size);  // the text hangs from its location
-    cairo_show_text(cr, text::toUtf8(p.text).c_str());
+    // Capitals of a sans-serif face are about 0.72 of its size.
+    cairo_set_font_size(cr, size / 0.72);
+    cairo_translate(cr, at.x, at.y);
+    cairo_rotate(cr, std::isfinite(angle) ? angle : 0);
+    cairo_text_extents_t ext;
+    cairo_text_extents(cr, utf8.c_str(), &ext);
+    if (want > 0 && ext.x_advance > 0) cairo_scale(cr, want / ext.x_advance, 1);
+    cairo_move_to(cr, 0, 0);
+    cairo_show_text(cr, utf8.c_str());
+    cairo_restore(cr);
   }
 
   Canvas &canvas_;

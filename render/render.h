@@ -2,9 +2,12 @@
 // shaded isometric view, so that a person can look at what a script built.
 //
 // The drawing is reduced to primitives in world coordinates: curves become
-// polylines (sampled along their parameter), 3D faces become polygons, and
-// every other entity (block references, the duct solids) is exploded until
-// only those remain. Each view projects the primitives and paints them
+// polylines (sampled along their parameter), 3D faces become polygons, texts
+// (MTEXT, and TEXT and ATTRIB kept as read from a file) become lines of text
+// placed with the MText layout's font metrics, hatches become filled areas
+// with their boundaries, block references are walked through their block,
+// and every other entity (the duct solids) is exploded until only those
+// remain. Each view projects the primitives and paints them
 // through a depth buffer, faces shaded by the angle between their normal and
 // the light, then the faces' visible edges and the curves as lines.
 #pragma once
@@ -22,15 +25,22 @@ struct Rgb {
 };
 
 // One thing to draw, in world coordinates: a polyline (open or closed), a
-// filled face (three or four corners), or a text at a point.
+// filled face (three or four corners), a line of text, or a filled area
+// (a hatch: its boundary loops, filled even-odd, so islands stay open).
 struct Primitive {
-  enum Kind { Polyline, Face, Text };
+  enum Kind { Polyline, Face, Text, Fill };
   Kind kind = Polyline;
-  std::vector<AcGePoint3d> points;
+  std::vector<AcGePoint3d> points;  // Text: where its baseline starts
   bool closed = false;
   Rgb color;
-  std::wstring text;   // Text only
-  double height = 0;   // Text only
+  std::wstring text;   // Text only: one line, format codes taken out
+  double height = 0;   // Text only: the height of capitals
+  // Text only: the baseline's direction, and the line's length along it as
+  // the font's metrics measure it (0: as the picture's font sets it).
+  AcGeVector3d direction = AcGeVector3d::kXAxis;
+  double width = 0;
+  // Fill only: the boundary loops, each closed.
+  std::vector<std::vector<AcGePoint3d>> loops;
   // Face only: whether the side from points[i] to the next is drawn as an
   // edge line (a 3D face's visible edges: an exploded solid's feature
   // edges, not the sides inside its triangulated faces). Empty: every side.

@@ -45,8 +45,9 @@ struct AcDbDatabase::Impl {
   bool tracking = false;
   bool touchOverflow = false;
   std::vector<AcDbStub *> touched;
-  // The ATTRIBs a drawing file gave an INSERT (VerbatimEntity objects owned
-  // by it), by the INSERT's stub; the writer puts them after it again.
+  // The ATTRIBs a drawing file gave an INSERT, and the VERTEX records and
+  // end marker of a mesh kept as groups (VerbatimEntity objects owned by
+  // it), by the owner's stub; the writer puts them after it again.
   std::map<const AcDbStub *, std::vector<AcDbObjectId>> attributes;
   // The dimension styles a drawing file gave (VerbatimObject), in its order.
   std::vector<AcDbObjectId> dimStyles;

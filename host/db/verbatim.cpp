@@ -22,8 +22,9 @@ bool entityOwnCode(int code) {
 // Old files (before subclass markers) give no 100 groups; newer readers
 // expect them in entities of a file with markers. The kinds that old files
 // hold and that are kept as groups get them as the layout of their kind
-// places them: one marker first, and for text kinds a second before the
-// vertical alignment (73, or 74 for ATTRIB/ATTDEF).
+// places them: one marker first, for text kinds a second before the
+// vertical alignment (73, or 74 for ATTRIB/ATTDEF), for dimensions one per
+// part, for meshes the kind of mesh or of vertex.
 void addMarkers(const std::wstring &type, std::vector<AcDbDxfFiler::Item> &groups) {
   auto marker = [](const wchar_t *name) {
     AcDbDxfFiler::Item it;
@@ -36,6 +37,52 @@ void addMarkers(const std::wstring &type, std::vector<AcDbDxfFiler::Item> &group
     out.push_back(marker(L"AcDbPoint"));
   } else if (type == L"SOLID" || type == L"TRACE") {
     out.push_back(marker(L"AcDbTrace"));
+  } else if (type == L"DIMENSION") {
+    // The common dimension part, then the kind's own (by the low bits of
+    // 70): a linear dimension's points under the aligned marker and its
+    // angles under the rotated one.
+    auto common = [](int c) {
+      switch (c) {
+        case 1: case 2: case 3: case 10: case 20: case 30: case 11: case 21: case 31: case 12: case 22:
+        case 32: case 41: case 42: case 51: case 53: case 70: case 71: case 72: case 210: case 220: case 230:
+          return true;
+        default:
+          return false;
+      }
+    };
+    int64_t flags = 0;
+    for (const auto &it : groups)
+      if (it.code == 70) flags = it.integer;
+    std::vector<AcDbDxfFiler::Item> own, last;
+    out.push_back(marker(L"AcDbDimension"));
+    for (auto &it : groups) {
+      bool angle = it.code == 50 || it.code == 52;
+      (common(it.code) ? out : (flags & 7) == 0 && angle ? last : own).push_back(std::move(it));
+    }
+    constexpr const wchar_t *kKinds[] = {L"AcDbAlignedDimension",  L"AcDbAlignedDimension",
+                                         L"AcDb2LineAngularDimension", L"AcDbDiametricDimension",
+                                         L"AcDbRadialDimension",   L"AcDb3PointAngularDimension",
+                                         L"AcDbOrdinateDimension", L"AcDbAlignedDimension"};
+    out.push_back(marker(kKinds[flags & 7]));
+    for (auto &it : own) out.push_back(std::move(it));
+    if ((flags & 7) == 0) out.push_back(marker(L"AcDbRotatedDimension"));
+    for (auto &it : last) out.push_back(std::move(it));
+    groups = std::move(out);
+    return;
+  } else if (type == L"POLYLINE" || type == L"VERTEX") {
+    // Meshes (the only polylines kept as groups): the head says which kind,
+    // each vertex whether it is a mesh vertex or a face record.
+    int64_t flags = 0;
+    for (const auto &it : groups)
+      if (it.code == 70) flags = it.integer;
+    if (type == L"POLYLINE") {
+      out.push_back(marker(flags & 64 ? L"AcDbPolyFaceMesh" : L"AcDbPolygonMesh"));
+    } else if ((flags & 128) && !(flags & 64)) {
+      out.push_back(marker(L"AcDbFaceRecord"));
+    } else {
+      out.push_back(marker(L"AcDbVertex"));
+      out.push_back(marker(flags & 128 ? L"AcDbPolyFaceMeshVertex" : L"AcDbPolygonMeshVertex"));
+    }
   } else if (type == L"TEXT" || type == L"ATTRIB" || type == L"ATTDEF") {
     // Text part, then the second text marker and the kind's own part (tag,
     // prompt, flags, vertical alignment).

@@ -12,9 +12,9 @@
 // model space and of paper space; the root dictionary with the dictionaries
 // and groups under it; extended data; the current layer, text style,
 // linetype, colour, text size and spline settings. Entity kinds the database
-// has no class for are counted as skipped. Viewports, views, UCSs,
+// has no class for are kept as their groups. Viewports, views, UCSs,
 // dimension styles, layouts and other objects are not kept: the writer makes
-// them anew.
+// them anew. Polyface and polygon meshes are kept as their groups.
 #include <set>
 #include <unordered_map>
 
@@ -42,8 +42,7 @@ AcDbEntity *makeEntity(const std::wstring &type) {
 
 class Builder {
  public:
-  Builder(Drawing &d, AcDbDatabase *db, std::map<std::wstring, int> &skipped)
-      : d_(d), db_(db), impl_(db->impl()), skipped_(skipped) {}
+  Builder(Drawing &d, AcDbDatabase *db) : d_(d), db_(db), impl_(db->impl()) {}
   ~Builder() {
     for (AcDbObject *o : open_) o->close();
     setHandleChooser(db_, nullptr);
@@ -100,19 +99,20 @@ class Builder {
   void blockDefinitions(std::vector<std::pair<AcDbObjectId, Block *>> &defs);
   void entity(Record &r, AcDbObjectId btr);
   void polyline(Record &r, AcDbObjectId btr);
+  void mesh(Record &r, AcDbObjectId btr);
   void attributes(Record &insert, AcDbEntity *ref);
   void appendTo(AcDbObjectId btr, AcDbObjectId id) {
     DbAccess::blockEntities(static_cast<AcDbBlockTableRecord *>(objectOf(btr))).push_back(id);
   }
   void objects();
   void dictionary(Record &r, AcDbDictionary *dict, bool root);
+  void ownedObjects(Record &r, AcDbObject *owner);
   void headerVariables();
   void dimensionStyles();
 
   Drawing &d_;
   AcDbDatabase *db_;
   AcDbDatabase::Impl *impl_;
-  std::map<std::wstring, int> &skipped_;
   std::unordered_map<const AcDbObject *, uint64_t> want_;
   uint64_t seqend_ = 0;  // the end marker's handle while a polyline joins
   std::unordered_map<uint64_t, Record *> objectsByHandle_;
@@ -356,10 +356,7 @@ void Builder::attributes(Record &insert, AcDbEntity *ref) {
 void Builder::polyline(Record &r, AcDbObjectId btr) {
   int64_t flags = 0;
   r.fields.getInt(70, flags);
-  if (flags & (16 | 64)) {
-    ++skipped_[L"POLYLINE (mesh)"];
-    return;
-  }
+  if (flags & (16 | 64)) return mesh(r, btr);
   std::vector<Record *> verts;
   seqend_ = 0;
   for (Record &s : r.subs) {
@@ -406,6 +403,34 @@ void Builder::polyline(Record &r, AcDbObjectId btr) {
   }
 }
 
+// A polyface or polygon mesh is kept as its groups: the POLYLINE, and its
+// VERTEX records and end marker as entities it owns, written back after it
+// with their handles.
+void Builder::mesh(Record &r, AcDbObjectId btr) {
+  auto *head = new VerbatimEntity(L"POLYLINE");
+  appendTo(btr, place(head, r.handle, btr, &r));
+  head->setLayer(recordId(impl_->layerTable, L"0"));
+  resolve(r);
+  if (head->dxfInFields(&r.fields) != Acad::eOk) {
+    note(r, L"dropped the POLYLINE: its data is not valid");
+    discard(head, btr);
+    return;
+  }
+  applyXData(head, r);
+  std::vector<AcDbObjectId> ids;
+  for (Record &s : r.subs) {
+    if (s.type != L"VERTEX" && s.type != L"SEQEND") continue;
+    auto *sub = new VerbatimEntity(s.type);
+    AcDbObjectId id = place(sub, s.handle, head->objectId(), &s);
+    sub->setLayer(recordId(impl_->layerTable, L"0"));
+    resolve(s);
+    sub->dxfInFields(&s.fields);
+    applyXData(sub, s);
+    ids.push_back(id);
+  }
+  impl_->attributes[DbAccess::stub(head)] = std::move(ids);
+}
+
 // Extended data, registering the applications it names that are not yet.
 void Builder::applyXData(AcDbObject *obj, const Record &r) {
   if (!r.xdata) return;
@@ -428,7 +453,8 @@ void Builder::objects() {
   }
 }
 
-// A dictionary's entries that are dictionaries or groups; others are left out.
+// A dictionary's entries: dictionaries and groups made as such, objects of
+// other kinds kept as their groups with what they own.
 void Builder::dictionary(Record &r, AcDbDictionary *dict, bool root) {
   const auto &its = r.fields.items();
   for (size_t i = 0; i + 1 < its.size(); ++i) {
@@ -440,9 +466,8 @@ void Builder::dictionary(Record &r, AcDbDictionary *dict, bool root) {
     Record &child = *found->second;
     if (!visited_.insert(h).second) continue;  // a second way to the same object
     AcDbObject *obj = child.type == L"DICTIONARY" ? static_cast<AcDbObject *>(new AcDbDictionary)
-                      : child.type == L"GROUP"    ? new AcDbGroup
-                                                  : nullptr;
-    if (!obj) continue;
+                      : child.type == L"GROUP"    ? static_cast<AcDbObject *>(new AcDbGroup)
+                                                  : new VerbatimObject(child.type);
     want_[obj] = claim(h, &child);
     AcDbObjectId id;
     if (Acad::ErrorStatus es = dict->setAt(key.c_str(), obj, id); es != Acad::eOk) {
@@ -453,6 +478,10 @@ void Builder::dictionary(Record &r, AcDbDictionary *dict, bool root) {
     if (root && upperKey(key) == L"ACAD_GROUP") impl_->groupDict = id;
     if (auto *sub = AcDbDictionary::cast(obj)) {
       dictionary(child, sub, false);
+    } else if (VerbatimObject::cast(obj)) {
+      resolve(child);
+      obj->dxfInFields(&child.fields);
+      ownedObjects(child, obj);
     } else {
       resolve(child);
       if (Acad::ErrorStatus es = obj->dxfInFields(&child.fields); es != Acad::eOk)
@@ -460,6 +489,26 @@ void Builder::dictionary(Record &r, AcDbDictionary *dict, bool root) {
     }
     applyXData(obj, child);
   }
+}
+
+// The objects a kept object owns (a dictionary with a default's entries, a
+// variable's ...): those of the file whose owner it is, kept as their groups
+// with their handles, and what they own in turn; the writer puts them after
+// it.
+void Builder::ownedObjects(Record &r, AcDbObject *owner) {
+  if (!r.handle) return;
+  std::vector<AcDbObjectId> ids;
+  for (Record &o : d_.objects) {
+    if (!o.hasOwner || o.owner != r.handle || !o.handle || !visited_.insert(o.handle).second) continue;
+    auto *obj = new VerbatimObject(o.type);
+    AcDbObjectId id = place(obj, o.handle, owner->objectId(), &o);
+    resolve(o);
+    obj->dxfInFields(&o.fields);
+    applyXData(obj, o);
+    ids.push_back(id);
+    ownedObjects(o, obj);
+  }
+  if (!ids.empty()) impl_->attributes[DbAccess::stub(owner)] = std::move(ids);
 }
 
 // Dimension styles are kept as their groups, each once by name.
@@ -507,10 +556,9 @@ void Builder::headerVariables() {
 
 }  // namespace
 
-Acad::ErrorStatus buildDrawing(Drawing &d, AcDbDatabase *db, std::map<std::wstring, int> &skipped,
-                               std::wstring *error) {
+Acad::ErrorStatus buildDrawing(Drawing &d, AcDbDatabase *db, std::wstring *error) {
   try {
-    Builder(d, db, skipped).build();
+    Builder(d, db).build();
   } catch (const BuildError &e) {
     if (error) *error = e.text;
     return e.es;

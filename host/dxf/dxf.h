@@ -1,7 +1,7 @@
 // Drawing files: the host's drawing database saved as and opened from ASCII
 // drawing exchange files (DXF), release 2000 layout (AC1015), so that other
 // CAD programs open what a script drew. docs/dxf.md describes the layout
-// written, what is read and what is skipped.
+// written, what is read, what is kept as read and what is left out.
 //
 // Callers: the session's save and open of documents (host/session/documents.cpp),
 // the runner's --drawing/--save options, tests and benchmarks.
@@ -29,8 +29,9 @@ Acad::ErrorStatus saveDxf(AcDbDatabase *db, const std::string &path, std::wstrin
 // "line 1234: expected a group code, found \"abc\""; `into` is then left
 // untouched when the fault was found while reading, and holds a fresh empty
 // drawing when the file was well formed but could not be taken in. On
-// success *error lists the entities that were skipped because the database
-// has no such kind ("skipped 2 HATCH, 1 SPLINE"), or is empty.
+// success *error lists what was dropped or repaired, one line each, naming
+// the line ("line 12: dropped the CIRCLE: its data is not valid"), or is
+// empty.
 Acad::ErrorStatus openDxf(const std::string &path, AcDbDatabase *into, std::wstring *error);
 
 // A custom entity class files itself as simple entities (drawable by any DXF

@@ -159,9 +159,8 @@ struct Drawing {
 // nothing of it reads as a drawing file.
 bool parseDxf(std::string_view text, Drawing &out, std::wstring *error);
 // Makes the drawing's contents in db (emptied first). Entity kinds the
-// database has no class for are counted in skipped by type.
-Acad::ErrorStatus buildDrawing(Drawing &d, AcDbDatabase *db, std::map<std::wstring, int> &skipped,
-                               std::wstring *error);
+// database has no class for are kept as their groups.
+Acad::ErrorStatus buildDrawing(Drawing &d, AcDbDatabase *db, std::wstring *error);
 // Deletes every object of db (none may be open); false when one is open.
 bool emptyDatabase(AcDbDatabase *db);
 // Adds what every drawing holds and db lacks: the five tables, linetypes

@@ -626,8 +626,7 @@ Acad::ErrorStatus openDxf(const std::string &path, AcDbDatabase *into, std::wstr
   text.clear();
   text.shrink_to_fit();
   if (!dxf::emptyDatabase(into)) return fail(Acad::eWasOpenForWrite, L"an object of the drawing is open");
-  std::map<std::wstring, int> skipped;
-  Acad::ErrorStatus es = dxf::buildDrawing(drawing, into, skipped, &why);
+  Acad::ErrorStatus es = dxf::buildDrawing(drawing, into, &why);
   if (es != Acad::eOk) {
     dxf::emptyDatabase(into);
     dxf::completeDatabase(into);
@@ -635,8 +634,6 @@ Acad::ErrorStatus openDxf(const std::string &path, AcDbDatabase *into, std::wstr
   }
   dxf::completeDatabase(into);
   std::wstring note;
-  for (const auto &[type, n] : skipped)
-    note += (note.empty() ? L"skipped (kinds this host does not keep): " : L", ") + std::to_wstring(n) + L" " + type;
   for (const std::wstring &n : drawing.notes) note += (note.empty() ? L"" : L"\n") + n;
   if (error) *error = note;
   return Acad::eOk;

@@ -87,7 +87,7 @@ class Writer {
 
 bool Writer::writable(AcDbObjectId id) const {
   AcDbObject *o = objectOf(id);
-  return o && !o->isErased() && (AcDbDictionary::cast(o) || AcDbGroup::cast(o));
+  return o && !o->isErased() && (AcDbDictionary::cast(o) || AcDbGroup::cast(o) || VerbatimObject::cast(o));
 }
 
 // Gives the added objects their handles and asks the stand-ins for their
@@ -429,24 +429,32 @@ void Writer::entity(const AcDbEntity *ent, uint64_t owner) {
   AcDbDxfFiler f(true);
   ent->dxfOutFields(&f);
   if (auto ends = attributeEnds_.find(ent); ends != attributeEnds_.end()) {
-    // An INSERT with attributes: 66 says they follow, then each ATTRIB and
-    // an end marker.
+    // An INSERT with attributes or a mesh kept as groups: 66 says they
+    // follow (a mesh's own groups have it), then each ATTRIB or VERTEX and
+    // an end marker (a mesh's own, when the file gave it one).
     auto &its = f.items();
-    auto at = std::find_if(its.begin(), its.end(), [](const AcDbDxfFiler::Item &it) {
-      return it.code == 100 && it.text == L"AcDbBlockReference";
-    });
-    AcDbDxfFiler::Item follow;
-    follow.code = 66;
-    follow.integer = 1;
-    its.insert(at == its.end() ? at : at + 1, follow);
+    if (std::none_of(its.begin(), its.end(), [](const AcDbDxfFiler::Item &it) { return it.code == 66; })) {
+      auto at = std::find_if(its.begin(), its.end(), [](const AcDbDxfFiler::Item &it) {
+        return it.code == 100 && (it.text == L"AcDbBlockReference" || it.text == L"AcDbPolyFaceMesh" ||
+                                  it.text == L"AcDbPolygonMesh");
+      });
+      AcDbDxfFiler::Item follow;
+      follow.code = 66;
+      follow.integer = 1;
+      its.insert(at == its.end() ? at : at + 1, follow);
+    }
     object(type, handle, owner, f, ent);
+    bool ended = false;
     for (AcDbObjectId id : db_->impl()->attributes[DbAccess::stub(ent)]) {
       auto *att = AcDbEntity::cast(objectOf(id));
       if (!att || att->isErased()) continue;
       AcDbDxfFiler af(true);
       att->dxfOutFields(&af);
-      object(L"ATTRIB", handleOf(id), handle, af, att);
+      const ACHAR *subType = dxfTypeOf(att);
+      ended = std::wstring_view(subType) == L"SEQEND";
+      object(subType, handleOf(id), handle, af, att);
     }
+    if (ended) return;
     AcDbDxfFiler sf(true);
     ent->AcDbEntity::dxfOutFields(&sf);
     object(L"SEQEND", ends->second, handle, sf, nullptr);
@@ -521,9 +529,9 @@ void Writer::objects() {
   out_.ascii(0, "ENDSEC");
 }
 
-// A dictionary or group and, for a dictionary, what it holds; entries of
-// kinds the file does not carry are left out. The root lists the fixed
-// objects too.
+// A dictionary, group or object kept as read and, for a dictionary, what it
+// holds, for a kept object what it owns; entries of kinds the file does not
+// carry are left out. The root lists the fixed objects too.
 void Writer::objectTree(AcDbObjectId id) {
   AcDbObject *obj = objectOf(id);
   if (!obj) return;
@@ -549,7 +557,11 @@ void Writer::objectTree(AcDbObjectId id) {
     }
     its = std::move(kept);
   }
-  object(obj->isA()->dxfName(), handleOf(id), handleOf(obj->ownerId()), f, obj, 0, !root);
+  object(dxfTypeOf(obj), handleOf(id), handleOf(obj->ownerId()), f, obj, 0, !root);
+  // An object kept as read is followed by the objects it owns.
+  if (VerbatimObject::cast(obj))
+    if (auto owned = db_->impl()->attributes.find(DbAccess::stub(obj)); owned != db_->impl()->attributes.end())
+      children = owned->second;
   for (AcDbObjectId c : children) objectTree(c);
 }
 

@@ -174,6 +174,187 @@ TEST(RenderPicture, FacesDrawTheirVisibleEdgesOnly) {
   EXPECT_LT(darkest(25, 5), 0.5);  // the triangle's long side, edge 1
 }
 
+// An entity kept as the groups a drawing file gave it (TEXT, HATCH ...).
+AcDbObjectId appendKept(AcDbDatabase &db, const wchar_t *type, std::vector<AcDbDxfFiler::Item> groups,
+                        AcDbObjectId btr = AcDbObjectId::kNull) {
+  auto *e = new vantry::host::VerbatimEntity(type);
+  e->setDatabaseDefaults(&db);
+  AcDbDxfFiler f(true);
+  f.items() = std::move(groups);
+  EXPECT_EQ(e->dxfInFields(&f), Acad::eOk);
+  if (btr.isNull()) return append(db, e);
+  AcDbBlockTableRecord *rec = nullptr;
+  EXPECT_EQ(acdbOpenObject(rec, btr, AcDb::kForWrite), Acad::eOk);
+  AcDbObjectId id;
+  EXPECT_EQ(rec->appendAcDbEntity(id, e), Acad::eOk);
+  e->close();
+  rec->close();
+  return id;
+}
+AcDbDxfFiler::Item group(int code, double x, double y = NAN, double z = 0) {
+  AcDbDxfFiler::Item it;
+  it.code = code;
+  it.real[0] = x;
+  if (!std::isnan(y)) {
+    it.real[1] = y;
+    it.real[2] = z;
+    it.dims = 3;
+  }
+  return it;
+}
+AcDbDxfFiler::Item group(int code, int64_t i) {
+  AcDbDxfFiler::Item it;
+  it.code = code;
+  it.integer = i;
+  return it;
+}
+AcDbDxfFiler::Item group(int code, const wchar_t *text) {
+  AcDbDxfFiler::Item it;
+  it.code = code;
+  it.text = text;
+  return it;
+}
+
+// A TEXT kept as read is placed by its justification and measured with the
+// font's metrics: centred on its second point, twice the value twice as
+// long, turned by its rotation; inside a block it is drawn at the
+// reference's place (the block's other entities too), the block's attribute
+// definitions not; MText is laid out line by line.
+TEST(RenderScene, KeptTextsArePlacedByTheirJustificationAndMetrics) {
+  AcDbDatabase db;
+  auto text = [&](const wchar_t *value, int64_t justify, double angle, AcDbObjectId btr = AcDbObjectId::kNull) {
+    return appendKept(db, L"TEXT",
+                      {group(100, L"AcDbText"), group(10, 0.0, 0.0), group(40, 2.0), group(1, value),
+                       group(50, angle), group(72, justify), group(11, 50.0, 10.0), group(100, L"AcDbText")},
+                      btr);
+  };
+  text(L"Duct", 1, 0);
+  text(L"DuctDuct", 1, 90);
+  text(L"Left", 0, 0);
+  std::vector<Primitive> prims = collectModelSpace(&db);
+  ASSERT_EQ(prims.size(), 3u);
+  for (const Primitive &p : prims) {
+    EXPECT_EQ(p.kind, Primitive::Text);
+    EXPECT_DOUBLE_EQ(p.height, 2.0);
+    EXPECT_GT(p.width, 2.0);
+  }
+  EXPECT_NEAR(prims[1].width, 2 * prims[0].width, 0.05 * prims[0].width);
+  EXPECT_NEAR(prims[0].points[0].x, 50 - prims[0].width / 2, 1e-9);
+  EXPECT_NEAR(prims[0].points[0].y, 10, 1e-9);
+  EXPECT_NEAR(prims[1].direction.y, 1, 1e-12);  // turned a right angle: the line runs up
+  EXPECT_NEAR(prims[1].points[0].y, 10 - prims[1].width / 2, 1e-9);
+  EXPECT_NEAR(prims[2].points[0].x, 0, 1e-12);  // left-justified: on its first point
+
+  AcDbDatabase blocks;
+  AcDbBlockTable *bt = nullptr;
+  ASSERT_EQ(blocks.getBlockTable(bt, AcDb::kForWrite), Acad::eOk);
+  auto *tag = new AcDbBlockTableRecord;
+  tag->setName(L"TAG");
+  AcDbObjectId tagId;
+  ASSERT_EQ(bt->add(tagId, tag), Acad::eOk);
+  tag->close();
+  bt->close();
+  appendKept(blocks, L"TEXT",
+             {group(100, L"AcDbText"), group(10, 1.0, 0.0), group(40, 1.0), group(1, L"V"), group(100, L"AcDbText")},
+             tagId);
+  appendKept(blocks, L"ATTDEF",
+             {group(100, L"AcDbText"), group(10, 0.0, 0.0), group(40, 1.0), group(1, L""),
+              group(100, L"AcDbAttributeDefinition"), group(2, L"NO")},
+             tagId);
+  append(blocks, new AcDbBlockReference(AcGePoint3d(100, 0, 0), tagId));
+  auto *mtext = new AcDbMText;
+  mtext->setDatabaseDefaults(&blocks);
+  mtext->setContents(L"Supply\\PReturn");
+  mtext->setTextHeight(2.5);
+  mtext->setLocation(AcGePoint3d(0, 50, 0));
+  append(blocks, mtext);
+  prims = collectModelSpace(&blocks);
+  ASSERT_EQ(prims.size(), 3u);
+  EXPECT_EQ(prims[0].text, L"V");
+  EXPECT_NEAR(prims[0].points[0].x, 101, 1e-9);
+  EXPECT_EQ(prims[1].text, L"Supply");
+  EXPECT_EQ(prims[2].text, L"Return");
+  EXPECT_NEAR(prims[1].points[0].y, 50 - 2.5, 1e-9);  // the first baseline a cap height below the top
+  EXPECT_LT(prims[2].points[0].y, prims[1].points[0].y - 2.5);
+}
+
+// A HATCH kept as read is filled inside its outer loop and open inside its
+// island, its boundaries drawn as lines; a polyline loop's bulge makes an
+// arc.
+TEST(RenderPicture, KeptHatchesAreFilledInsideTheirBoundaries) {
+  AcDbDatabase db;
+  auto polyLoop = [](std::vector<AcDbDxfFiler::Item> &g, std::vector<std::pair<double, double>> pts, double bulge) {
+    g.push_back(group(92, int64_t(2)));
+    g.push_back(group(72, int64_t(bulge != 0)));
+    g.push_back(group(73, int64_t(1)));
+    g.push_back(group(93, int64_t(pts.size())));
+    for (auto [x, y] : pts) {
+      g.push_back(group(10, x, y));
+      if (bulge != 0) g.push_back(group(42, bulge));
+    }
+    g.push_back(group(97, int64_t(0)));
+  };
+  std::vector<AcDbDxfFiler::Item> g = {group(100, L"AcDbHatch"), group(10, 0.0, 0.0), group(210, 0.0, 0.0, 1.0),
+                                       group(2, L"SOLID"), group(70, int64_t(1)), group(71, int64_t(0)),
+                                       group(91, int64_t(2))};
+  polyLoop(g, {{0, 0}, {100, 0}, {100, 100}, {0, 100}}, 0);
+  polyLoop(g, {{40, 40}, {60, 40}, {60, 60}, {40, 60}}, 0);
+  g.push_back(group(75, int64_t(0)));
+  g.push_back(group(76, int64_t(1)));
+  AcDbObjectId id = appendKept(db, L"HATCH", g);
+  {
+    AcDbEntity *e = nullptr;
+    ASSERT_EQ(acdbOpenObject(e, id, AcDb::kForWrite), Acad::eOk);
+    e->setColorIndex(1);
+    e->close();
+  }
+  std::vector<Primitive> prims = collectModelSpace(&db);
+  ASSERT_EQ(prims.size(), 3u);  // two boundary lines and the fill
+  ASSERT_EQ(prims[2].kind, Primitive::Fill);
+  EXPECT_EQ(prims[2].loops.size(), 2u);
+  Options plan;
+  plan.isometric = false;
+  std::vector<Placement> pl;
+  Picture pic = draw(prims, plan, &pl);
+  auto at = [&](double x, double y) {
+    double px, py;
+    pl[0].toPixel(AcGePoint3d(x, y, 0), px, py);
+    return pic.at(int(px), int(py));
+  };
+  EXPECT_GT(red(at(20, 20)), 0.7);
+  EXPECT_LT(green(at(20, 20)), 0.3);
+  EXPECT_TRUE(isBackground(at(50, 50))) << "the island stays open";
+
+  // One loop of two points and bulges of 1: a circle of diameter 10.
+  std::vector<AcDbDxfFiler::Item> round = {group(100, L"AcDbHatch"), group(10, 0.0, 0.0), group(70, int64_t(1)),
+                                           group(91, int64_t(1))};
+  polyLoop(round, {{0, 0}, {10, 0}}, 1);
+  AcDbDatabase circle;
+  appendKept(circle, L"HATCH", round);
+  prims = collectModelSpace(&circle);
+  ASSERT_EQ(prims.size(), 2u);
+  ASSERT_GT(prims[0].points.size(), 20u);
+  for (const AcGePoint3d &p : prims[0].points) EXPECT_NEAR(p.distanceTo(AcGePoint3d(5, 0, 0)), 5, 1e-9);
+
+  // An edge loop whose arc angles a damaged file made huge or not numbers:
+  // the sweep is taken modulo a turn (adding turns to reach the end angle
+  // never ended), a non-number arc is left out, the picture is drawn.
+  std::vector<AcDbDxfFiler::Item> damaged = {group(100, L"AcDbHatch"), group(70, int64_t(1)), group(91, int64_t(1)),
+                                             group(92, int64_t(1)), group(93, int64_t(3)),
+                                             group(72, int64_t(2)), group(10, 0.0, 0.0), group(40, 5.0),
+                                             group(50, 1e300), group(51, 0.0), group(73, int64_t(1)),
+                                             group(72, int64_t(2)), group(10, 0.0, 0.0), group(40, 5.0),
+                                             group(50, NAN), group(51, 90.0), group(73, int64_t(1)),
+                                             group(72, int64_t(1)), group(10, 0.0, 0.0), group(11, 5.0, 0.0),
+                                             group(97, int64_t(0))};
+  AcDbDatabase broken;
+  appendKept(broken, L"HATCH", damaged);
+  prims = collectModelSpace(&broken);
+  ASSERT_EQ(prims.size(), 2u);
+  EXPECT_LE(prims[0].points.size(), 800u);
+  EXPECT_EQ(draw(prims, plan).width, plan.width);
+}
+
 TEST(RenderFile, WritesAPngAndKeepsTheOldOneOnFailure) {
   AcDbDatabase db;
   append(db, new AcDbLine(AcGePoint3d(0, 0, 0), AcGePoint3d(10, 3, 0)));
