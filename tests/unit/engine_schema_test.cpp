@@ -86,7 +86,7 @@ TEST_F(EngineSchemaTest, CreatesTablesFromAccessTypesAndRefusesClashes) {
   EXPECT_EQ(field("Parts", "Ok"), "YesNo/1");
   EXPECT_EQ(field("Parts", "Ratio"), "Decimal/16");
   EXPECT_EQ(sql("INSERT INTO Parts(Tag, Ok) VALUES ('a', True)"), "1");
-  EXPECT_EQ(sql("SELECT ID, Price, Ok FROM Parts"), "ID=1 Price=0 Ok=<true>");
+  EXPECT_EQ(sql("SELECT ID, Price, Ok FROM Parts"), "ID=1 Price=0r Ok=<true>");
 
   EXPECT_FALSE(s->CreateTable("parts", fields, {}));
   EXPECT_EQ(error(), 3010);
