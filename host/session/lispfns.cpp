@@ -170,7 +170,7 @@ Value colordlgFn(Interp &in, const Value *args, int nargs) {
 // (acad_truecolordlg color [allowbylayer] [bylayercolor]): ((62 . index))
 // for an index answer, or ((62 . nearest) (420 . rgb)) for an answer
 // "r,g,b"; nil on cancel.
-Value truecolordlgFn(Interp &in, const Value *args, int nargs) {
+Value truecolordlgFn(Interp &in, const Value * /*args*/, int nargs) {
   lisp::needArgs(in, nargs, 1, 3);
   auto answer = dialogAnswer(L"Select Color");
   if (!answer) return Value();

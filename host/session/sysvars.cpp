@@ -242,8 +242,14 @@ void seedSystemVariables() {
   for (auto &[name, rb] : Session::get().sysvars) freeValue(rb);
   Session::get().sysvars.clear();
   descriptors().clear();
-  const VarInfo ro{true};
-  auto range = [](int lo, int hi) { return VarInfo{false, lo, hi}; };
+  VarInfo ro;
+  ro.readOnly = true;
+  auto range = [](int lo, int hi) {
+    VarInfo v;
+    v.min = lo;
+    v.max = hi;
+    return v;
+  };
 
   define(L"ACADPREFIX", stringValue(defaultSupportPath().c_str()), ro);
   define(L"ACADVER", stringValue(L"25.0"), ro);
@@ -271,7 +277,9 @@ void seedSystemVariables() {
   define(L"LUPREC", shortValue(4), range(0, 8));
   resbuf ms{};
   ms.restype = RTLONG;
-  define(L"MILLISECS", ms, VarInfo{true, INT32_MIN, INT32_MAX});
+  VarInfo anyLong = range(INT32_MIN, INT32_MAX);
+  anyLong.readOnly = true;
+  define(L"MILLISECS", ms, anyLong);
   define(L"OSMODE", shortValue(4133), range(0, 32767));
   define(L"PICKBOX", shortValue(3), range(0, 50));
   define(L"SDI", shortValue(0), range(0, 3));

@@ -7,13 +7,6 @@ namespace {
 
 using testing::DuctsTest;
 
-DuctRun runFrom(AcGePoint3d s, AcGePoint3d e) {
-  DuctRun r;
-  r.startPoint = s;
-  r.endPoint = e;
-  return r;
-}
-
 // --- Through LISP: conversion and the frame query ------------------------------------------
 
 // Converted points move the solids the fitting functions make: a converter that lifts each point by

@@ -205,8 +205,9 @@ TEST(DxfDamage, AFailedSaveKeepsTheOldFile) {
   // same folder at the same time, so only this test's names are looked at).
   for (const auto &e : fs::directory_iterator(fs::path(path).parent_path())) {
     std::string name = e.path().filename().string();
-    if (name.rfind("kept.dxf", 0) == 0 || name.rfind("a-directory.dxf", 0) == 0)
+    if (name.rfind("kept.dxf", 0) == 0 || name.rfind("a-directory.dxf", 0) == 0) {
       EXPECT_EQ(name.find(".tmp"), std::string::npos) << e.path();
+    }
   }
 }
 
