@@ -338,19 +338,22 @@ Value registryWriteFn(Interp &in, const Value *args, int nargs) {
   HKEY root = splitRoot(lisp::strArg(in, args[0]), rest);
   std::wstring name = nargs == 3 && !args[1].isNil() ? lisp::strArg(in, args[1]) : L"";
   const Value &value = args[nargs - 1];
+  // The value is read before the key is made: a bad argument raises its
+  // error with no key left open.
+  uint32_t n = 0;
+  std::wstring text;
+  bool isInt = value.type() == lisp::Type::Int;
+  if (isInt)
+    n = static_cast<uint32_t>(value.asInt());
+  else
+    text = lisp::strArg(in, value);
   HKEY key;
   if (!root || rest.empty() ||
       RegCreateKeyExW(root, rest.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr, &key, nullptr) != ERROR_SUCCESS)
     return Value();
-  LONG rc;
-  if (value.type() == lisp::Type::Int) {
-    uint32_t n = static_cast<uint32_t>(value.asInt());
-    rc = RegSetValueExW(key, name.c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE *>(&n), 4);
-  } else {
-    const std::wstring &s = lisp::strArg(in, value);
-    rc = RegSetValueExW(key, name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE *>(s.c_str()),
-                        static_cast<DWORD>((s.size() + 1) * sizeof(wchar_t)));
-  }
+  LONG rc = isInt ? RegSetValueExW(key, name.c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE *>(&n), 4)
+                  : RegSetValueExW(key, name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE *>(text.c_str()),
+                                   static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t)));
   RegCloseKey(key);
   return rc == ERROR_SUCCESS ? value : Value();
 }
