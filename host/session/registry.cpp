@@ -12,12 +12,12 @@
 // the settings live for the process only.
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <map>
 #include <optional>
-#include <algorithm>
 #include <string>
 #include <vector>
 
