@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "common/text.h"
+#include "drawing/platform.h"
 #include "frame/implementations.h"
 #include "frame/value_list.h"
 #include "services/services.h"
@@ -72,33 +73,6 @@ bool networkType(const std::string &type) {
   return false;
 }
 
-// The file system type of the mount that holds an absolute, resolved path:
-// the longest mount point that is a prefix of it.
-std::string mountType(const std::string &path) {
-  std::ifstream in("/proc/self/mountinfo");
-  std::string line, best, bestType;
-  while (std::getline(in, line)) {
-    // id parent major:minor root mountpoint options [optional...] - type source super
-    std::istringstream fields(line);
-    std::string id, parent, dev, root, point, field;
-    if (!(fields >> id >> parent >> dev >> root >> point)) continue;
-    while (fields >> field && field != "-") {
-    }
-    std::string type;
-    if (!(fields >> type)) continue;
-    point = unescapeMount(point);
-    bool under = path == point || point == "/" ||
-                 (path.compare(0, point.size(), point) == 0 && path.size() > point.size() &&
-                  path[point.size()] == '/');
-    // A later mount over the same point hides the earlier one.
-    if (under && point.size() >= best.size()) {
-      best = point;
-      bestType = type;
-    }
-  }
-  return bestType;
-}
-
 // The path made absolute and resolved as far as it exists, so that a file
 // not yet written still tells the folder it would go to.
 std::string resolvedPath(std::string path) {
@@ -119,6 +93,52 @@ std::string resolvedPath(std::string path) {
   }
   return path;
 }
+
+}  // namespace
+}  // namespace vantry::lispfn
+
+namespace vantry::drawing {
+
+std::string mountType(std::istream &in, const std::string &path) {
+  std::string line, best, bestType;
+  while (std::getline(in, line)) {
+    // id parent major:minor root mountpoint options [optional...] - type source super
+    std::istringstream fields(line);
+    std::string id, parent, dev, root, point, field;
+    if (!(fields >> id >> parent >> dev >> root >> point)) continue;
+    while (fields >> field && field != "-") {
+    }
+    std::string type;
+    if (!(fields >> type)) continue;
+    point = lispfn::unescapeMount(point);
+    bool under = path == point || point == "/" ||
+                 (path.compare(0, point.size(), point) == 0 && path.size() > point.size() &&
+                  path[point.size()] == '/');
+    // A later mount over the same point hides the earlier one.
+    if (under && point.size() >= best.size()) {
+      best = point;
+      bestType = type;
+    }
+  }
+  return bestType;
+}
+
+bool isNetworkPath(const std::wstring &name) {
+  if (lispfn::isUncPath(name)) return true;
+  std::string path = lispfn::resolvedPath(text::nativePath(name));
+  if (path.empty()) return false;
+  std::ifstream in("/proc/self/mountinfo");
+  return isNetworkFileSystem(mountType(in, path));
+}
+
+bool isNetworkFileSystem(const std::string &type) {
+  return lispfn::networkType(type);
+}
+
+}  // namespace vantry::drawing
+
+namespace vantry::lispfn {
+namespace {
 
 // The compressed form: the 128 bits as one big number written in 22 digits
 // of base 64 (the first digit carries the top two bits), digits in the order
@@ -186,12 +206,7 @@ int PathIsNetworkPath() {
   ArgList args;
   std::wstring name;
   if (int status = readPathArgument(args, name)) return status;
-  if (isUncPath(name)) {
-    acedRetT();
-    return 0;
-  }
-  std::string path = resolvedPath(text::nativePath(name));
-  if (!path.empty() && networkType(mountType(path))) acedRetT();
+  if (drawing::isNetworkPath(name)) acedRetT();
   return 0;
 }
 
