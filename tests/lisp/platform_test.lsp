@@ -96,6 +96,20 @@
   (list "a parallel plane" (ol_ol-intersectArcLine c0 above) nil))
   (assert-equal (car c) (caddr c) (cadr c)))
 
+;; Tangency all round the circle: rounding must not split the one point of
+;; contact into two, nor lose it.
+(setq a 0.05 bad-circles nil bad-lines nil)
+(repeat 120
+  (setq at (list (* 5 (cos a)) (* 5 (sin a)) 0.0))
+  (setq r (ol_ol-intersectArcArc c0 (circle (* 6.7 (cos a)) (* 6.7 (sin a)) 1.7)))
+  (if (not (and (= (length r) 1) (equal (car r) at 1e-9))) (setq bad-circles (cons a bad-circles)))
+  (setq d (list (* -7 (sin a)) (* 7 (cos a)) 0.0))
+  (setq r (ol_ol-intersectArcLine c0 (line (mapcar '+ at d) (mapcar '- at d))))
+  (if (not (and (= (length r) 1) (equal (car r) at 1e-9))) (setq bad-lines (cons a bad-lines)))
+  (setq a (+ a 0.0517)))
+(assert-equal "touching circles all round: one point each" nil bad-circles)
+(assert-equal "tangent lines all round: one point each" nil bad-lines)
+
 ;; Bad input.
 (setq dot (line '(1.0 1.0 0.0) '(1.0 1.0 0.0)))
 (foreach c (list
