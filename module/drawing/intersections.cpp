@@ -94,10 +94,14 @@ Read readLine(resbuf *&cur, AcGePoint3d &from, AcGePoint3d &to) {
   return Read::kOk;
 }
 
-// The optional extension mode, 0 to 3.
+// The optional extension mode, 0 to 3; nil stands for the default, 0.
 Read readMode(resbuf *&cur, int &mode) {
   mode = 0;
   if (!cur) return Read::kOk;
+  if (cur->restype == RTNIL) {
+    cur = cur->rbnext;
+    return Read::kOk;
+  }
   if (cur->restype != RTSHORT && cur->restype != RTLONG) return Read::kWrongType;
   frame::readInteger(cur, mode);
   return mode >= 0 && mode <= 3 ? Read::kOk : Read::kBadData;

@@ -49,6 +49,7 @@
   (list "arc away from the other circle" (ol_ol-intersectArcArc q3 c8) nil)
   (list "that arc extended, ordered from its start" (ol_ol-intersectArcArc q3 c8 1) '((4.0 -3.0 0.0) (4.0 3.0 0.0)))
   (list "extending the circle changes nothing" (ol_ol-intersectArcArc q3 c8 2) nil)
+  (list "nil for the default mode" (ol_ol-intersectArcArc q3 c8 nil) nil)
   (list "an arc across angle 0" (ol_ol-intersectArcArc wrap c8) '((4.0 -3.0 0.0) (4.0 3.0 0.0)))
   (list "arc facing down" (ol_ol-intersectArcArc down cm8) '((-4.0 3.0 0.0)))
   (list "arc facing down, second" (ol_ol-intersectArcArc cm8 down) '((-4.0 3.0 0.0)))
