@@ -12,6 +12,7 @@
 // the settings live for the process only.
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -264,6 +265,27 @@ LONG RegSetValueExW(HKEY key, const wchar_t *name, DWORD, DWORD type, const BYTE
   else
     values.erase(upper);
   return ERROR_WRITE_FAULT;
+}
+
+LONG RegEnumKeyExW(HKEY key, DWORD index, wchar_t *name, DWORD *nameSize, DWORD *, wchar_t *, DWORD *, void *) {
+  if (!validKey(key) || !name || !nameSize) return ERROR_INVALID_PARAMETER;
+  vantry::host::load();
+  std::wstring prefix = vantry::host::fullPath(key, nullptr) + L"\\";
+  const auto &store = registry().store;
+  DWORD n = 0;
+  // The store is ordered by path, so a key's children follow it in name order.
+  for (auto it = store.lower_bound(prefix); it != store.end() && it->first.compare(0, prefix.size(), prefix) == 0;
+       ++it) {
+    std::wstring child = it->first.substr(prefix.size());
+    if (child.find(L'\\') != std::wstring::npos) continue;
+    if (n++ != index) continue;
+    if (child.size() + 1 > *nameSize) return ERROR_MORE_DATA;
+    std::copy(child.begin(), child.end(), name);
+    name[child.size()] = L'\0';
+    *nameSize = DWORD(child.size());
+    return ERROR_SUCCESS;
+  }
+  return ERROR_NO_MORE_ITEMS;
 }
 
 LONG RegDeleteValueW(HKEY key, const wchar_t *name) {

@@ -185,5 +185,13 @@ LONG RegCloseKey(HKEY key);
 LONG RegQueryValueExW(HKEY key, const wchar_t *name, DWORD *reserved, DWORD *type, BYTE *data, DWORD *size);
 LONG RegSetValueExW(HKEY key, const wchar_t *name, DWORD reserved, DWORD type, const BYTE *data, DWORD size);
 LONG RegDeleteValueW(HKEY key, const wchar_t *name);
+// The index-th subkey of an open key, in the order of their names;
+// ERROR_NO_MORE_ITEMS past the last. *nameSize holds the buffer's length in
+// characters and becomes the name's length without the closing null; a
+// buffer too small answers ERROR_MORE_DATA. Key names come back upper-cased,
+// as the settings file keeps them. The class and time arguments are unused.
+#define ERROR_NO_MORE_ITEMS 259L
+LONG RegEnumKeyExW(HKEY key, DWORD index, wchar_t *name, DWORD *nameSize, DWORD *reserved, wchar_t *keyClass,
+                   DWORD *classSize, void *lastWriteTime);
 
 #include "host/automation.h"

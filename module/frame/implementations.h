@@ -149,6 +149,22 @@ int ol_pow();
 int ol_atof();
 int ol_ol_rand();
 
+// Arc and line intersections (drawing/intersections.cpp).
+int ol_ol_intersectArcArc();
+int ol_ol_intersectArcLine();
+int ol_ol_intersectLineArc();
+
+// The platform: temporary folder, files, network paths, GUIDs, computer
+// name, settings keys, screen size (drawing/platform.cpp).
+int GetTempPath();
+int IsFileReadOnly();
+int PathIsNetworkPath();
+int CreateCompressedGuidString();
+int GetComputerName();
+int RegEnumKey();
+int GetSystemMetrics_SM_CXSCREEN();
+int GetSystemMetrics_SM_CYSCREEN();
+
 // Duct fittings and hangers (ducts/: one file per family).
 int ol_ol_drawTripleCenter();
 int ol_ol_drawTripleTransition();

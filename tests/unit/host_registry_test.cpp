@@ -4,8 +4,10 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cwchar>
 #include <filesystem>
 #include <fstream>
+#include <vector>
 
 #include "host_fixture.h"
 #include "session/internal.h"
@@ -114,6 +116,40 @@ TEST_F(Registry, LispReadsWritesAndDeletes) {
   EXPECT_EQ(lisp(L"(vl-registry-read " + key + L" \"Limit\")"), L"nil");
   EXPECT_EQ(lisp(L"(vl-registry-write \"HKEY_NOWHERE\\\\X\" \"a\" \"b\")"), L"nil");
   EXPECT_EQ(lisp(L"(vl-registry-write " + key + L" \"a\" 1.5)"), L"ERROR: bad argument type: stringp 1.5");
+}
+
+TEST_F(Registry, SubkeysAreEnumeratedInNameOrderWithoutTheirChildren) {
+  for (const wchar_t *sub : {L"Software\\EnumTest\\beta", L"Software\\EnumTest\\Alpha\\Deep",
+                             L"Software\\EnumTest\\Alpha-2", L"Software\\EnumTestOther"}) {
+    HKEY key;
+    ASSERT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, sub, 0, nullptr, 0, KEY_WRITE, nullptr, &key, nullptr),
+              ERROR_SUCCESS);
+    RegCloseKey(key);
+  }
+  HKEY key;
+  ASSERT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, L"software\\enumtest", 0, KEY_READ, &key), ERROR_SUCCESS);
+  std::vector<std::wstring> names;
+  for (DWORD i = 0;; ++i) {
+    wchar_t name[32];
+    DWORD size = 32;
+    LONG r = RegEnumKeyExW(key, i, name, &size, nullptr, nullptr, nullptr, nullptr);
+    if (r == ERROR_NO_MORE_ITEMS) break;
+    ASSERT_EQ(r, ERROR_SUCCESS);
+    EXPECT_EQ(size, wcslen(name));
+    names.push_back(name);
+  }
+  EXPECT_EQ(names, (std::vector<std::wstring>{L"ALPHA", L"ALPHA-2", L"BETA"}));
+  wchar_t small[5];
+  DWORD size = 5;
+  EXPECT_EQ(RegEnumKeyExW(key, 1, small, &size, nullptr, nullptr, nullptr, nullptr), ERROR_MORE_DATA);
+  size = 5;  // "ALPHA" and its closing null need 6
+  EXPECT_EQ(RegEnumKeyExW(key, 0, small, &size, nullptr, nullptr, nullptr, nullptr), ERROR_MORE_DATA);
+  wchar_t fits[6];
+  size = 6;
+  EXPECT_EQ(RegEnumKeyExW(key, 0, fits, &size, nullptr, nullptr, nullptr, nullptr), ERROR_SUCCESS);
+  EXPECT_EQ(std::wstring(fits), L"ALPHA");
+  RegCloseKey(key);
+  EXPECT_EQ(RegEnumKeyExW(nullptr, 0, fits, &size, nullptr, nullptr, nullptr, nullptr), ERROR_INVALID_PARAMETER);
 }
 
 }  // namespace
