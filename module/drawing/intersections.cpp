@@ -46,7 +46,7 @@ struct PlaneLine {
 enum class Read { kOk, kMissing, kWrongType, kBadData };
 
 int statusOf(Read r) {
-  return r == Read::kMissing ? 1 : r == Read::kWrongType ? 2 : 3;
+  return r == Read::kBadData ? 3 : 2;
 }
 
 double norm2pi(double a) {

@@ -28,10 +28,10 @@ namespace {
 
 using frame::ArgList;
 
-// A single string argument: status 1 when none came, 2 when it is no string.
+// A single string argument: status 2 when it is missing or no string, as a
+// failed reader always answers.
 int readPathArgument(ArgList &args, std::wstring &out) {
-  if (!args.cursor()) return 1;
-  return frame::readString(args.cursor(), out) ? 0 : 2;
+  return args.cursor() && frame::readString(args.cursor(), out) ? 0 : 2;
 }
 
 // "\\server\share" or "//server/share": a path through the network by name.

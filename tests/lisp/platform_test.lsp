@@ -5,8 +5,9 @@
 
 (defun status-text (fn args)
   (capture-transcript (list 'lambda nil (list 'vl-catch-all-apply (list 'quote fn) (list 'quote args)))))
-(setq *few* "\nToo few arguments passed.\n"
-      *wrong* "\nWrong type of arguments passed.\n"
+;; A missing argument fails its reader and is reported as a wrong type.
+(setq *few* "\nWrong type of arguments passed.\n"
+      *wrong* *few*
       *bad* "\nBad data passed .\n")
 
 (defun circle (x y r)
