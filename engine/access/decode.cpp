@@ -429,6 +429,7 @@ bool decodeField(Jet jet, const ColumnLayout &c, const uint8_t *row, const Field
       for (int i = 0; i < 19; ++i) {
         if (p[i] < '0' || p[i] > '9') return false;
         days = days * 10 + (p[i] - '0');
+        if (days > 3652058) return false;  // past 9999-12-31; also keeps 19 digits from overflowing
       }
       for (int i = 20; i < 32; ++i) {
         if (p[i] < '0' || p[i] > '9') return false;

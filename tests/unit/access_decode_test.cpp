@@ -52,6 +52,19 @@ TEST(AccessDecode, DatesCountDaysBothWaysFromTheEpoch) {
   EXPECT_EQ(formatDate(45321.0 + 3661.4 / 86400), "2024-01-30 01:01:01");
   EXPECT_EQ(formatDate(1e12), "");
   EXPECT_EQ(formatDate(std::numeric_limits<double>::quiet_NaN()), "");
+
+  // The extended date/time of newer files is stored as digits. Nineteen nines
+  // of days once overflowed the count before the range was checked.
+  ColumnLayout ext{coltype::kExtDateTime, true, 0, 0, 0, 42};
+  auto decodeExt = [&](const std::string &digits, Value *v) {
+    FieldSpan span{true, false, 0, digits.size()};
+    return decodeField(Jet::k4, ext, reinterpret_cast<const uint8_t *>(digits.data()), span, nullptr, v);
+  };
+  Value v;
+  ASSERT_TRUE(decodeExt("0000000000000738914:000000003661:0000000", &v));
+  EXPECT_EQ(v.text, "2024-01-30 01:01:01");
+  EXPECT_FALSE(decodeExt("9999999999999999999:000000000000:0000000", &v));
+  EXPECT_FALSE(decodeExt("0000000000003652059:000000000000:0000000", &v));  // after 9999-12-31
 }
 
 TEST(AccessDecode, CurrencyAndDecimalAreExact) {
