@@ -32,6 +32,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -909,6 +910,70 @@ bool splitParameters(const std::string &sql, std::vector<std::string> *names, st
   body->clear();
   for (++i; i < t.size(); ++i) body->append(t[i].text);
   return true;
+}
+
+
+namespace {
+
+// Words that end a table's place in FROM: whatever follows a table name and
+// is none of these is its alias.
+bool endsTableTerm(const Token &k) {
+  static const char *const kWords[] = {"WHERE", "INNER", "LEFT",  "RIGHT",  "OUTER",     "FULL",    "CROSS",
+                                       "JOIN",  "ON",    "ORDER", "GROUP",  "HAVING",    "UNION",   "SET",
+                                       "VALUES", "SELECT", "LIMIT", "EXCEPT", "INTERSECT", "NATURAL", "IN",
+                                       "DEFAULT", "INDEXED", "NOT", "RETURNING", "WINDOW", "USING", "WITH"};
+  for (const char *w : kWords)
+    if (is(k, w)) return true;
+  return false;
+}
+
+}  // namespace
+
+std::string replaceTableNames(const std::string &sql,
+                              const std::function<std::string(const TableName &)> &replace) {
+  std::vector<Token> t = tokenize(sql);
+  // The clause each parenthesis depth is in, so that a comma after FROM
+  // names another table and one after SELECT does not.
+  std::vector<bool> inFrom{false};
+  bool changed = false;
+  std::string out;
+  for (size_t i = 0; i < t.size(); ++i) {
+    const Token &k = t[i];
+    if (k.kind == Tok::kPunct && k.text == "(") inFrom.push_back(false);
+    if (k.kind == Tok::kPunct && k.text == ")" && inFrom.size() > 1) inFrom.pop_back();
+    if (is(k, "FROM")) inFrom.back() = true;
+    for (const char *w : {"SELECT", "WHERE", "GROUP", "ORDER", "HAVING", "SET", "VALUES", "ON", "UNION", "LIMIT"})
+      if (is(k, w)) inFrom.back() = false;
+    bool name = (k.kind == Tok::kWord && !is(k, "SELECT")) || k.kind == Tok::kBracket || k.kind == Tok::kDQuote;
+    if (!name) {
+      out += k.text;
+      continue;
+    }
+    // What precedes the name: FROM, JOIN, INTO, UPDATE, a FROM list's comma,
+    // or parentheses opened right after one of those.
+    size_t p = prevSolid(t, i);
+    if (p < t.size() && t[p].kind == Tok::kPunct && t[p].text == ",") {
+      if (!inFrom.back()) p = t.size();
+    } else {
+      while (p < t.size() && t[p].kind == Tok::kPunct && t[p].text == "(") p = prevSolid(t, p);
+    }
+    TableName ref;
+    bool target = p < t.size() && (is(t[p], "INTO") || is(t[p], "UPDATE"));
+    bool source = p < t.size() && (is(t[p], "FROM") || is(t[p], "JOIN") || t[p].text == ",");
+    size_t n = nextSolid(t, i + 1);
+    bool qualified = n < t.size() && t[n].kind == Tok::kPunct && (t[n].text == "." || (!target && t[n].text == "("));
+    if ((!target && !source) || qualified) {
+      out += k.text;
+      continue;
+    }
+    ref.name = k.kind == Tok::kWord ? k.text : k.text.substr(1, k.text.size() >= 2 ? k.text.size() - 2 : 0);
+    ref.target = target;
+    ref.aliased = n < t.size() && (is(t[n], "AS") || (isNamePart(t[n]) && !endsTableTerm(t[n])));
+    std::string with = replace(ref);
+    changed |= !with.empty();
+    out += with.empty() ? k.text : with;
+  }
+  return changed ? out : sql;
 }
 
 }  // namespace vantry::engine::sqlite

@@ -46,8 +46,8 @@ std::string beforeExpr(const Cursor &c) {
 }  // namespace
 
 bool SqliteEngine::openCursorOrder(Cursor *c, const std::string &index) {
-  const std::string &t = c->table.name;
-  Stmt list = prepare("PRAGMA index_list(" + quoteIdent(t) + ")");
+  const std::string &t = c->table.source;
+  Stmt list = prepare(c->table.pragma("index_list", t));
   if (!list) return false;
   std::string pkIndex, chosen;
   bool wantPk = index.empty() || asciiLower(index) == "primarykey";
@@ -67,7 +67,7 @@ bool SqliteEngine::openCursorOrder(Cursor *c, const std::string &index) {
     return fail(errc::kNotAnIndex, "'" + index + "' isn't an index in this table.");
   }
   if (!chosen.empty()) {
-    Stmt info = prepare("PRAGMA index_xinfo(" + quoteIdent(chosen) + ")");
+    Stmt info = prepare(c->table.pragma("index_xinfo", chosen));
     if (!info) return false;
     while (sqlite3_step(info.get()) == SQLITE_ROW) {
       if (sqlite3_column_int(info.get(), 5) == 0) continue;  // not a key column
@@ -95,7 +95,7 @@ bool SqliteEngine::OpenTable(const std::string &table, const std::string &index)
   auto c = std::make_unique<Cursor>();
   if (!loadTable(table, &c->table) || !openCursorOrder(c.get(), index)) return false;
   c->indexName = index;
-  c->fetch = prepare("SELECT " + quoteIdent(c->table.rowid) + ", * FROM " + quoteIdent(c->table.name) +
+  c->fetch = prepare("SELECT " + quoteIdent(c->table.rowid) + ", * FROM " + c->table.from() +
                      " WHERE " + quoteIdent(c->table.rowid) + " = ?1");
   if (!c->fetch) return false;
   Cursor *raw = c.get();
@@ -136,7 +136,7 @@ bool SqliteEngine::readRow(Cursor *c, int64_t rowid, Record *out) {
 }
 
 bool SqliteEngine::firstInOrder(Cursor *c, bool last, Record *out) {
-  std::string sql = "SELECT " + quoteIdent(c->table.rowid) + ", * FROM " + quoteIdent(c->table.name) +
+  std::string sql = "SELECT " + quoteIdent(c->table.rowid) + ", * FROM " + c->table.from() +
                     " ORDER BY " + (last ? c->orderByReverse : c->orderBy) + " LIMIT 1";
   auto it = c->seekStmts.find(sql);
   if (it == c->seekStmts.end()) {
@@ -172,7 +172,7 @@ bool SqliteEngine::GetRecord(Record *out) {
 }
 
 bool SqliteEngine::buildSnapshot(Cursor *c) {
-  Stmt st = prepare("SELECT " + quoteIdent(c->table.rowid) + " FROM " + quoteIdent(c->table.name) +
+  Stmt st = prepare("SELECT " + quoteIdent(c->table.rowid) + " FROM " + c->table.from() +
                     " ORDER BY " + c->orderBy);
   if (!st) return false;
   c->rows.clear();
@@ -205,7 +205,7 @@ bool SqliteEngine::locate(Cursor *c, size_t *index, bool *gap) {
     return true;
   }
   // Deleted since: count the rows that sort before where it was.
-  Stmt st = prepare("SELECT count(*) FROM " + quoteIdent(c->table.name) + " WHERE " + beforeExpr(*c));
+  Stmt st = prepare("SELECT count(*) FROM " + c->table.from() + " WHERE " + beforeExpr(*c));
   if (!st) return false;
   for (size_t i = 0; i < c->order.size(); ++i) st.bind(static_cast<int>(i + 1), c->key[i]);
   sqlite3_bind_int64(st.get(), static_cast<int>(c->order.size() + 1), c->rowid);
@@ -353,7 +353,7 @@ bool SqliteEngine::readRows(Cursor *c, long lo, long hi, long current) {
 bool SqliteEngine::readRange(Cursor *c, long lo, long hi) {
   if (!c->range) {
     std::string id = quoteIdent(c->table.rowid);
-    c->range = prepare("SELECT " + id + ", * FROM " + quoteIdent(c->table.name) + " WHERE " + id +
+    c->range = prepare("SELECT " + id + ", * FROM " + c->table.from() + " WHERE " + id +
                        " BETWEEN ?1 AND ?2 ORDER BY " + id);
     if (!c->range) {
       clearError();
@@ -410,7 +410,7 @@ bool SqliteEngine::CloseAllTables() {
 bool SqliteEngine::RecordCount(int32_t *count) {
   clearError();
   if (!needCursor()) return false;
-  Stmt st = prepare("SELECT count(*) FROM " + quoteIdent(current_->table.name));
+  Stmt st = prepare("SELECT count(*) FROM " + current_->table.from());
   if (!st) return false;
   int rc = sqlite3_step(st.get());
   if (rc != SQLITE_ROW) return failSqlite(rc);
@@ -473,7 +473,7 @@ bool SqliteEngine::seekKeys(const std::vector<Value> &keys, Record *out) {
   auto it = c->seekStmts.find(shape);
   if (it == c->seekStmts.end()) {
     std::string sql =
-        "SELECT " + quoteIdent(c->table.rowid) + ", * FROM " + quoteIdent(c->table.name) + " WHERE ";
+        "SELECT " + quoteIdent(c->table.rowid) + ", * FROM " + c->table.from() + " WHERE ";
     int bound = 0;
     for (size_t i = 0; i < n; ++i) {
       if (i) sql += " AND ";

@@ -417,19 +417,24 @@ int32_t SqliteEngine::GetVersion() {
 }
 
 bool SqliteEngine::loadTable(const std::string &name, TableInfo *out) {
-  std::string schemaName;
-  if (!linkSchema(name, &schemaName)) return false;
+  std::string schemaName, source;
+  if (!linkSchema(name, &schemaName, &source)) return false;
   Stmt st = prepare("SELECT name, sql FROM " + quoteIdent(schemaName) +
                     ".sqlite_master WHERE type = 'table' AND name = ?1 COLLATE NOCASE");
   if (!st) return false;
-  sqlite3_bind_text(st.get(), 1, name.c_str(), -1, SQLITE_TRANSIENT);
+  sqlite3_bind_text(st.get(), 1, source.c_str(), -1, SQLITE_TRANSIENT);
   int rc = sqlite3_step(st.get());
   if (rc == SQLITE_DONE || (rc == SQLITE_ROW && std::strncmp(name.c_str(), "sqlite_", 7) == 0))
     return fail(errc::kNoSuchTable, "The database engine cannot find the input table or query '" + name +
                                         "'. Make sure it exists and that its name is spelled correctly.");
   if (rc != SQLITE_ROW) return failSqlite(rc);
   TableInfo t;
-  t.name = reinterpret_cast<const char *>(sqlite3_column_text(st.get(), 0));
+  t.source = reinterpret_cast<const char *>(sqlite3_column_text(st.get(), 0));
+  t.name = t.source;
+  if (schemaName != "main") {  // a linked table, found in its own file
+    t.schema = quoteIdent(schemaName) + ".";
+    if (asciiLower(source) != asciiLower(name)) t.name = name;  // linked under another name
+  }
   const unsigned char *sqlText = sqlite3_column_text(st.get(), 1);
   std::string ddl = sqlText ? asciiLower(reinterpret_cast<const char *>(sqlText)) : std::string();
   std::string squeezed;
@@ -439,7 +444,7 @@ bool SqliteEngine::loadTable(const std::string &name, TableInfo *out) {
     return fail(errc::kNotSupported, "Tables without rowid ('" + t.name + "') cannot be opened as a table.");
   t.autoincrement = ddl.find("autoincrement") != std::string::npos;
 
-  Stmt info = prepare("PRAGMA table_info(" + quoteIdent(t.name) + ")");
+  Stmt info = prepare(t.pragma("table_info", t.source));
   if (!info) return false;
   int pkColumns = 0;
   bool firstIsIntegerPk = false;

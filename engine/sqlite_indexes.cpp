@@ -89,7 +89,7 @@ bool SqliteSchema::ListIndexes(const std::string &table, std::vector<IndexSpec> 
   std::vector<IndexSpec> indexes;
   // The row number as the key: no index of its own.
   {
-    Stmt st = e_.prepare("PRAGMA " + qs + "table_info(" + quoteIdent(info.name) + ")");
+    Stmt st = e_.prepare("PRAGMA " + qs + "table_info(" + quoteIdent(info.source) + ")");
     if (!st) return false;
     int pkCount = 0;
     std::string pkName, pkType;
@@ -108,7 +108,7 @@ bool SqliteSchema::ListIndexes(const std::string &table, std::vector<IndexSpec> 
       indexes.push_back(pk);
     }
   }
-  Stmt list = e_.prepare("PRAGMA " + qs + "index_list(" + quoteIdent(info.name) + ")");
+  Stmt list = e_.prepare("PRAGMA " + qs + "index_list(" + quoteIdent(info.source) + ")");
   if (!list) return false;
   std::vector<IndexSpec> found;
   while (sqlite3_step(list.get()) == SQLITE_ROW) {
@@ -231,7 +231,7 @@ bool SqliteSchema::relationsOf(const std::string &table, const TableDdl &ddl, st
     if (e_.loadTable(r.table, &parent)) {
       r.table = parent.name;
       if (std::all_of(r.fields.begin(), r.fields.end(), [](const std::string &f) { return f.empty(); })) {
-        Stmt pk = e_.prepare("PRAGMA table_info(" + quoteIdent(parent.name) + ")");
+        Stmt pk = e_.prepare(parent.pragma("table_info", parent.source));
         std::vector<std::pair<int, std::string>> keys;
         while (pk && sqlite3_step(pk.get()) == SQLITE_ROW)
           if (sqlite3_column_int(pk.get(), 5) > 0) keys.emplace_back(sqlite3_column_int(pk.get(), 5), text(pk.get(), 1));

@@ -7,6 +7,7 @@
 #include <time.h>
 
 #include <array>
+#include <functional>
 #include <map>
 #include <set>
 #include <memory>
@@ -81,7 +82,16 @@ std::string quoteIdent(const std::string &name);
 std::string asciiLower(std::string s);
 
 struct TableInfo {
-  std::string name;  // as declared
+  std::string name;  // as declared (a linked table: as the link names it)
+  // Where SQL finds the table: its schema ("" for SQLite's own lookup by
+  // name, else the quoted schema and a dot) and its name there. They differ
+  // from the plain name only for a table linked under another name.
+  std::string schema, source;
+  std::string from() const { return schema + quoteIdent(source); }
+  // "PRAGMA what(arg)" in the table's schema.
+  std::string pragma(const std::string &what, const std::string &arg) const {
+    return "PRAGMA " + schema + what + "(" + quoteIdent(arg) + ")";
+  }
   std::vector<ColumnInfo> columns;
   int counter = -1;  // column index of the counter (the first field when it is the rowid), or -1
   bool autoincrement = false;
@@ -213,12 +223,15 @@ class SqliteEngine final : public Engine {
   Schema *schema() override;
   void forgetTable(const std::string &name);  // closes its cursor: its definition changes
   // The schema that holds `table`: "main", or the attached file of a linked
-  // table. False, with error 3024, when a linked table's file has gone.
-  bool linkSchema(const std::string &table, std::string *schema);
+  // table, and the table's name there (`source`: a link's table may have
+  // another name in its own file). False, with error 3024, when a linked
+  // table's file has gone.
+  bool linkSchema(const std::string &table, std::string *schema, std::string *source = nullptr);
   void attachLinks();  // at Open: attaches the files of the linked tables
   struct Link {
     std::string schema, path;
     bool attached = false;
+    std::string source;  // the table's name in its own file
   };
   std::map<std::string, Link> links_;  // by lower-case table name
   std::shared_ptr<Schema> schema_;
@@ -232,7 +245,17 @@ class SqliteEngine final : public Engine {
   bool buildSnapshot(Cursor *c);
   bool seekKeys(const std::vector<Value> &keys, Record *out);
   bool runStatement(const std::string &sql, const std::vector<RawValue> &params, ValueArray *result,
-                    int32_t *affected, bool refuseSelect);
+                    int32_t *affected, bool refuseSelect, bool expanded = false);
+  // Names in `sql` that SQLite cannot resolve by itself, put in place: a
+  // stored query that is no view (it declares parameters, or names a query
+  // that does) becomes a subquery of its text, its parameters added to
+  // `names` and `types` after those there; a table linked under another name
+  // becomes its file's table. False, with the error, for a malformed or
+  // circular query. (sqlite_sql.cpp)
+  bool expandTableNames(std::string *sql, std::vector<std::string> *names, std::vector<std::string> *types,
+                        int depth = 0);
+  // The text of the stored query `name` when no view stands for it.
+  bool storedQueryText(const std::string &name, std::string *sql);
   bool checkFileDamage();
   // Makes each stored query without parameters a temporary view of this
   // connection, so that another statement can name it in FROM or JOIN as
@@ -342,6 +365,17 @@ std::string rewriteAccessSql(const std::string &sql, const std::vector<std::stri
 // when the clause is malformed.
 bool splitParameters(const std::string &sql, std::vector<std::string> *names, std::vector<std::string> *types,
                      std::string *body);
+// A table named where a statement expects one: after FROM, JOIN, a FROM
+// list's comma (or parentheses opened there), INTO or UPDATE (`target`).
+struct TableName {
+  std::string name;      // brackets and quotes removed
+  bool target = false;   // written to: INTO, UPDATE
+  bool aliased = false;  // an alias follows (AS x, or a bare name)
+};
+// The statement with each such name replaced by what `replace` answers for
+// it; an empty answer leaves the name as written. Unchanged text comes back
+// byte for byte.
+std::string replaceTableNames(const std::string &sql, const std::function<std::string(const TableName &)> &replace);
 // Access wildcard pattern (* ? # [list] [!list]) to an anchored regular expression.
 std::string accessPatternToRegex(const std::string &pattern);
 // Access's Format(value, format): `value` as text, and as a number when

@@ -1,12 +1,15 @@
 // Linked tables. A link is a row of _vantry_links (name, path, source) in
 // the database file itself, so it survives reopening: every Open attaches
 // each linked file once, under a schema name of its own ("vt_link_1" ...).
-// SQLite looks for an unqualified table name in the main file first and then
-// in the attached ones, so SQL and cursors reach a linked table by its name
-// with nothing rewritten; a local table of the same name is refused when the
-// link is made. A link whose file has gone is not attached, and naming the
-// table then fails with "Could not find file" (3024) instead of "no such
-// table".
+// The local name (`name`) may differ from the table's name in its file
+// (`source`). Cursors open a linked table as "vt_link_n"."source"; SQL has
+// each linked name put in place the same way before it runs
+// (SqliteEngine::expandTableNames), so two files that both hold a table of
+// one name never answer for each other; statements of a database without
+// links are not looked at. A local table of the link's name is refused when
+// the link is made. A link whose file has gone is not attached, and naming
+// the table then fails with "Could not find file" (3024) instead of "no
+// such table".
 #include <sys/stat.h>
 
 #include <climits>
@@ -36,8 +39,9 @@ void SqliteEngine::forgetTable(const std::string &name) {
   nextCounter_.erase(asciiLower(name));
 }
 
-bool SqliteEngine::linkSchema(const std::string &table, std::string *schema) {
+bool SqliteEngine::linkSchema(const std::string &table, std::string *schema, std::string *source) {
   *schema = "main";
+  if (source) *source = table;
   if (links_.empty()) return true;
   std::string key = asciiLower(table);
   if (key.rfind("main.", 0) == 0) key.erase(0, 5);
@@ -45,6 +49,7 @@ bool SqliteEngine::linkSchema(const std::string &table, std::string *schema) {
   if (it == links_.end()) return true;
   if (it->second.attached) {
     *schema = it->second.schema;
+    if (source) *source = it->second.source;
     return true;
   }
   return fail(errc::kCouldNotFindFile, "Could not find file '" + it->second.path + "'.");
@@ -54,7 +59,7 @@ void SqliteEngine::attachLinks() {
   links_.clear();
   sqlite3_stmt *st = nullptr;
   // No link table: no links (the statement does not compile).
-  if (sqlite3_prepare_v2(db_, "SELECT name, path FROM _vantry_links", -1, &st, nullptr) != SQLITE_OK) {
+  if (sqlite3_prepare_v2(db_, "SELECT name, path, source FROM _vantry_links", -1, &st, nullptr) != SQLITE_OK) {
     sqlite3_finalize(st);
     return;
   }
@@ -63,9 +68,11 @@ void SqliteEngine::attachLinks() {
   while (sqlite3_step(st) == SQLITE_ROW) {
     const char *name = reinterpret_cast<const char *>(sqlite3_column_text(st, 0));
     const char *path = reinterpret_cast<const char *>(sqlite3_column_text(st, 1));
+    const char *source = reinterpret_cast<const char *>(sqlite3_column_text(st, 2));
     if (!name || !path) continue;
     Link link;
     link.path = path;
+    link.source = source ? source : name;
     auto seen = attachedPaths.find(link.path);
     if (seen != attachedPaths.end()) {
       link.schema = seen->second;
@@ -97,16 +104,16 @@ void SqliteSchema::detachUnused(const std::string &schema) {
   sqlite3_exec(e_.db(), ("DETACH " + quoteIdent(schema)).c_str(), nullptr, nullptr, nullptr);
 }
 
-bool SqliteSchema::LinkTable(const std::string &path, const std::string &table) {
+bool SqliteSchema::LinkTable(const std::string &path, const std::string &table, const std::string &localName) {
   e_.clearError();
   if (!e_.needWritable()) return false;
-  if (!checkName(table)) return false;
+  if (!checkName(table) || (!localName.empty() && !checkName(localName))) return false;
   std::string file = normalizePath(path);
   char resolved[PATH_MAX];
   if (file.empty() || !isRegularFile(file) || !::realpath(file.c_str(), resolved))
     return e_.fail(errc::kCouldNotFindFile, "Could not find file '" + path + "'.");
   file = resolved;
-  if (!checkNewName(table)) return false;
+  if (!checkNewName(localName.empty() ? table : localName)) return false;
 
   // Reuse the schema of a file linked already, else attach it anew.
   std::string schema;
@@ -154,16 +161,36 @@ bool SqliteSchema::LinkTable(const std::string &path, const std::string &table) 
   if (!e_.exec("CREATE TABLE IF NOT EXISTS _vantry_links (name TEXT PRIMARY KEY COLLATE NOCASE, "
                "path TEXT NOT NULL, source TEXT NOT NULL)"))
     return undo();
-  Stmt ins = e_.prepare("INSERT INTO _vantry_links (name, path, source) VALUES (?1, ?2, ?1)");
+  // Linked under its own name, the table keeps the spelling of its file.
+  std::string local = localName.empty() || asciiLower(localName) == asciiLower(declared) ? declared : localName;
+  Stmt ins = e_.prepare("INSERT INTO _vantry_links (name, path, source) VALUES (?1, ?2, ?3)");
   if (!ins) return undo();
-  sqlite3_bind_text(ins.get(), 1, declared.c_str(), -1, SQLITE_TRANSIENT);
+  sqlite3_bind_text(ins.get(), 1, local.c_str(), -1, SQLITE_TRANSIENT);
   sqlite3_bind_text(ins.get(), 2, file.c_str(), -1, SQLITE_TRANSIENT);
+  sqlite3_bind_text(ins.get(), 3, declared.c_str(), -1, SQLITE_TRANSIENT);
   rc = sqlite3_step(ins.get());
   if (rc != SQLITE_DONE) {
     e_.failSqlite(rc);
     return undo();
   }
-  e_.links_[asciiLower(declared)] = SqliteEngine::Link{schema, file, true};
+  e_.links_[asciiLower(local)] = SqliteEngine::Link{schema, file, true, declared};
+  e_.afterWrite(nullptr);
+  return true;
+}
+
+bool SqliteSchema::renameLink(const std::string &table, const std::string &newName) {
+  auto it = e_.links_.find(asciiLower(table));
+  if (asciiLower(newName) == it->first ? !checkName(newName) : !checkNewName(newName)) return false;
+  Stmt upd = e_.prepare("UPDATE _vantry_links SET name = ?2 WHERE name = ?1");
+  if (!upd) return false;
+  sqlite3_bind_text(upd.get(), 1, table.c_str(), -1, SQLITE_TRANSIENT);
+  sqlite3_bind_text(upd.get(), 2, newName.c_str(), -1, SQLITE_TRANSIENT);
+  int rc = sqlite3_step(upd.get());
+  if (rc != SQLITE_DONE) return e_.failSqlite(rc);
+  e_.forgetTable(table);
+  SqliteEngine::Link link = it->second;
+  e_.links_.erase(it);
+  e_.links_[asciiLower(newName)] = std::move(link);
   e_.afterWrite(nullptr);
   return true;
 }

@@ -101,7 +101,7 @@ bool SqliteEngine::AppendRecord(const Record &record, bool keepCounter, Record *
     return &it->second;
   };
   if (numbered) {
-    Stmt *top = cached("SELECT max(" + quoteIdent(t.rowid) + ") FROM " + quoteIdent(t.name));
+    Stmt *top = cached("SELECT max(" + quoteIdent(t.rowid) + ") FROM " + t.from());
     if (!top) return abandon(SQLITE_OK);
     int rc = sqlite3_step(top->get());
     int64_t highest = rc == SQLITE_ROW ? sqlite3_column_int64(top->get(), 0) : 0;
@@ -118,7 +118,7 @@ bool SqliteEngine::AppendRecord(const Record &record, bool keepCounter, Record *
     names += (names.empty() ? "" : ", ") + quoteIdent(t.columns[col].name);
     marks += marks.empty() ? "?" : ", ?";
   }
-  Stmt *ins = cached("INSERT INTO " + quoteIdent(t.name) +
+  Stmt *ins = cached("INSERT INTO " + t.from() +
                      (fields.empty() ? " DEFAULT VALUES" : " (" + names + ") VALUES (" + marks + ")"));
   if (!ins) return abandon(SQLITE_OK);
   for (size_t i = 0; i < fields.size(); ++i) ins->bind(static_cast<int>(i + 1), fields[i].second);
@@ -141,7 +141,7 @@ bool SqliteEngine::DeleteRecord() {
   if (!exec("BEGIN IMMEDIATE")) return false;
   uint32_t before = dataVersion();  // the write transaction has seen every commit so far
   Stmt del =
-      prepare("DELETE FROM " + quoteIdent(c->table.name) + " WHERE " + quoteIdent(c->table.rowid) + " = ?1");
+      prepare("DELETE FROM " + c->table.from() + " WHERE " + quoteIdent(c->table.rowid) + " = ?1");
   int rc = SQLITE_OK;
   if (del) {
     sqlite3_bind_int64(del.get(), 1, c->rowid);
@@ -195,7 +195,7 @@ bool SqliteEngine::ReplaceRecord(const Record &record, Record *stored) {
   if (!exec("BEGIN IMMEDIATE")) return false;
   uint32_t before = dataVersion();
   Stmt up =
-      prepare("UPDATE " + quoteIdent(t.name) + " SET " + sets + " WHERE " + quoteIdent(t.rowid) + " = ?");
+      prepare("UPDATE " + t.from() + " SET " + sets + " WHERE " + quoteIdent(t.rowid) + " = ?");
   int rc = SQLITE_OK;
   if (up) {
     for (size_t i = 0; i < fields.size(); ++i) up.bind(static_cast<int>(i + 1), fields[i].second);

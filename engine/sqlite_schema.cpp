@@ -280,7 +280,7 @@ bool SqliteSchema::Structure(const std::string &table, std::vector<FieldSpec> *o
   }
   std::string schemaName;
   if (!e_.linkSchema(table, &schemaName)) return false;
-  Stmt st = e_.prepare("PRAGMA " + quoteIdent(schemaName) + ".table_info(" + quoteIdent(info.name) + ")");
+  Stmt st = e_.prepare("PRAGMA " + quoteIdent(schemaName) + ".table_info(" + quoteIdent(info.source) + ")");
   if (!st) return false;
   std::vector<FieldSpec> fields;
   int pkCount = 0, rc;
@@ -667,9 +667,11 @@ bool SqliteSchema::SetRequired(const std::string &table, const std::string &fiel
 
 bool SqliteSchema::RenameTable(const std::string &table, const std::string &newName) {
   e_.clearError();
+  if (!e_.needWritable()) return false;
+  if (e_.links_.count(asciiLower(table))) return renameLink(table, newName);
   std::string declared;
   TableDdl ddl;
-  if (!e_.needWritable() || !localTable(table, &declared, &ddl)) return false;
+  if (!localTable(table, &declared, &ddl)) return false;
   if (!sameName(declared, newName) && !checkNewName(newName)) return false;
   if (sameName(declared, newName) && !checkName(newName)) return false;
   e_.forgetTable(declared);

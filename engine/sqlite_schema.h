@@ -34,7 +34,7 @@ class SqliteSchema final : public Schema {
   bool CreateIndex(const std::string &table, const IndexSpec &index) override;
   bool ListRelations(std::vector<RelationSpec> *out) override;
   bool DeleteRelation(const std::string &name) override;
-  bool LinkTable(const std::string &path, const std::string &table) override;
+  bool LinkTable(const std::string &path, const std::string &table, const std::string &localName) override;
 
   // ATTACH `path` AS `schema`, with nothing recorded as an error.
   static bool attach(sqlite3 *db, const std::string &path, const std::string &schema);
@@ -64,6 +64,7 @@ class SqliteSchema final : public Schema {
   // Relations of one child table (its foreign keys), named.
   bool relationsOf(const std::string &table, const TableDdl &ddl, std::vector<RelationSpec> *out);
   bool unlink(const std::string &table);
+  bool renameLink(const std::string &table, const std::string &newName);  // the local name only
   void detachUnused(const std::string &schema);
 
   SqliteEngine &e_;

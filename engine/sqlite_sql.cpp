@@ -7,6 +7,14 @@
 // passed to RunQuery bind to them in order: they are never pasted into the
 // text. A query without the clause binds its own ?, ?NNN or :name
 // parameters in order.
+//
+// A query that names another query in FROM or JOIN reaches a query without
+// parameters through its view (attachStoredQueries); one with parameters, or
+// one that names such a query, is put in place as a subquery of its text
+// (expandTableNames), and its parameters are asked for after the naming
+// query's own, in the order met, each name once, as Access asks for them. A
+// statement run without values (ExecuteSql) that names such a query is
+// refused with "Too few parameters. Expected N.", as Access refuses it.
 #include <cstring>
 
 #include "sqlite_internal.h"
@@ -43,14 +51,39 @@ bool convertParameter(const Value &v, const std::string &type, Value *out) {
 }  // namespace
 
 bool SqliteEngine::runStatement(const std::string &sql, const std::vector<RawValue> &params,
-                                ValueArray *result, int32_t *affected, bool refuseSelect) {
+                                ValueArray *result, int32_t *affected, bool refuseSelect, bool expanded) {
   if (!needDatabase()) return false;
+  // Puts in place what SQLite cannot resolve by itself: stored queries with
+  // parameters, linked tables (by their files' schemas, so that two files
+  // holding tables of one name cannot be confused). Only a statement run
+  // without values gets here with parameters to ask for (RunQuery puts its
+  // queries in place before binding): they go unanswered.
+  auto expand = [&](std::string *text) {
+    std::vector<std::string> names, types;
+    if (!expandTableNames(text, &names, &types)) return false;
+    if (!names.empty())
+      return fail(errc::kTooFewParameters, "Too few parameters. Expected " + std::to_string(names.size()) + ".");
+    return true;
+  };
+  if (!expanded && !links_.empty()) {
+    std::string again = sql;
+    if (!expand(&again)) return false;
+    if (again != sql) return runStatement(again, params, result, affected, refuseSelect, true);
+    expanded = true;
+  }
   std::string text = sql.find('+') == std::string::npos ? rewriteAccessSql(sql)
                                                          : rewriteAccessSql(sql, {}, {}, textFields());
   sqlite3_stmt *raw = nullptr;
   const char *tail = nullptr;
   int rc = sqlite3_prepare_v2(db_, text.c_str(), static_cast<int>(text.size()), &raw, &tail);
   Stmt st(raw);
+  if (rc == SQLITE_ERROR && !expanded && std::strncmp(sqlite3_errmsg(db_), "no such table", 13) == 0) {
+    // The name may be a stored query with parameters: statements that name
+    // none never come here.
+    std::string again = sql;
+    if (!expand(&again)) return false;
+    if (again != sql) return runStatement(again, params, result, affected, refuseSelect, true);
+  }
   if (rc != SQLITE_OK) return failSqlite(rc, text);
   if (!st)
     return fail(errc::kInvalidStatement,
@@ -105,6 +138,72 @@ bool SqliteEngine::runStatement(const std::string &sql, const std::vector<RawVal
   return true;
 }
 
+bool SqliteEngine::storedQueryText(const std::string &name, std::string *sql) {
+  // Read with the raw interface: a file without stored queries has no table
+  // of them, which is no error here.
+  sqlite3_stmt *st = nullptr;
+  std::string q = std::string("SELECT sql FROM main.") + kQueryTable +
+                  " WHERE name = ?1 AND NOT EXISTS (SELECT 1 FROM temp.sqlite_master "
+                  "WHERE type = 'view' AND name = ?1 COLLATE NOCASE)";
+  bool found = false;
+  if (sqlite3_prepare_v2(db_, q.c_str(), -1, &st, nullptr) == SQLITE_OK) {
+    sqlite3_bind_text(st, 1, name.c_str(), -1, SQLITE_TRANSIENT);
+    if (sqlite3_step(st) == SQLITE_ROW && sqlite3_column_text(st, 0)) {
+      *sql = reinterpret_cast<const char *>(sqlite3_column_text(st, 0));
+      found = true;
+    }
+  }
+  sqlite3_finalize(st);
+  return found;
+}
+
+bool SqliteEngine::expandTableNames(std::string *sql, std::vector<std::string> *names,
+                                    std::vector<std::string> *types, int depth) {
+  // Queries name queries that exist already, so a chain deeper than this is
+  // a loop made by deleting and recreating one of them.
+  constexpr int kDeepest = 32;
+  bool ok = true;
+  auto as = [](const TableName &ref) { return ref.aliased ? std::string() : " AS " + quoteIdent(ref.name); };
+  std::string out = replaceTableNames(*sql, [&](const TableName &ref) -> std::string {
+    if (!ok) return std::string();
+    auto link = links_.find(asciiLower(ref.name));
+    if (link != links_.end()) {
+      // One whose file has gone fails by its name, with error 3024.
+      if (!link->second.attached) return std::string();
+      return quoteIdent(link->second.schema) + "." + quoteIdent(link->second.source) + as(ref);
+    }
+    std::string stored;
+    if (ref.target || !storedQueryText(ref.name, &stored)) return std::string();
+    if (depth >= kDeepest) {
+      ok = fail(errc::kGeneric, "Circular reference caused by query '" + ref.name + "'.");
+      return std::string();
+    }
+    std::vector<std::string> own, ownTypes;
+    std::string body;
+    if (!splitParameters(stored, &own, &ownTypes, &body)) {
+      ok = fail(errc::kSyntaxExpression, "Syntax error in PARAMETERS clause of query '" + ref.name + "'.");
+      return std::string();
+    }
+    // A parameter of the same name in two queries is asked for once.
+    for (size_t k = 0; k < own.size(); ++k) {
+      bool known = false;
+      for (const std::string &n : *names) known |= asciiLower(n) == asciiLower(own[k]);
+      if (known) continue;
+      names->push_back(own[k]);
+      types->push_back(k < ownTypes.size() ? ownTypes[k] : std::string());
+    }
+    if (!expandTableNames(&body, names, types, depth + 1)) {
+      ok = false;
+      return std::string();
+    }
+    while (!body.empty() && (body.back() == ';' || std::isspace(static_cast<unsigned char>(body.back()))))
+      body.pop_back();
+    return "(" + body + ")" + as(ref);
+  });
+  if (ok) *sql = std::move(out);
+  return ok;
+}
+
 void SqliteEngine::attachStoredQueries() {
   if (!db_) return;
   sqlite3_stmt *st = nullptr;
@@ -123,9 +222,25 @@ void SqliteEngine::attachStoredQueries() {
     views.emplace_back(reinterpret_cast<const char *>(name), rewriteAccessSql(body));
   }
   sqlite3_finalize(st);
-  for (const auto &[name, body] : views) {
-    std::string create = "CREATE TEMP VIEW IF NOT EXISTS " + quoteIdent(name) + " AS " + body;
-    sqlite3_exec(db_, create.c_str(), nullptr, nullptr, nullptr);  // a body that does not compile stays out
+  // SQLite makes a view of a body that names nothing it knows, so each body
+  // is compiled first: one that does not compile (it names a query with
+  // parameters, say) stays out, and is put in place where it is named. A
+  // query naming another is made in a later pass than the one it names.
+  for (bool made = true; made;) {
+    made = false;
+    for (auto it = views.begin(); it != views.end();) {
+      sqlite3_stmt *probe = nullptr;
+      bool compiles = sqlite3_prepare_v2(db_, it->second.c_str(), -1, &probe, nullptr) == SQLITE_OK && probe;
+      sqlite3_finalize(probe);
+      if (!compiles) {
+        ++it;
+        continue;
+      }
+      std::string create = "CREATE TEMP VIEW IF NOT EXISTS " + quoteIdent(it->first) + " AS " + it->second;
+      sqlite3_exec(db_, create.c_str(), nullptr, nullptr, nullptr);
+      it = views.erase(it);
+      made = true;
+    }
   }
 }
 
@@ -172,7 +287,10 @@ bool SqliteEngine::CreateQuery(const std::string &name, const std::string &sql) 
   std::string body;
   if (!splitParameters(sql, &params, &types, &body))
     return fail(errc::kSyntaxExpression, "Syntax error in PARAMETERS clause.");
-  Stmt check = prepare(rewriteAccessSql(body, params));  // the body must compile now
+  std::string expanded = body;
+  std::vector<std::string> allParams = params, allTypes = types;
+  if (!expandTableNames(&expanded, &allParams, &allTypes)) return false;
+  Stmt check = prepare(rewriteAccessSql(expanded, allParams));  // the body must compile now
   if (!check) return false;
   Stmt taken =
       prepare("SELECT 1 FROM sqlite_master WHERE name = ?1 COLLATE NOCASE AND type IN ('table', 'view')");
@@ -234,6 +352,8 @@ bool SqliteEngine::RunQuery(const std::string &name, const ValueArray &params, V
   std::string body;
   if (!splitParameters(sql, &names, &types, &body))
     return fail(errc::kSyntaxExpression, "Syntax error in PARAMETERS clause of query '" + name + "'.");
+  // Queries it names bring their parameters, asked for after its own.
+  if (!expandTableNames(&body, &names, &types)) return false;
   std::vector<RawValue> raw;
   for (const Value &v : params) {
     if (v.isListMarker()) continue;  // list structure from the caller; the values bind in order

@@ -8,6 +8,7 @@
 // moved rows point at pages 1-3, which are that same page.
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "decode.h"
@@ -35,6 +36,9 @@ class SamePage : public PageSource {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (size < 2) return 0;
+  // The same bytes as a packed attachment, unpacked within a small limit.
+  std::string file;
+  unpackAttachment(std::string(reinterpret_cast<const char *>(data), size), &file, size_t(1) << 20);
   Jet jet = (data[0] & 1) ? Jet::k3 : Jet::k4;
   size_t count = size_t(data[1] % 16) + 1;
   size_t head = 2 + count * 4;

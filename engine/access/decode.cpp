@@ -8,6 +8,8 @@
 #include <cstring>
 #include <set>
 
+#include <zlib.h>
+
 namespace vantry::engine::access {
 
 namespace {
@@ -480,6 +482,37 @@ bool decodeField(Jet jet, const ColumnLayout &c, const uint8_t *row, const Field
       out->text.assign(reinterpret_cast<const char *>(p), n);
       return true;
   }
+}
+
+bool unpackAttachment(const std::string &stored, std::string *file, size_t maxLength) {
+  auto u32 = [](const std::string &s, size_t o) {
+    const auto *p = reinterpret_cast<const uint8_t *>(s.data()) + o;
+    return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
+  };
+  if (stored.size() < 8) return false;
+  uint32_t packed = u32(stored, 0), length = u32(stored, 4);
+  if (length > maxLength || packed > 1) return false;
+  std::string body;
+  if (packed == 0) {
+    body = stored.substr(8);
+  } else {
+    body.resize(length);
+    z_stream z{};
+    if (inflateInit(&z) != Z_OK) return false;
+    z.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(stored.data() + 8));
+    z.avail_in = uInt(stored.size() - 8);
+    z.next_out = reinterpret_cast<Bytef *>(body.data());
+    z.avail_out = uInt(body.size());
+    int rc = inflate(&z, Z_FINISH);
+    size_t got = body.size() - z.avail_out;
+    inflateEnd(&z);
+    if (rc != Z_STREAM_END || got != length) return false;
+  }
+  if (body.size() < 12) return false;
+  uint32_t header = u32(body, 0), extension = u32(body, 8);
+  if (header < 12 || header > body.size() || size_t(extension) * 2 > header - 12) return false;
+  *file = body.substr(header);
+  return true;
 }
 
 }  // namespace vantry::engine::access

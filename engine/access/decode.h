@@ -106,6 +106,14 @@ std::string formatDecimal(const uint8_t *bytes, int scale);
 // Ten-thousandths as exact decimal text, "-12.3456".
 std::string formatCurrency(int64_t tenThousandths);
 
+// An attachment's bytes as Access keeps them: a 32-bit flag (1: the rest is
+// a zlib stream, 0: stored as is) and the 32-bit length of what follows once
+// unpacked; unpacked, a 32-bit header length, a 32-bit word, the length of
+// the file's extension in characters with its null, the extension in
+// UTF-16LE, then the file's bytes from the header's end. False for bytes
+// that do not hold together (or unpack beyond `maxLength`).
+bool unpackAttachment(const std::string &stored, std::string *file, size_t maxLength = size_t(1) << 30);
+
 // A row's location on a data page: its offset and length, and its flags
 // (deleted; moved elsewhere with a pointer left here). False when the slot
 // does not exist or points outside the page.

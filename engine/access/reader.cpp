@@ -66,6 +66,13 @@ struct Reader::State {
   std::vector<Table> tables;
   std::vector<MdbTableDef *> defs;  // the definition of each table, freed with the state
   std::unique_ptr<FilePages> pages;
+  // The hidden table of each complex field, and where its columns are.
+  struct Flat {
+    MdbTableDef *def = nullptr;
+    Table table;
+    int key = -1, fileName = -1, fileType = -1, fileData = -1, value = -1;
+  };
+  std::vector<Flat> flats;  // by Reader::complexFields' order
   ~State() {
     for (MdbTableDef *def : defs) mdb_free_tabledef(def);
     if (mdb) mdb_close(mdb);
@@ -321,6 +328,95 @@ bool Reader::scan(size_t table, const std::function<void(std::vector<Value> &)> 
       },
       message);
   return ok;
+}
+
+std::vector<ComplexField> Reader::complexFields(std::string *message) {
+  std::vector<ComplexField> out;
+  s_->flats.clear();
+  std::vector<std::map<std::string, Value>> rows;
+  // A file without complex columns has no catalog of them.
+  if (s_->jet == Jet::k3 || !s_->readSystem("MSysComplexColumns", &rows, message)) return out;
+  // Catalog ids are the table definition's page, with flags in the top byte.
+  auto entry = [&](const std::map<std::string, Value> &row, const char *field) -> MdbCatalogEntry * {
+    auto it = row.find(field);
+    if (it == row.end() || it->second.kind != Value::kInteger) return nullptr;
+    unsigned long page = static_cast<unsigned long>(it->second.integer) & 0xFFFFFFul;
+    for (unsigned i = 0; i < s_->mdb->num_catalog; ++i) {
+      auto *e = static_cast<MdbCatalogEntry *>(g_ptr_array_index(s_->mdb->catalog, i));
+      if (e->object_type == MDB_TABLE && e->table_pg == page) return e;
+    }
+    return nullptr;
+  };
+  for (const auto &row : rows) {
+    MdbCatalogEntry *owner = entry(row, "ConceptualTableID"), *flat = entry(row, "FlatTableID"),
+                    *type = entry(row, "ComplexTypeObjectID");
+    auto column = row.find("ColumnName");
+    if (!owner || !flat || !type || column == row.end() || column->second.kind != Value::kText) continue;
+    MdbTableDef *def = mdb_read_table(flat);
+    if (!def) continue;
+    mdb_read_columns(def);
+    s_->defs.push_back(def);
+    State::Flat f;
+    f.def = def;
+    f.table = s_->describe(def);
+    // The owner's number sits in "<table>_<field>"; the rest are the type's own fields.
+    std::string key = std::string(owner->object_name) + "_" + column->second.text;
+    for (size_t i = 0; i < f.table.columns.size(); ++i) {
+      const std::string &name = f.table.columns[i].name;
+      int n = int(i);
+      if (g_ascii_strcasecmp(name.c_str(), key.c_str()) == 0) f.key = n;
+      if (g_ascii_strcasecmp(name.c_str(), "FileName") == 0) f.fileName = n;
+      if (g_ascii_strcasecmp(name.c_str(), "FileType") == 0) f.fileType = n;
+      if (g_ascii_strcasecmp(name.c_str(), "FileData") == 0) f.fileData = n;
+      if (g_ascii_strcasecmp(name.c_str(), "Value") == 0) f.value = n;
+    }
+    ComplexField cf;
+    cf.table = owner->object_name;
+    cf.column = column->second.text;
+    cf.attachment = g_ascii_strcasecmp(type->object_name, "MSysComplexType_Attachment") == 0;
+    if (f.key < 0 || (cf.attachment ? f.fileData < 0 : f.value < 0)) {
+      *message = "the values of field '" + cf.column + "' of table '" + cf.table + "' are kept in a form not known";
+      continue;
+    }
+    if (!cf.attachment) cf.value = f.table.columns[size_t(f.value)];
+    out.push_back(std::move(cf));
+    s_->flats.push_back(std::move(f));
+  }
+  return out;
+}
+
+bool Reader::scanComplex(size_t field, const std::function<void(ComplexValue &)> &value, std::string *message) {
+  const State::Flat &f = s_->flats[field];
+  std::vector<ColumnLayout> cols = layouts(f.table.columns);
+  std::vector<FieldSpan> spans;
+  auto read = [&](const uint8_t *r, int column, Value *out) {
+    if (column < 0) return true;
+    return decodeField(s_->jet, cols[size_t(column)], r, spans[size_t(column)], s_->pages.get(), out);
+  };
+  return s_->walk(
+      f.def,
+      [&](const uint8_t *r, size_t n) {
+        ComplexValue v;
+        Value key;
+        if (!crackRow(s_->jet, r, n, cols, &spans) || !read(r, f.key, &key) || !read(r, f.fileName, &v.fileName) ||
+            !read(r, f.fileType, &v.fileType) || !read(r, f.fileData, &v.data) || !read(r, f.value, &v.value)) {
+          *message = "a row of the values of a field of table '" + f.table.name + "' is damaged";
+          return false;
+        }
+        if (key.kind != Value::kInteger) return true;  // belongs to no row
+        v.key = key.integer;
+        if (f.fileData >= 0 && v.data.kind == Value::kBlob) {
+          std::string bytes;
+          if (!unpackAttachment(v.data.text, &bytes)) {
+            *message = "the packed bytes of an attachment in table '" + f.table.name + "' are damaged";
+            return false;
+          }
+          v.data.text = std::move(bytes);
+        }
+        value(v);
+        return true;
+      },
+      message);
 }
 
 std::vector<Relation> Reader::relations(std::string *message) {

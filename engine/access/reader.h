@@ -52,6 +52,24 @@ struct StoredQuery {
   std::string sql;
 };
 
+// A multi-valued or attachment field. The owning row holds a number in the
+// field; the values live in a hidden table of their own, one row each,
+// under that number.
+struct ComplexField {
+  std::string table, column;  // the owning table and field
+  bool attachment = false;    // else multi-valued
+  Column value;               // multi-valued: the values' field (type, size)
+};
+
+// One value of a complex field, under the owner's number: an attachment's
+// file name, type (its extension, as Access keeps it) and bytes (unpacked),
+// or one of a multi-valued field's values (in `value`).
+struct ComplexValue {
+  int64_t key = 0;
+  Value fileName, fileType, data;
+  Value value;
+};
+
 class Reader {
  public:
   Reader();
@@ -71,6 +89,14 @@ class Reader {
   bool scan(size_t table, const std::function<void(std::vector<Value> &)> &row, std::string *message);
 
   std::vector<Relation> relations(std::string *message);
+
+  // The complex fields of every table, system tables included (an ACE
+  // file's own resources are attachments), from the catalog of complex
+  // columns. Empty for a Jet file, which has none.
+  std::vector<ComplexField> complexFields(std::string *message);
+  // Calls `value` with each value of complexFields()[field]. False with
+  // *message when a row, or an attachment's packed bytes, are damaged.
+  bool scanComplex(size_t field, const std::function<void(ComplexValue &)> &value, std::string *message);
   std::vector<StoredQuery> queries(std::string *message);
 
  private:

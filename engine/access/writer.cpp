@@ -222,9 +222,6 @@ ImportReport writeDatabase(const std::string &accessPath, const std::string &sql
                            " SET " + quote(c.name) + " = (SELECT coalesce(max(" + quote(c.name) + "), 0) + 1 FROM " +
                            quote(t.name) + ") WHERE rowid = NEW.rowid; END");
       }
-      if (c.layout.type == coltype::kComplex)
-        note("table " + t.name + ", field " + c.name +
-             ": a multi-valued or attachment field; only its key is carried over");
     }
     if (pk && counterKey < 0) {
       create += ", PRIMARY KEY (";
@@ -298,6 +295,49 @@ ImportReport writeDatabase(const std::string &accessPath, const std::string &sql
     ++report.tables;
   }
   if (cb.progress) cb.progress(done, std::max(total, done), std::string());
+
+  // Multi-valued and attachment fields: the owner keeps its number in the
+  // field, and the values go to a table named "table.field" (Access allows
+  // no dot in a name, so it cannot clash), one row per value, under that
+  // number in a field of the owner field's name.
+  std::string complexWhy;
+  std::vector<ComplexField> complex = reader.complexFields(&complexWhy);
+  if (!complexWhy.empty()) note("multi-valued or attachment fields: " + complexWhy);
+  for (size_t fi = 0; fi < complex.size(); ++fi) {
+    const ComplexField &f = complex[fi];
+    auto owner = byName.find(lower(f.table));
+    if (owner == byName.end()) continue;  // a system table's
+    std::string name = owner->second->name + "." + f.column, key = quote(f.column);
+    std::string create = "CREATE TABLE " + quote(name) + " (" + key + " LONG NOT NULL, " +
+                         (f.attachment ? "FileName TEXT(255), FileType TEXT(255), FileData LONGBINARY"
+                                       : "Value " + sqlType(f.value, jet)) + ")";
+    if (!out.exec(create, &err) ||
+        !out.exec("CREATE INDEX " + quote(name) + " ON " + quote(name) + " (" + key + ")", &err))
+      return fail(errc::kGeneric, "Cannot create table '" + name + "': " + err);
+    sqlite3_stmt *st = nullptr;
+    std::string insert = "INSERT INTO " + quote(name) + (f.attachment ? " VALUES (?, ?, ?, ?)" : " VALUES (?, ?)");
+    sqlite3_prepare_v2(out.db, insert.c_str(), -1, &st, nullptr);
+    std::string rowError;
+    bool ok = reader.scanComplex(
+        fi,
+        [&](ComplexValue &v) {
+          sqlite3_bind_int64(st, 1, v.key);
+          if (f.attachment) {
+            bind(st, 2, v.fileName);
+            bind(st, 3, v.fileType);
+            bind(st, 4, v.data);
+          } else {
+            bind(st, 2, v.value);
+          }
+          if (sqlite3_step(st) != SQLITE_DONE && rowError.empty()) rowError = sqlite3_errmsg(out.db);
+          sqlite3_reset(st);
+        },
+        &why);
+    sqlite3_finalize(st);
+    if (!ok) return fail(errc::kCorrupt, "The Access database '" + accessPath + "' is damaged and cannot be read: " + why + ".");
+    if (!rowError.empty()) return fail(errc::kGeneric, "A value of '" + name + "' cannot be stored: " + rowError);
+    ++report.tables;
+  }
 
   for (const Later &x : indexes) {
     if (out.exec(x.sql, &err)) {

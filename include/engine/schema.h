@@ -115,10 +115,12 @@ class Schema {
   virtual bool DeleteRelation(const std::string &name) = 0;
 
   // --- Linked tables ---
-  // Makes `table` of the database file at `path` reachable under its own
-  // name, by cursors and SQL, in this and every later connection to this
-  // database. When the file has gone, using the table fails with 3024.
-  virtual bool LinkTable(const std::string &path, const std::string &table) = 0;
+  // Makes `table` of the database file at `path` reachable under
+  // `localName` (its own name when empty), by cursors and SQL, in this and
+  // every later connection to this database. When the file has gone, using
+  // the table fails with 3024.
+  virtual bool LinkTable(const std::string &path, const std::string &table,
+                         const std::string &localName = std::string()) = 0;
 };
 
 }  // namespace vantry::engine

@@ -21,8 +21,8 @@
 //   (vt_indexFields table index)        ("A" "-B")
 //   (vt_relationExists name) / (vt_relationExists table foreign-table)
 //   (vt_relationDelete name)  (vt_relationCount)  (vt_relationInfo name-or-number)
-//   (vt_link_table path table)          the table of another database file, under its own name;
-//                                       the file as given or in a support folder
+//   (vt_link_table path table [local])  the table of another database file, under its own name
+//                                       or `local`; the file as given or in a support folder
 //
 // Each answers nil when no database is open; a refusal is the engine's error
 // (recorded, printed, nil). Missing arguments are status 1, arguments of the
@@ -613,10 +613,12 @@ int linkTableBody() {
   engine::Schema *s = currentSchema(&c);
   if (!s) return 0;
   ArgList args;
-  std::wstring path, table;
+  std::wstring path, table, local;
   if (int st = readName(args, path)) return st;
   if (int st = readName(args, table)) return st;
-  return answer(c, s->LinkTable(findLinkedFile(path), utf8(table)));
+  if (args.cursor() && args.cursor()->restype != RTNIL)
+    if (int st = readName(args, local)) return st;
+  return answer(c, s->LinkTable(findLinkedFile(path), utf8(table), utf8(local)));
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <climits>
 #include <map>
+#include <string>
 
 #include "access/decode.h"
 
@@ -129,6 +130,27 @@ std::vector<Value> decodeAll(Jet jet, const Bytes &row, const std::vector<Column
   std::vector<Value> out(cols.size());
   for (size_t i = 0; i < cols.size(); ++i) EXPECT_TRUE(decodeField(jet, cols[i], row.data(), spans[i], nullptr, &out[i]));
   return out;
+}
+
+TEST(AccessDecode, AttachmentsUnpackAndDamagedOnesAreRefused) {
+  // Stored as is (flag 0): header of 20 bytes, extension "pdf" (3 + null).
+  auto le = [](uint32_t v) { return std::string{char(v), char(v >> 8), char(v >> 16), char(v >> 24)}; };
+  std::string inner = le(20) + le(1) + le(4) + std::string("p\0d\0f\0\0\0", 8) + "%PDF-1.4 body";
+  std::string file;
+  ASSERT_TRUE(unpackAttachment(le(0) + le(uint32_t(inner.size())) + inner, &file));
+  EXPECT_EQ(file, "%PDF-1.4 body");
+  struct Case {
+    const char *why;
+    std::string stored;
+  } bad[] = {
+      {"too short", le(0)},
+      {"unknown packing", le(7) + le(uint32_t(inner.size())) + inner},
+      {"no zlib stream", le(1) + le(uint32_t(inner.size())) + inner},
+      {"header past the end", le(0) + le(12) + le(99) + le(1) + le(0)},
+      {"extension longer than the header", le(0) + le(16) + le(16) + le(1) + le(9) + le(0)},
+      {"beyond the limit", le(1) + le(0xFFFFFFF0u) + "x"},
+  };
+  for (const Case &c : bad) EXPECT_FALSE(unpackAttachment(c.stored, &file)) << c.why;
 }
 
 TEST(AccessDecode, Jet4RowsWithNullsBitsAndLaterColumns) {

@@ -125,6 +125,42 @@ TEST_F(AccessImport, CurrencyIsReadAsAnExactCount) {
   EXPECT_EQ(row[1].text, "42.0000");
 }
 
+TEST_F(AccessImport, AttachmentsAreReadWithNameTypeAndUnpackedBytes) {
+  NEED_DATA();
+  // No sample has an attachment or multi-valued field in a table of its
+  // own; the ACE files keep their theme as an attachment of their own
+  // resources table, which is read here.
+  for (const char *name : {"currency_V2016.accdb", "oldDatesV2007.accdb", "indexTestV2010.accdb"}) {
+    SCOPED_TRACE(name);
+    Reader reader;
+    std::string why;
+    bool encrypted = false;
+    ASSERT_TRUE(reader.open(data(name), &why, &encrypted)) << why;
+    std::vector<ComplexField> fields = reader.complexFields(&why);
+    ASSERT_EQ(fields.size(), 1u) << why;
+    EXPECT_EQ(fields[0].table, "MSysResources");
+    EXPECT_EQ(fields[0].column, "Data");
+    EXPECT_TRUE(fields[0].attachment);
+    std::vector<ComplexValue> values;
+    ASSERT_TRUE(reader.scanComplex(0, [&](ComplexValue &v) { values.push_back(v); }, &why)) << why;
+    ASSERT_EQ(values.size(), 1u);
+    EXPECT_EQ(values[0].key, 1);
+    EXPECT_EQ(values[0].fileName.text, "Office Theme.thmx");
+    EXPECT_EQ(values[0].fileType.text, "thmx");
+    // A theme is a zip archive: whole, it starts with a local header and
+    // ends with the end of its central directory (22 bytes, no comment).
+    const std::string &bytes = values[0].data.text;
+    ASSERT_GT(bytes.size(), 22u);
+    EXPECT_EQ(bytes.substr(0, 4), std::string("PK\x03\x04", 4));
+    EXPECT_EQ(bytes.substr(bytes.size() - 22, 4), std::string("PK\x05\x06", 4));
+  }
+  Reader jet;
+  std::string why;
+  bool encrypted = false;
+  ASSERT_TRUE(jet.open(data("testV2000.mdb"), &why, &encrypted)) << why;
+  EXPECT_TRUE(jet.complexFields(&why).empty()) << "Jet 4 has no complex fields";
+}
+
 TEST_F(AccessImport, KeysIndexesRelationsAndCounters) {
   NEED_DATA();
   std::string t = imported("testV2000.mdb");

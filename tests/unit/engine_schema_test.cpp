@@ -301,5 +301,66 @@ TEST_F(EngineSchemaTest, LinkedTablesSurviveReopeningAndSayWhenTheirFileHasGone)
   EXPECT_EQ(names.size(), 3u);
 }
 
+TEST_F(EngineSchemaTest, ALinkUnderAnotherNameReachesItsOwnFileAndNoOther) {
+  // Both other files hold a Catalog, and one holds a Ducts as this file does:
+  // each name must reach the file its link says.
+  std::string other = dir / "other.db", third = dir / "third.db";
+  rawSql(other,
+         "CREATE TABLE Ducts(ID INTEGER PRIMARY KEY, Tag TEXT); CREATE INDEX ByTag ON Ducts(Tag DESC);"
+         "INSERT INTO Ducts(Tag) VALUES ('X-1'), ('X-2');"
+         "CREATE TABLE Catalog(Code TEXT PRIMARY KEY); INSERT INTO Catalog VALUES ('A');");
+  rawSql(third, "CREATE TABLE Catalog(Code TEXT PRIMARY KEY); INSERT INTO Catalog VALUES ('Z');");
+  ASSERT_TRUE(s->LinkTable(third, "catalog", "ZCat")) << e->GetLastError().description;
+  ASSERT_TRUE(s->LinkTable(other, "ducts", "RefDucts")) << e->GetLastError().description;
+  ASSERT_TRUE(s->LinkTable(other, "Catalog", ""));
+  EXPECT_FALSE(s->LinkTable(other, "Ducts", "systems"));
+  EXPECT_EQ(error(), 3010);
+  EXPECT_FALSE(s->LinkTable(other, "Ducts", "Bad[Name"));
+  EXPECT_EQ(error(), 3125);
+  for (bool reopened : {false, true}) {
+    SCOPED_TRACE(reopened ? "reopened" : "as linked");
+    if (reopened) open(false);
+    EXPECT_EQ(sql("SELECT Code FROM Catalog"), "Code=\"A\"");
+    EXPECT_EQ(sql("SELECT Code FROM [ZCat] WHERE Code = 'z'"), "Code=\"Z\"");
+    EXPECT_EQ(sql("SELECT count(*) AS n FROM RefDucts"), "n=2");
+    EXPECT_EQ(sql("SELECT r.Tag FROM Ducts AS d INNER JOIN RefDucts r ON r.ID = d.ID WHERE d.ID = 1"),
+              "Tag=\"X-1\"");
+    EXPECT_EQ(sql("SELECT Tag FROM RefDucts WHERE ID IN (SELECT ID FROM RefDucts WHERE Tag = 'x-2')"),
+              "Tag=\"X-2\"");
+    std::vector<std::string> names;
+    ASSERT_TRUE(s->ListTables(false, &names));
+    EXPECT_EQ(names, (std::vector<std::string>{"Catalog", "Ducts", "Log", "RefDucts", "Systems", "ZCat"}));
+    EXPECT_EQ(field("RefDucts", "Tag"), "Memo/0");
+  }
+  // A cursor in the linked table's own index, and writes that land in its file.
+  ASSERT_TRUE(e->OpenTable("RefDucts", "ByTag")) << e->GetLastError().description;
+  Record rec;
+  ASSERT_TRUE(e->MoveFirst(&rec));
+  EXPECT_EQ(testing::field(rec, "Tag"), "\"X-2\"");
+  ASSERT_TRUE(e->AppendRecord({{"Tag", Value::text("X-3")}}, false, &rec)) << e->GetLastError().description;
+  int32_t n = 0;
+  ASSERT_TRUE(e->ExecuteCommand("UPDATE RefDucts SET Tag = 'Y' WHERE Tag = 'X-1'", &n));
+  EXPECT_EQ(n, 1);
+  ASSERT_TRUE(e->ExecuteCommand("INSERT INTO RefDucts (Tag) VALUES ('X-4')", &n));
+  ASSERT_TRUE(e->ExecuteCommand("DELETE FROM RefDucts WHERE Tag = 'X-2'", &n));
+  EXPECT_EQ(rawScalar(other, "SELECT group_concat(Tag) FROM (SELECT Tag FROM Ducts ORDER BY ID)"), "Y,X-3,X-4");
+  EXPECT_EQ(rawScalar(db, "SELECT count(*) FROM Ducts WHERE Tag LIKE 'X%' OR Tag = 'Y'"), "0");
+  std::vector<IndexSpec> indexes;
+  ASSERT_TRUE(s->ListIndexes("RefDucts", &indexes));
+  EXPECT_EQ(indexes.size(), 2u) << "its key and ByTag";
+
+  // Renamed, the link answers to its new name only; with its file gone, to 3024.
+  ASSERT_TRUE(s->RenameTable("refducts", "OldDucts")) << e->GetLastError().description;
+  EXPECT_EQ(sql("SELECT count(*) AS n FROM OldDucts"), "n=3");
+  EXPECT_EQ(sql("SELECT count(*) AS n FROM RefDucts"), "error 3078");
+  EXPECT_FALSE(s->RenameTable("OldDucts", "Catalog"));
+  EXPECT_EQ(error(), 3010);
+  e->Close();
+  std::filesystem::remove(third);
+  open(false);
+  EXPECT_EQ(sql("SELECT Code FROM ZCat"), "error 3024");
+  EXPECT_EQ(sql("SELECT count(*) AS n FROM OldDucts"), "n=3");
+}
+
 }  // namespace
 }  // namespace vantry::engine

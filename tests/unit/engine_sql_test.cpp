@@ -347,6 +347,51 @@ TEST_F(EngineSqlTest, AStoredQueryIsNamedInFromAndJoinOfAnotherStatement) {
   EXPECT_EQ(rawScalar(db, "SELECT count(*) FROM sqlite_master WHERE type = 'view' AND name = 'WideDucts'"), "0");
 }
 
+TEST_F(EngineSqlTest, AQueryWithParametersNamedInAnotherAsksForThemAfterItsOwn) {
+  ASSERT_TRUE(e->CreateQuery("Wider", "PARAMETERS [min width] Long; SELECT id, tag, width FROM d WHERE width >= [min width]"));
+  ASSERT_TRUE(e->CreateQuery("Made", "PARAMETERS since DateTime, [min width] Long;\n"
+                                     "SELECT id FROM d WHERE made >= since AND width >= [min width];"));
+  // Named in JOIN and in FROM, both with aliases and without; its parameter
+  // is asked for after the naming query's own, and a name shared with
+  // another query is asked for once.
+  ASSERT_TRUE(e->CreateQuery("Joined", "PARAMETERS t Text; SELECT w.tag FROM Made INNER JOIN Wider AS w "
+                                       "ON Made.id = w.id WHERE w.tag <> t ORDER BY w.tag"))
+      << e->GetLastError().description;
+  ASSERT_TRUE(e->CreateQuery("Plain", "SELECT tag FROM [Wider] ORDER BY tag"));
+  struct Case {
+    const char *name;
+    ValueArray params;
+    const char *rows;
+  } cases[] = {
+      {"Joined", {Value::text("s-1"), Value::text("1/1/2024"), Value::integer(200)}, "tag=\"R-7\""},
+      {"Joined", {Value::text("x"), Value::text("1/1/2023"), Value::integer(300)}, "tag=\"S-1\" | tag=\"S-2\""},
+      {"Joined", {Value::text("x"), Value::text("1/1/2023")}, "error 3061"},
+      {"Joined", {Value::text("x"), Value::text("never"), Value::integer(1)}, "error 3421"},
+      // A query without parameters of its own that names one has its parameters.
+      {"Plain", {Value::integer(400)}, "tag=\"S-1\" | tag=\"SX\""},
+      {"Plain", {}, "error 3061"},
+  };
+  for (const Case &c : cases) {
+    ValueArray out;
+    std::string got =
+        e->RunQuery(c.name, c.params, &out) ? show(out) : "error " + std::to_string(e->GetLastError().number);
+    EXPECT_EQ(got, c.rows) << c.name;
+  }
+  // A statement run without values cannot answer them, as in Access.
+  EXPECT_EQ(rows("SELECT * FROM Wider"), "error 3061");
+  EXPECT_EQ(e->GetLastError().description, "Too few parameters. Expected 1.");
+  EXPECT_EQ(rows("SELECT d.tag FROM d INNER JOIN Joined AS j ON j.tag = d.tag"), "error 3061");
+  EXPECT_EQ(e->GetLastError().description, "Too few parameters. Expected 3.");
+  // Text that merely looks like the name is left alone.
+  EXPECT_EQ(rows("SELECT 'Wider' AS Wider FROM d WHERE id = 1"), "Wider=\"Wider\"");
+  // A deleted inner query makes the outer one fail by its name.
+  int32_t n = 0;
+  ASSERT_TRUE(e->ExecuteCommand("DELETE FROM _vantry_queries WHERE name = 'Made'", &n));
+  ValueArray out;
+  EXPECT_FALSE(e->RunQuery("Joined", {Value::text("x"), Value::integer(1)}, &out));
+  EXPECT_EQ(e->GetLastError().number, errc::kNoSuchTable);
+}
+
 TEST_F(EngineSqlTest, PlainSqliteStatementsPassUnchanged) {
   for (const char *sql : {
            "SELECT \"duct size\", tag FROM d WHERE tag LIKE 'S%' ORDER BY 1 LIMIT 2",
