@@ -184,7 +184,10 @@ bool SqliteSchema::isInternalName(const std::string &name) {
 
 bool SqliteSchema::checkName(const std::string &name) {
   bool blank = name.find_first_not_of(' ') == std::string::npos;
-  if (blank || isInternalName(name) || name.front() == ' ' || name.size() > 64)
+  // Access keeps out the characters its SQL uses around names, and control characters.
+  bool badChar = false;
+  for (unsigned char c : name) badChar |= c < 32 || c == '.' || c == '!' || c == '`' || c == '[' || c == ']';
+  if (blank || badChar || isInternalName(name) || name.front() == ' ' || name.size() > 64)
     return e_.fail(errc::kInvalidName, "'" + name + "' is not a valid name.");
   return true;
 }

@@ -83,6 +83,10 @@ bool SqliteEngine::runStatement(const std::string &sql, const std::vector<RawVal
     std::string again = sql;
     if (!expand(&again)) return false;
     if (again != sql) return runStatement(again, params, result, affected, refuseSelect, true);
+    // Looking for stored queries ran statements of its own: prepare once
+    // more so that the error reported is this statement's.
+    rc = sqlite3_prepare_v2(db_, text.c_str(), static_cast<int>(text.size()), &raw, &tail);
+    st = Stmt(raw);
   }
   if (rc != SQLITE_OK) return failSqlite(rc, text);
   if (!st)
