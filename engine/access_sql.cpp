@@ -36,6 +36,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/schema.h"
 #include "sqlite_internal.h"
 
 namespace vantry::engine::sqlite {
@@ -728,6 +729,48 @@ void markCaseInsensitive(std::vector<Token> &t, const std::vector<std::string> &
   marks.erase(std::unique(marks.begin(), marks.end()), marks.end());
   for (auto it = marks.rbegin(); it != marks.rend(); ++it)
     t.insert(t.begin() + static_cast<long>(*it) + 1, Token{Tok::kOther, " COLLATE NOCASE"});
+}
+
+bool primaryIndexStatement(const std::string &sql, std::string *table, IndexSpec *index) {
+  std::vector<Token> all = tokenize(sql);
+  std::vector<const Token *> t;
+  for (const Token &k : all)
+    if (k.kind != Tok::kSpace) t.push_back(&k);
+  while (!t.empty() && t.back()->text == ";") t.pop_back();
+  auto name = [](const Token *k, std::string *out) {
+    if (k->kind == Tok::kWord) *out = k->text;
+    else if (k->kind == Tok::kBracket) *out = k->text.substr(1, k->text.size() - 2);
+    else if (k->kind == Tok::kDQuote) *out = unquote(k->text);
+    else return false;
+    return !out->empty();
+  };
+  size_t i = 0;
+  auto word = [&](const char *w) { return i < t.size() && is(*t[i], w) ? (++i, true) : false; };
+  auto text = [&](const char *w) { return i < t.size() && t[i]->text == w ? (++i, true) : false; };
+  IndexSpec spec;
+  if (!word("CREATE")) return false;
+  spec.unique = word("UNIQUE");
+  if (!word("INDEX") || i >= t.size() || !name(t[i++], &spec.name) || !word("ON") || i >= t.size() ||
+      !name(t[i++], table) || !text("("))
+    return false;
+  do {
+    std::string field;
+    if (i >= t.size() || !name(t[i++], &field)) return false;
+    bool desc = word("DESC");
+    if (!desc) word("ASC");
+    spec.fields.push_back(field);
+    spec.descending.push_back(desc);
+  } while (text(","));
+  if (!text(")") || !word("WITH")) return false;
+  while (i < t.size()) {
+    if (word("PRIMARY")) spec.primary = true;
+    else if (word("DISALLOW") && word("NULL")) continue;
+    else if (word("IGNORE") && word("NULL")) spec.ignoreNulls = true;
+    else return false;
+  }
+  if (!spec.primary) return false;
+  *index = std::move(spec);
+  return true;
 }
 
 std::string rewriteAccessSql(const std::string &sql, const std::vector<std::string> &params,

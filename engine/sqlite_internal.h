@@ -18,6 +18,10 @@
 
 #include "engine/engine.h"
 
+namespace vantry::engine {
+struct IndexSpec;  // engine/schema.h
+}
+
 namespace vantry::engine::sqlite {
 
 // A value as SQLite stores it (one of its five storage classes).
@@ -360,6 +364,10 @@ class SqliteEngine final : public Engine {
 std::string rewriteAccessSql(const std::string &sql, const std::vector<std::string> &params = {},
                              const std::vector<std::string> &textParams = {},
                              const std::set<std::string> &textFields = {});
+// CREATE [UNIQUE] INDEX i ON t (fields) WITH PRIMARY [DISALLOW NULL | IGNORE
+// NULL]: the table and the key, for the schema to make as it makes any
+// primary key (refused where the table has one). False for any other text.
+bool primaryIndexStatement(const std::string &sql, std::string *table, IndexSpec *index);
 // Splits "PARAMETERS a Text, [b c] Long; body" into names, types and body.
 // Text without the clause gives no names and the whole text as body; false
 // when the clause is malformed.

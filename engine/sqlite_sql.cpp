@@ -17,6 +17,7 @@
 // refused with "Too few parameters. Expected N.", as Access refuses it.
 #include <cstring>
 
+#include "engine/schema.h"
 #include "sqlite_internal.h"
 
 namespace vantry::engine::sqlite {
@@ -257,6 +258,11 @@ bool SqliteEngine::ExecuteSql(const std::string &sql, ValueArray *result) {
 bool SqliteEngine::ExecuteCommand(const std::string &sql, int32_t *affected) {
   clearError();
   *affected = 0;
+  // A primary key made by SQL is made as the schema makes one, so that a
+  // table keeps one key at most (3283) and its fields become required.
+  std::string table;
+  IndexSpec key;
+  if (primaryIndexStatement(sql, &table, &key)) return schema()->CreateIndex(table, key);
   return runStatement(sql, {}, nullptr, affected, true);
 }
 

@@ -10,6 +10,7 @@
 // fit and as reals otherwise. Blobs have no engine value and read as null.
 #include <cctype>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -205,6 +206,34 @@ bool holdsWholeNumbers(const ColumnInfo &col) {
   return word == "BYTE" || word == "SHORT" || word == "LONG" || word == "COUNTER" || word == "AUTOINCREMENT";
 }
 
+// The precision and scale of a DECIMAL(p,s) or NUMERIC(p,s) field; false for
+// any other field, or one declared without them.
+bool decimalShape(const ColumnInfo &col, int *precision, int *scale) {
+  std::string u = asciiUpper(col.declType);
+  size_t open = u.find('(');
+  std::string word = u.substr(0, open);
+  while (!word.empty() && word.back() == ' ') word.pop_back();
+  if (open == std::string::npos || (word != "DECIMAL" && word != "NUMERIC" && word != "DEC")) return false;
+  return std::sscanf(u.c_str() + open, "(%d , %d )", precision, scale) == 2 && *precision >= 1 &&
+         *precision <= 28 && *scale >= 0 && *scale <= *precision;
+}
+
+// A number for a DECIMAL(p,s) field, rounded to its s places as Access
+// stores it; false when its whole part needs more than p-s digits.
+bool fitDecimal(RawValue *out, int precision, int scale) {
+  double limit = std::pow(10.0, precision - scale);
+  if (out->type == SQLITE_INTEGER) return std::fabs(double(out->i)) < limit;
+  if (out->type != SQLITE_FLOAT && out->type != SQLITE_TEXT) return true;
+  double d = out->type == SQLITE_FLOAT ? out->d : std::strtod(out->s.c_str(), nullptr);
+  if (!std::isfinite(d)) return false;
+  char buf[400];
+  std::snprintf(buf, sizeof buf, "%.*f", scale, d);
+  double rounded = std::strtod(buf, nullptr);
+  if (std::fabs(rounded) >= limit) return false;
+  *out = RawValue{SQLITE_FLOAT, 0, rounded, {}};
+  return true;
+}
+
 }  // namespace
 
 bool toRaw(const Value &v, const ColumnInfo &col, RawValue *out, std::string *error) {
@@ -240,6 +269,8 @@ bool toRaw(const Value &v, const ColumnInfo &col, RawValue *out, std::string *er
   bool numeric = col.affinity == Affinity::kInteger || col.affinity == Affinity::kReal ||
                  col.affinity == Affinity::kNumeric;
   if (numeric && out->type == SQLITE_TEXT && !looksNumeric(out->s)) return refuse();
+  if (int precision = 0, scale = 0; decimalShape(col, &precision, &scale))
+    return fitDecimal(out, precision, scale) || refuse();
   if (!holdsWholeNumbers(col)) return true;
   // An integer field takes a whole number only: a fraction (given as a real or
   // as text) is refused rather than stored as it stands or cut off.

@@ -153,7 +153,7 @@ TEST_F(EngineSqlTest, AccessDefinitionsMakeACounterAndKeepTheirTypes) {
   ASSERT_TRUE(e->ExecuteCommand("INSERT INTO M (Name) VALUES ('x')", &n));
   EXPECT_EQ(rows("SELECT Num FROM M"), "Num=1");
   for (const char *sql : {"CREATE UNIQUE INDEX ByN ON L (N) WITH DISALLOW NULL", "CREATE INDEX ByB ON L (B DESC)",
-                          "CREATE INDEX ByCost ON L (Cost) WITH PRIMARY", "ALTER TABLE L ADD COLUMN Extra SHORT",
+                          "CREATE UNIQUE INDEX ByCost ON L (Cost)", "ALTER TABLE L ADD COLUMN Extra SHORT",
                           "ALTER TABLE L ADD Other CHAR(5)", "ALTER TABLE L DROP COLUMN Other",
                           "DROP INDEX ByB ON L", "DROP TABLE M"})
     EXPECT_TRUE(e->ExecuteCommand(sql, &n)) << sql << ": " << e->GetLastError().description;
@@ -161,6 +161,16 @@ TEST_F(EngineSqlTest, AccessDefinitionsMakeACounterAndKeepTheirTypes) {
                           " AND name NOT LIKE 'sqlite%' ORDER BY name)"),
             "ByCost,ByN");
   EXPECT_EQ(rawScalar(db, "SELECT \"unique\" FROM pragma_index_list('L') WHERE name = 'ByCost'"), "1");
+  // WITH PRIMARY makes the table's one primary key: a second is refused.
+  EXPECT_FALSE(e->ExecuteCommand("CREATE INDEX Again ON L ([Tag]) WITH PRIMARY", &n));
+  EXPECT_EQ(e->GetLastError().number, 3283);
+  ASSERT_TRUE(e->ExecuteCommand("CREATE TABLE P (Code TEXT(5), Part LONG)", &n));
+  ASSERT_TRUE(e->ExecuteCommand("CREATE INDEX Key ON P (Code, Part DESC) WITH PRIMARY DISALLOW NULL;", &n))
+      << e->GetLastError().description;
+  EXPECT_EQ(rawScalar(db, "SELECT group_concat(name) FROM pragma_table_info('P') WHERE pk > 0"), "Code,Part");
+  EXPECT_FALSE(e->ExecuteCommand("INSERT INTO P (Part) VALUES (1)", &n));  // a key's field is required
+  EXPECT_FALSE(e->ExecuteCommand("CREATE INDEX Key2 ON P (Part) WITH PRIMARY", &n));
+  EXPECT_EQ(e->GetLastError().number, 3283);
   EXPECT_EQ(rawScalar(db, "SELECT group_concat(name) FROM pragma_table_info('L') WHERE name IN ('Extra', 'Other')"),
             "Extra");
 }
@@ -191,6 +201,15 @@ TEST_F(EngineSqlTest, EveryAccessTypeTakesAndGivesValuesAsItsFieldSays) {
             "ID=1 A=\"007\" B=\"008\" C=\"09\" M=\"010\" LT=\"011\" Y=12 S=13 I=14 L=15 F=16r D=17r CU=18r "
             "DE=19r YN=<true> BI=<false> DT=#2024-01-31 10:00:00# O=<null> LB=<null>");
   EXPECT_EQ(rows("SELECT CU, DE FROM T"), "CU=18r DE=19r");
+
+  // A decimal keeps its scale's places, rounded, and refuses a whole part
+  // wider than its precision leaves room for (the table is kept as it was).
+  ASSERT_TRUE(e->AppendRecord({{"DE", Value::real(3.456)}}, false, &r)) << e->GetLastError().description;
+  ASSERT_TRUE(e->AppendRecord({{"DE", Value::text("-0.126")}}, false, &r)) << e->GetLastError().description;
+  EXPECT_FALSE(e->AppendRecord({{"DE", Value::integer(123456789)}}, false, &r));
+  EXPECT_EQ(e->GetLastError().number, errc::kConversion);
+  EXPECT_FALSE(e->AppendRecord({{"DE", Value::real(1e300)}}, false, &r));
+  EXPECT_EQ(rows("SELECT DE FROM T WHERE ID > 1 ORDER BY ID"), "DE=3.46r | DE=-0.13r");
 }
 
 // "+" joins texts when both sides are texts, fields as well as literals, and
