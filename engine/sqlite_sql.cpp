@@ -54,6 +54,11 @@ bool convertParameter(const Value &v, const std::string &type, Value *out) {
 bool SqliteEngine::runStatement(const std::string &sql, const std::vector<RawValue> &params,
                                 ValueArray *result, int32_t *affected, bool refuseSelect, bool expanded) {
   if (!needDatabase()) return false;
+  // A primary key made by SQL is made as the schema makes one, so that a
+  // table keeps one key at most (3283) and its fields become required.
+  std::string keyTable;
+  IndexSpec key;
+  if (primaryIndexStatement(sql, &keyTable, &key)) return schema()->CreateIndex(keyTable, key);
   // Puts in place what SQLite cannot resolve by itself: stored queries with
   // parameters, linked tables (by their files' schemas, so that two files
   // holding tables of one name cannot be confused). Only a statement run
@@ -258,11 +263,6 @@ bool SqliteEngine::ExecuteSql(const std::string &sql, ValueArray *result) {
 bool SqliteEngine::ExecuteCommand(const std::string &sql, int32_t *affected) {
   clearError();
   *affected = 0;
-  // A primary key made by SQL is made as the schema makes one, so that a
-  // table keeps one key at most (3283) and its fields become required.
-  std::string table;
-  IndexSpec key;
-  if (primaryIndexStatement(sql, &table, &key)) return schema()->CreateIndex(table, key);
   return runStatement(sql, {}, nullptr, affected, true);
 }
 

@@ -169,7 +169,8 @@ TEST_F(EngineSqlTest, AccessDefinitionsMakeACounterAndKeepTheirTypes) {
       << e->GetLastError().description;
   EXPECT_EQ(rawScalar(db, "SELECT group_concat(name) FROM pragma_table_info('P') WHERE pk > 0"), "Code,Part");
   EXPECT_FALSE(e->ExecuteCommand("INSERT INTO P (Part) VALUES (1)", &n));  // a key's field is required
-  EXPECT_FALSE(e->ExecuteCommand("CREATE INDEX Key2 ON P (Part) WITH PRIMARY", &n));
+  ValueArray none;
+  EXPECT_FALSE(e->ExecuteSql("CREATE INDEX Key2 ON P (Part) WITH PRIMARY", &none));  // the other way in
   EXPECT_EQ(e->GetLastError().number, 3283);
   EXPECT_EQ(rawScalar(db, "SELECT group_concat(name) FROM pragma_table_info('L') WHERE name IN ('Extra', 'Other')"),
             "Extra");
