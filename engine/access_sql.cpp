@@ -29,6 +29,8 @@
 // into an empty text as Access does, and "+" between two text fields adds.
 // Text comparisons, ORDER BY and GROUP BY terms and join conditions are made
 // case-insensitive (markCaseInsensitive).
+#include <strings.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstring>
@@ -312,7 +314,8 @@ bool plusJoinsText(const std::vector<Token> &t, size_t i, const std::set<std::st
 // AUTOINCREMENT become a counter SQLite numbers (INTEGER PRIMARY KEY
 // AUTOINCREMENT, a PRIMARY KEY written for that field dropped), MEMO becomes
 // LONGTEXT (SQLite would read MEMO as a number type). CREATE INDEX loses its
-// WITH clause (WITH PRIMARY makes the index unique); DROP INDEX i ON t
+// WITH clause (a WITH PRIMARY the engine could not take apart as a primary
+// key, primaryIndexStatement, makes the index unique); DROP INDEX i ON t
 // loses "ON t".
 bool isTypePosition(const std::vector<Token> &t, size_t i) {
   size_t name = prevSolid(t, i);
@@ -732,6 +735,9 @@ void markCaseInsensitive(std::vector<Token> &t, const std::vector<std::string> &
 }
 
 bool primaryIndexStatement(const std::string &sql, std::string *table, IndexSpec *index) {
+  // Every statement passes here: only a CREATE is taken apart.
+  size_t lead = sql.find_first_not_of(" \t\r\n");
+  if (lead == std::string::npos || strncasecmp(sql.c_str() + lead, "CREATE", 6) != 0) return false;
   std::vector<Token> all = tokenize(sql);
   std::vector<const Token *> t;
   for (const Token &k : all)
@@ -747,10 +753,10 @@ bool primaryIndexStatement(const std::string &sql, std::string *table, IndexSpec
   size_t i = 0;
   auto word = [&](const char *w) { return i < t.size() && is(*t[i], w) ? (++i, true) : false; };
   auto text = [&](const char *w) { return i < t.size() && t[i]->text == w ? (++i, true) : false; };
-  IndexSpec spec;
+  IndexSpec key;
   if (!word("CREATE")) return false;
-  spec.unique = word("UNIQUE");
-  if (!word("INDEX") || i >= t.size() || !name(t[i++], &spec.name) || !word("ON") || i >= t.size() ||
+  key.unique = word("UNIQUE");
+  if (!word("INDEX") || i >= t.size() || !name(t[i++], &key.name) || !word("ON") || i >= t.size() ||
       !name(t[i++], table) || !text("("))
     return false;
   do {
@@ -758,18 +764,18 @@ bool primaryIndexStatement(const std::string &sql, std::string *table, IndexSpec
     if (i >= t.size() || !name(t[i++], &field)) return false;
     bool desc = word("DESC");
     if (!desc) word("ASC");
-    spec.fields.push_back(field);
-    spec.descending.push_back(desc);
+    key.fields.push_back(field);
+    key.descending.push_back(desc);
   } while (text(","));
   if (!text(")") || !word("WITH")) return false;
   while (i < t.size()) {
-    if (word("PRIMARY")) spec.primary = true;
+    if (word("PRIMARY")) key.primary = true;
     else if (word("DISALLOW") && word("NULL")) continue;
-    else if (word("IGNORE") && word("NULL")) spec.ignoreNulls = true;
+    else if (word("IGNORE") && word("NULL")) key.ignoreNulls = true;
     else return false;
   }
-  if (!spec.primary) return false;
-  *index = std::move(spec);
+  if (!key.primary) return false;
+  *index = std::move(key);
   return true;
 }
 

@@ -115,13 +115,18 @@ bool parseYesNoText(const std::string &text, bool *out) {
 }
 }  // namespace
 
+// The leading word of an upper-cased declared type: "DECIMAL" of "DECIMAL(10,2)".
+std::string typeWord(const std::string &upper) {
+  size_t end = 0;
+  while (end < upper.size() && std::isalpha(static_cast<unsigned char>(upper[end]))) ++end;
+  return upper.substr(0, end);
+}
+
 FieldKind fieldKindOf(const std::string &declType) {
   std::string u = asciiUpper(declType);
   if (u == "BIT" || u == "YESNO" || u == "LOGICAL" || contains(u, "BOOL")) return FieldKind::kYesNo;
   if (contains(u, "DATE") || contains(u, "TIME")) return FieldKind::kDate;
-  size_t end = 0;
-  while (end < u.size() && std::isalpha(static_cast<unsigned char>(u[end]))) ++end;
-  std::string word = u.substr(0, end);
+  std::string word = typeWord(u);
   for (const char *real : {"SINGLE", "DOUBLE", "CURRENCY", "DECIMAL", "NUMERIC", "MONEY", "FLOAT", "REAL"})
     if (word == real) return FieldKind::kReal;
   return FieldKind::kPlain;
@@ -200,9 +205,7 @@ namespace {
 bool holdsWholeNumbers(const ColumnInfo &col) {
   if (col.affinity == Affinity::kInteger) return true;
   std::string u = asciiUpper(col.declType);
-  size_t end = 0;
-  while (end < u.size() && std::isalpha(static_cast<unsigned char>(u[end]))) ++end;
-  std::string word = u.substr(0, end);
+  std::string word = typeWord(u);
   return word == "BYTE" || word == "SHORT" || word == "LONG" || word == "COUNTER" || word == "AUTOINCREMENT";
 }
 
@@ -210,11 +213,9 @@ bool holdsWholeNumbers(const ColumnInfo &col) {
 // any other field, or one declared without them.
 bool decimalShape(const ColumnInfo &col, int *precision, int *scale) {
   std::string u = asciiUpper(col.declType);
-  size_t open = u.find('(');
-  std::string word = u.substr(0, open);
-  while (!word.empty() && word.back() == ' ') word.pop_back();
-  if (open == std::string::npos || (word != "DECIMAL" && word != "NUMERIC" && word != "DEC")) return false;
-  return std::sscanf(u.c_str() + open, "(%d , %d )", precision, scale) == 2 && *precision >= 1 &&
+  std::string word = typeWord(u);
+  if (word != "DECIMAL" && word != "NUMERIC" && word != "DEC") return false;
+  return std::sscanf(u.c_str() + word.size(), " (%d , %d )", precision, scale) == 2 && *precision >= 1 &&
          *precision <= 28 && *scale >= 0 && *scale <= *precision;
 }
 
