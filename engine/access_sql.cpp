@@ -136,12 +136,6 @@ std::string unquote(const std::string &lit) {
   return out;
 }
 
-std::string sqlString(const std::string &text) {
-  std::string out = "'";
-  for (char c : text) out += c == '\'' ? std::string("''") : std::string(1, c);
-  return out + "'";
-}
-
 // An Access pattern as an SQL LIKE pattern (escape '\'), or "" when it needs
 // a regular expression (# or a character list).
 std::string likePattern(const std::string &p) {

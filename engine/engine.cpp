@@ -145,13 +145,15 @@ bool normalizeDate(const std::string &in, std::string *out) {
   return true;
 }
 
+EngineConnection makeRoutingEngine();
+
 EngineConnection createEngine(int32_t *hresult) {
   if (env().creationFails()) {
     if (hresult) *hresult = hr::kClassNotRegistered;
     return nullptr;
   }
   if (hresult) *hresult = hr::kOk;
-  return std::make_shared<sqlite::SqliteEngine>();
+  return makeRoutingEngine();  // engine/pg/routing.cpp: SQLite, or a server when Open names one
 }
 
 namespace {

@@ -425,11 +425,12 @@ bool SqliteEngine::seekKeys(const std::vector<Value> &keys, Record *out) {
   size_t n = keys.size();
   while (n > 0 && keys[n - 1].isEmptyOrNull()) --n;
   if (n == 0) return fail(errc::kNoCurrentRecord, "No current record: no key value was given.");
-  // In rowid order the key is the rowid only where a counter field holds it;
-  // otherwise the rowid is hidden and no field of the record can match.
-  if (c->order.empty() && !c->table.hasPrimaryKey)
+  // As Access's Seek: a table opened without naming an index has no current
+  // index to seek on, even where its records come in primary key order.
+  // ("PrimaryKey" names the key; a table without one cannot open by it.)
+  if (c->indexName.empty())
     return fail(errc::kNoCurrentIndex, "Operation invalid without a current index (table '" + c->table.name +
-                                           "' is open in insertion order).");
+                                           "' was opened without one).");
   size_t terms = c->order.empty() ? 1 : c->order.size();
   if (n > terms)
     return fail(errc::kNotSupported,

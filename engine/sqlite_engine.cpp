@@ -113,6 +113,11 @@ bool SqliteEngine::failSqlite(int rc, const std::string &sql) {
         case SQLITE_CONSTRAINT_NOTNULL:
           return fail(errc::kRequired, "The field '" + afterColon(msg) +
                                            "' cannot contain a Null value because it is required.");
+        case SQLITE_CONSTRAINT_TRIGGER:
+          if (msg.rfind(kDecimalRefusal, 0) == 0)
+            return fail(errc::kConversion, "Data type conversion error: a value does not fit field '" +
+                                               msg.substr(std::strlen(kDecimalRefusal)) + "'.");
+          [[fallthrough]];  // another trigger's refusal is a rule's, as a CHECK's is
         case SQLITE_CONSTRAINT_CHECK:
           return fail(errc::kValidationRule,
                       "One or more values are prohibited by the validation rule (" + msg + ").");
@@ -390,6 +395,7 @@ std::string SqliteEngine::Open(const std::string &path, int32_t options, bool re
   sqlite3_exec(db_, "PRAGMA mmap_size=268435456", nullptr, nullptr, nullptr);
   wrote_ = false;
   registerAccessFunctions(db_);
+  registerDecimalRounding(db_);
   watchInterrupts(db_);
   attachStoredQueries();
   attachLinks();

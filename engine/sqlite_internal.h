@@ -77,11 +77,24 @@ Value fromRaw(RawValue raw, FieldKind kind);
 // Stored value for a field; false with *error (an errc description) when the
 // value does not fit the field (errc::kConversion).
 bool toRaw(const Value &v, const ColumnInfo &col, RawValue *out, std::string *error);
+// The precision and scale of a field declared DECIMAL(p,s) or NUMERIC(p,s);
+// false for any other declared type.
+bool decimalShape(const std::string &declType, int *precision, int *scale);
+// The message a decimal guard trigger aborts with, before the field's name.
+inline constexpr const char *kDecimalRefusal = "vantry: decimal too wide: ";
+// d rounded to `places` decimals as its printed form rounds it (SQLite's own
+// round() can land an ulp off the nearest double to that decimal).
+double roundDecimal(double d, int places);
+// The same, as the SQL function kDecimalRound(x, places), for the guards.
+inline constexpr const char *kDecimalRound = "_vantry_round";
+void registerDecimalRounding(sqlite3 *db);
 // Plain conversion with no field to fit (statement parameters).
 RawValue toRawPlain(const Value &v);
 
 // "name" quoted as an SQL identifier.
 std::string quoteIdent(const std::string &name);
+// 'text' as an SQL string literal.
+std::string sqlString(const std::string &text);
 // Lower-cases ASCII letters (SQLite names compare case-insensitively in ASCII).
 std::string asciiLower(std::string s);
 
@@ -345,6 +358,14 @@ class SqliteEngine final : public Engine {
   const std::set<std::string> &textFields();
   std::set<std::string> textFields_;
   int textFieldsVersion_ = -1;
+  // SQL writes to DECIMAL(p,s) fields are rounded and range-checked by
+  // temporary triggers (record writes fit their values in toRaw); rebuilt
+  // when the schema version moves, and dropped before any change of the
+  // schema (SQLite checks triggers against a changed table).
+  void guardDecimals();
+  void dropDecimalGuards();
+  std::vector<std::string> decimalTriggers_;
+  int decimalsVersion_ = -1;
   // Whether this connection wrote since it opened: one that wrote nothing
   // leaves the journal mode alone when it closes.
   bool wrote_ = false;

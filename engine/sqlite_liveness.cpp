@@ -256,6 +256,10 @@ void SqliteEngine::closeDatabase() {
   cursors_.clear();
   current_ = nullptr;
   nextCounter_.clear();
+  // What was kept per schema version belongs to this connection (its temporary
+  // triggers go with it); another file can stand at the same version.
+  textFieldsVersion_ = decimalsVersion_ = -1;
+  decimalTriggers_.clear();
   if (db_) sqlite3_close_v2(db_);
   db_ = nullptr;
   if (drop) {

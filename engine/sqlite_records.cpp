@@ -61,6 +61,7 @@ static bool mapFields(SqliteEngine *e, const TableInfo &t, const Record &record,
 bool SqliteEngine::AppendRecord(const Record &record, bool keepCounter, Record *stored) {
   clearError();
   if (!needWritable() || !needCursor()) return false;
+  if (!decimalTriggers_.empty()) guardDecimals();  // another program may have changed the schema
   Cursor *c = current_;
   const TableInfo &t = c->table;
   std::vector<std::pair<int, RawValue>> fields;
@@ -172,6 +173,7 @@ bool SqliteEngine::DeleteRecord() {
 bool SqliteEngine::ReplaceRecord(const Record &record, Record *stored) {
   clearError();
   if (!needWritable() || !needCursor()) return false;
+  if (!decimalTriggers_.empty()) guardDecimals();  // another program may have changed the schema
   Cursor *c = current_;
   const TableInfo &t = c->table;
   if (c->where != Cursor::Where::kOn) return fail(errc::kNoCurrentRecord, noCurrentRecordText());

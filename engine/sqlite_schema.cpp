@@ -76,6 +76,7 @@ Conversion conversionTo(const FieldSpec &f, const std::string &c) {
 }  // namespace
 
 Schema *SqliteEngine::schema() {
+  dropDecimalGuards();  // the schema's work may change a guarded table
   if (!schema_) schema_ = std::make_shared<SqliteSchema>(*this);
   return schema_.get();
 }

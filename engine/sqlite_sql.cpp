@@ -109,6 +109,14 @@ bool SqliteEngine::runStatement(const std::string &sql, const std::vector<RawVal
                                              std::to_string(wanted - static_cast<int>(params.size())) + ".");
   for (int i = 0; i < wanted; ++i) st.bind(i + 1, params[i]);
   bool reads = sqlite3_stmt_readonly(st.get()) != 0;
+  size_t w = text.find_first_not_of(" \t\r\n");
+  std::string verb = asciiLower(text.substr(w == std::string::npos ? 0 : w, 6));
+  bool changesSchema = !reads && (verb.rfind("create", 0) == 0 || verb.rfind("drop", 0) == 0 ||
+                                  verb.rfind("alter", 0) == 0);
+  // Triggers made or dropped here expire the prepared statement, which
+  // SQLite prepares again at its first step.
+  if (changesSchema) dropDecimalGuards();
+  else if (!reads && !readOnly_) guardDecimals();
   int64_t totalBefore = sqlite3_total_changes64(db_);
   std::vector<std::string> names(columns);
   std::vector<FieldKind> kinds(columns);
@@ -135,9 +143,7 @@ bool SqliteEngine::runStatement(const std::string &sql, const std::vector<RawVal
   if (affected) *affected = changes;
   if (result && columns == 0 && !reads && changes > 0) result->push_back(Value::integer(changes));
   if (asciiLower(text).find("journal_mode") != std::string::npos) noteJournalMode();
-  size_t w = text.find_first_not_of(" \t\r\n");
-  std::string verb = asciiLower(text.substr(w == std::string::npos ? 0 : w, 6));
-  if (!reads && (verb.rfind("create", 0) == 0 || verb.rfind("drop", 0) == 0 || verb.rfind("alter", 0) == 0)) {
+  if (changesSchema) {
     // A schema change leaves the open cursors' field lists behind: reload them.
     for (auto &[key, c] : cursors_) {
       TableInfo fresh;
@@ -287,6 +293,56 @@ const std::set<std::string> &SqliteEngine::textFields() {
   clearError();
   textFieldsVersion_ = version;
   return textFields_;
+}
+
+void SqliteEngine::dropDecimalGuards() {
+  for (const std::string &name : decimalTriggers_) exec("DROP TRIGGER IF EXISTS temp." + quoteIdent(name));
+  decimalTriggers_.clear();
+  decimalsVersion_ = -1;
+}
+
+void SqliteEngine::guardDecimals() {
+  int version = -1;
+  if (Stmt v = prepare("PRAGMA main.schema_version"); v && sqlite3_step(v.get()) == SQLITE_ROW)
+    version = sqlite3_column_int(v.get(), 0);
+  if (version == decimalsVersion_ && version != -1) return;
+  dropDecimalGuards();
+  decimalsVersion_ = version;
+  struct Field {
+    std::string table, name;
+    int precision, scale;
+  };
+  std::vector<Field> fields;
+  if (Stmt st = prepare("SELECT m.name, p.name, p.type FROM main.sqlite_master AS m, pragma_table_info(m.name) AS p "
+                        "WHERE m.type = 'table' AND m.name NOT LIKE 'sqlite\\_%' ESCAPE '\\' "
+                        "AND m.sql NOT LIKE '%WITHOUT ROWID%' AND (p.type LIKE 'DEC%' OR p.type LIKE 'NUMERIC%')")) {
+    while (sqlite3_step(st.get()) == SQLITE_ROW) {
+      auto text = [&](int i) { return std::string(reinterpret_cast<const char *>(sqlite3_column_text(st.get(), i))); };
+      Field f{text(0), text(1), 0, 0};
+      if (decimalShape(text(2), &f.precision, &f.scale)) fields.push_back(std::move(f));
+    }
+  }
+  // After each insert or update of the field, a value whose whole part is
+  // too wide aborts the statement (3421, nothing written), and any other is
+  // rounded to the field's places, as a record written through a cursor is.
+  // (A trigger's own statements name tables without their schema.)
+  for (const Field &f : fields) {
+    TableInfo t;
+    if (!loadTable(f.table, &t)) continue;
+    std::string c = "NEW." + quoteIdent(f.name);
+    std::string rounded = std::string(kDecimalRound) + "(" + c + ", " + std::to_string(f.scale) + ")";
+    std::string body = " FOR EACH ROW WHEN typeof(" + c + ") IN ('integer', 'real') BEGIN" +
+                       " SELECT RAISE(ABORT, " + sqlString(kDecimalRefusal + f.name) + ") WHERE abs(" + rounded +
+                       ") >= 1e" + std::to_string(f.precision - f.scale) + ";" +
+                       " UPDATE " + quoteIdent(f.table) + " SET " + quoteIdent(f.name) + " = " + rounded +
+                       " WHERE " + t.rowid + " = NEW." + t.rowid + " AND " + c + " <> " + rounded + "; END";
+    for (std::string on : {std::string("INSERT"), "UPDATE OF " + quoteIdent(f.name)}) {
+      std::string name = "_vantry_decimal_" + std::to_string(decimalTriggers_.size());
+      if (exec("CREATE TEMP TRIGGER " + quoteIdent(name) + " AFTER " + on + " ON main." + quoteIdent(f.table) + body))
+        decimalTriggers_.push_back(name);
+    }
+  }
+  clearError();
 }
 
 bool SqliteEngine::CreateQuery(const std::string &name, const std::string &sql) {

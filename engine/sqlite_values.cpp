@@ -209,16 +209,6 @@ bool holdsWholeNumbers(const ColumnInfo &col) {
   return word == "BYTE" || word == "SHORT" || word == "LONG" || word == "COUNTER" || word == "AUTOINCREMENT";
 }
 
-// The precision and scale of a DECIMAL(p,s) or NUMERIC(p,s) field; false for
-// any other field, or one declared without them.
-bool decimalShape(const ColumnInfo &col, int *precision, int *scale) {
-  std::string u = asciiUpper(col.declType);
-  std::string word = typeWord(u);
-  if (word != "DECIMAL" && word != "NUMERIC" && word != "DEC") return false;
-  return std::sscanf(u.c_str() + word.size(), " (%d , %d )", precision, scale) == 2 && *precision >= 1 &&
-         *precision <= 28 && *scale >= 0 && *scale <= *precision;
-}
-
 // A number for a DECIMAL(p,s) field, rounded to its s places as Access
 // stores it; false when its whole part needs more than p-s digits.
 bool fitDecimal(RawValue *out, int precision, int scale) {
@@ -227,15 +217,39 @@ bool fitDecimal(RawValue *out, int precision, int scale) {
   if (out->type != SQLITE_FLOAT && out->type != SQLITE_TEXT) return true;
   double d = out->type == SQLITE_FLOAT ? out->d : std::strtod(out->s.c_str(), nullptr);
   if (!std::isfinite(d)) return false;
-  char buf[400];
-  std::snprintf(buf, sizeof buf, "%.*f", scale, d);
-  double rounded = std::strtod(buf, nullptr);
+  double rounded = roundDecimal(d, scale);
   if (std::fabs(rounded) >= limit) return false;
   *out = RawValue{SQLITE_FLOAT, 0, rounded, {}};
   return true;
 }
 
 }  // namespace
+
+double roundDecimal(double d, int places) {
+  char buf[400];
+  std::snprintf(buf, sizeof buf, "%.*f", places, d);
+  return std::strtod(buf, nullptr);
+}
+
+void registerDecimalRounding(sqlite3 *db) {
+  auto round = [](sqlite3_context *ctx, int, sqlite3_value **argv) {
+    if (sqlite3_value_type(argv[0]) == SQLITE_NULL) return sqlite3_result_null(ctx);
+    double d = sqlite3_value_double(argv[0]);
+    int places = sqlite3_value_int(argv[1]);
+    if (!std::isfinite(d) || places < 0 || places > 28) return sqlite3_result_double(ctx, d);
+    sqlite3_result_double(ctx, roundDecimal(d, places));
+  };
+  sqlite3_create_function_v2(db, kDecimalRound, 2, SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr, round, nullptr,
+                             nullptr, nullptr);
+}
+
+bool decimalShape(const std::string &declType, int *precision, int *scale) {
+  std::string u = asciiUpper(declType);
+  std::string word = typeWord(u);
+  if (word != "DECIMAL" && word != "NUMERIC" && word != "DEC") return false;
+  return std::sscanf(u.c_str() + word.size(), " (%d , %d )", precision, scale) == 2 && *precision >= 1 &&
+         *precision <= 28 && *scale >= 0 && *scale <= *precision;
+}
 
 bool toRaw(const Value &v, const ColumnInfo &col, RawValue *out, std::string *error) {
   *out = toRawPlain(v);
@@ -270,7 +284,7 @@ bool toRaw(const Value &v, const ColumnInfo &col, RawValue *out, std::string *er
   bool numeric = col.affinity == Affinity::kInteger || col.affinity == Affinity::kReal ||
                  col.affinity == Affinity::kNumeric;
   if (numeric && out->type == SQLITE_TEXT && !looksNumeric(out->s)) return refuse();
-  if (int precision = 0, scale = 0; decimalShape(col, &precision, &scale))
+  if (int precision = 0, scale = 0; decimalShape(col.declType, &precision, &scale))
     return fitDecimal(out, precision, scale) || refuse();
   if (!holdsWholeNumbers(col)) return true;
   // An integer field takes a whole number only: a fraction (given as a real or
@@ -291,6 +305,12 @@ std::string quoteIdent(const std::string &name) {
     q += c;
   }
   return q + "\"";
+}
+
+std::string sqlString(const std::string &text) {
+  std::string out = "'";
+  for (char c : text) out += c == '\'' ? std::string("''") : std::string(1, c);
+  return out + "'";
 }
 
 std::string normalizePath(std::string path) {

@@ -36,6 +36,8 @@ std::wstring absolutePath(const std::wstring &path) {
 // joined with "\" and the name exactly as they stand. Empty when not found;
 // otherwise the path found, made absolute.
 std::wstring resolveDatabasePath(const std::wstring &path) {
+  // A database server's URL is not a file: the engine opens it as it stands.
+  if (path.rfind(L"postgresql://", 0) == 0 || path.rfind(L"postgres://", 0) == 0) return path;
   if (files::isFile(path)) return absolutePath(path);
   resbuf rb{};
   if (acedGetVar(L"ACADPREFIX", &rb) != RTNORM || rb.restype != RTSTR || !rb.resval.rstring) return L"";

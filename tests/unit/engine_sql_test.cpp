@@ -1,6 +1,7 @@
 // SQL through the engine: the Access dialect by the rows it must give, error
 // numbers, action statements, and stored queries with bound parameters.
 #include "engine/engine.h"
+#include "engine/schema.h"
 #include "sqlite_internal.h"
 #include "engine_testing.h"
 
@@ -211,6 +212,22 @@ TEST_F(EngineSqlTest, EveryAccessTypeTakesAndGivesValuesAsItsFieldSays) {
   EXPECT_EQ(e->GetLastError().number, errc::kConversion);
   EXPECT_FALSE(e->AppendRecord({{"DE", Value::real(1e300)}}, false, &r));
   EXPECT_EQ(rows("SELECT DE FROM T WHERE ID > 1 ORDER BY ID"), "DE=3.46r | DE=-0.13r");
+
+  // SQL's own writes are held to the same, inserts and updates alike, and a
+  // refused statement writes none of its rows.
+  ASSERT_TRUE(e->ExecuteCommand("INSERT INTO T (DE) VALUES (7.504), (12.746)", &n)) << e->GetLastError().description;
+  ASSERT_TRUE(e->ExecuteCommand("UPDATE T SET DE = DE * 0.3289 WHERE ID = 1", &n)) << e->GetLastError().description;
+  EXPECT_EQ(rows("SELECT DE FROM T WHERE ID = 1 OR ID > 3 ORDER BY ID"), "DE=6.25r | DE=7.5r | DE=12.75r");
+  EXPECT_FALSE(e->ExecuteCommand("UPDATE T SET DE = DE * 1e7", &n));
+  EXPECT_EQ(e->GetLastError().number, errc::kConversion) << e->GetLastError().description;
+  EXPECT_FALSE(e->ExecuteCommand("INSERT INTO T (DE) VALUES (1), (99999999.996)", &n));
+  EXPECT_EQ(e->GetLastError().number, errc::kConversion);
+  EXPECT_EQ(rows("SELECT count(*) AS n, max(DE) AS m FROM T"), "n=5 m=12.75r");
+  // What holds SQL to the field never stands in the way of changing the table.
+  EXPECT_TRUE(e->schema()->DropField("T", "DE")) << e->GetLastError().description;
+  EXPECT_TRUE(e->ExecuteCommand("ALTER TABLE T ADD COLUMN DE DECIMAL(4,1)", &n));
+  EXPECT_TRUE(e->ExecuteCommand("UPDATE T SET DE = 123.45 WHERE ID = 1", &n)) << e->GetLastError().description;
+  EXPECT_TRUE(e->ExecuteCommand("ALTER TABLE T DROP COLUMN DE", &n)) << e->GetLastError().description;
 }
 
 // "+" joins texts when both sides are texts, fields as well as literals, and
