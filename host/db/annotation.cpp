@@ -59,6 +59,7 @@ int AcDbMText::setContents(const ACHAR *text) {
 MTEXT_CHECKED_SETTER(setLocation, const AcGePoint3d &, location_, true)
 MTEXT_CHECKED_SETTER(setTextHeight, double, height_, v > 0)
 MTEXT_CHECKED_SETTER(setWidth, double, width_, v >= 0)
+MTEXT_CHECKED_SETTER(setHeight, double, definedHeight_, v >= 0)
 MTEXT_CHECKED_SETTER(setAttachment, AttachmentPoint, attachment_, v >= kTopLeft && v <= kBottomRight)
 MTEXT_CHECKED_SETTER(setFlowDirection, FlowDirection, flow_, v >= kLtoR && v <= kByStyle)
 MTEXT_CHECKED_SETTER(setLineSpacingFactor, double, spacing_, v >= 0.25 && v <= 4.0)
@@ -160,6 +161,7 @@ Acad::ErrorStatus AcDbMText::transformBy(const AcGeMatrix3d &xform) {
   double s = xform.scale();
   height_ *= s;
   width_ *= s;
+  definedHeight_ *= s;
   normal_ = x.crossProduct(y).normal();
   direction_ = x.normal();
   return Acad::eOk;
@@ -176,7 +178,7 @@ Acad::ErrorStatus AcDbMText::dxfOutFields(AcDbDxfFiler *f) const {
   f->writePoint3d(10, location_);
   f->writeDouble(40, height_);
   f->writeDouble(41, width_);
-  f->writeDouble(46, 0.0);
+  f->writeDouble(46, definedHeight_);
   f->writeInt16(71, attachment_);
   f->writeInt16(72, flow_);
   size_t pos = 0;
@@ -230,6 +232,7 @@ Acad::ErrorStatus AcDbMText::dxfInFields(AcDbDxfFiler *in) {
     height_ = d;
   }
   if (f->getDouble(41, d)) width_ = std::max(0.0, d);
+  if (f->getDouble(46, d)) definedHeight_ = std::max(0.0, d);
   if (f->getInt(71, v)) {
     if (v < 1 || v > 9) return Acad::eInvalidInput;
     attachment_ = AttachmentPoint(v);
@@ -459,6 +462,7 @@ Acad::ErrorStatus AcDbBlockReference::transformBy(const AcGeMatrix3d &xform) {
 Acad::ErrorStatus AcDbBlockReference::dxfOutFields(AcDbDxfFiler *f) const {
   AcDbEntity::dxfOutFields(f);
   f->writeString(100, L"AcDbBlockReference");
+  if (!attributeIds().empty()) f->writeInt16(66, 1);
   f->writeString(2, recordName(block_));
   f->writePoint3d(10, AcGePoint3d(position_).transformBy(AcGeMatrix3d::worldToPlane(normal_)));
   f->writeDouble(41, scale_.sx);

@@ -98,6 +98,20 @@ VANTRY_DB_MEMBERS(AcDbLeader, AcDbCurve, L"LEADER", make<AcDbLeader>, COPIES(AcD
 VANTRY_DB_MEMBERS(AcDbFace, AcDbEntity, L"3DFACE", make<AcDbFace>, COPIES(AcDbFace))
 VANTRY_DB_MEMBERS(AcDbBlockReference, AcDbEntity, L"INSERT", make<AcDbBlockReference>,
                   COPIES(AcDbBlockReference))
+VANTRY_DB_MEMBERS(AcDbText, AcDbEntity, L"TEXT", make<AcDbText>, COPIES(AcDbText))
+VANTRY_DB_MEMBERS(AcDbAttributeDefinition, AcDbText, L"ATTDEF", make<AcDbAttributeDefinition>,
+                  COPIES(AcDbAttributeDefinition))
+VANTRY_DB_MEMBERS(AcDbAttribute, AcDbText, L"ATTRIB", make<AcDbAttribute>, COPIES(AcDbAttribute))
+VANTRY_DB_MEMBERS(AcDbPoint, AcDbEntity, L"POINT", make<AcDbPoint>, COPIES(AcDbPoint))
+VANTRY_DB_MEMBERS(AcDbSolid, AcDbEntity, L"SOLID", make<AcDbSolid>, COPIES(AcDbSolid))
+VANTRY_DB_MEMBERS(AcDbTrace, AcDbSolid, L"TRACE", make<AcDbTrace>, COPIES(AcDbTrace))
+VANTRY_DB_MEMBERS(AcDbEllipse, AcDbCurve, L"ELLIPSE", make<AcDbEllipse>, COPIES(AcDbEllipse))
+VANTRY_DB_MEMBERS(AcDbSpline, AcDbCurve, L"SPLINE", make<AcDbSpline>, COPIES(AcDbSpline))
+VANTRY_DB_MEMBERS(AcDbXline, AcDbEntity, L"XLINE", make<AcDbXline>, COPIES(AcDbXline))
+VANTRY_DB_MEMBERS(AcDbRay, AcDbXline, L"RAY", make<AcDbRay>, COPIES(AcDbRay))
+VANTRY_DB_MEMBERS(AcDbGroupedEntity, AcDbEntity, nullptr, nullptr, NO_COPY)
+VANTRY_DB_MEMBERS(AcDbHatch, AcDbGroupedEntity, L"HATCH", make<AcDbHatch>, COPIES(AcDbHatch))
+VANTRY_DB_MEMBERS(AcDbDimension, AcDbGroupedEntity, L"DIMENSION", make<AcDbDimension>, COPIES(AcDbDimension))
 // Each object names its own file type (VerbatimEntity::dxfType).
 VANTRY_DB_MEMBERS(VerbatimEntity, AcDbEntity, nullptr, make<VerbatimEntity>, COPIES(VerbatimEntity))
 VANTRY_DB_MEMBERS(VerbatimObject, AcDbObject, nullptr, make<VerbatimObject>, COPIES(VerbatimObject))
@@ -143,6 +157,19 @@ void registerDatabaseClasses() {
   AcDbLeader::rxInit();
   AcDbFace::rxInit();
   AcDbBlockReference::rxInit();
+  AcDbText::rxInit();
+  AcDbAttributeDefinition::rxInit();
+  AcDbAttribute::rxInit();
+  AcDbPoint::rxInit();
+  AcDbSolid::rxInit();
+  AcDbTrace::rxInit();
+  AcDbEllipse::rxInit();
+  AcDbSpline::rxInit();
+  AcDbXline::rxInit();
+  AcDbRay::rxInit();
+  AcDbGroupedEntity::rxInit();
+  AcDbHatch::rxInit();
+  AcDbDimension::rxInit();
   VerbatimEntity::rxInit();
   VerbatimObject::rxInit();
 

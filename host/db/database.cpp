@@ -91,6 +91,7 @@ AcDbObjectId DbAccess::addToDatabase(AcDbDatabase *db, AcDbObject *obj, AcDbObje
   obj->readers_ = 0;
   obj->subJoinedDatabase();
   noteWritten(obj->stub_);
+  noteChanging(obj->stub_, true);
   return AcDbObjectId(obj->stub_);
 }
 

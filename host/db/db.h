@@ -26,6 +26,17 @@ struct AcDbStub {
   uint64_t handle = 0;
 };
 
+namespace vantry::host {
+// What the host's UNDO keeps of a database (host/session/undo.cpp): told of
+// each object just before it changes (opened for write) or just after it
+// joined the database.
+class UndoRecorder {
+ public:
+  virtual ~UndoRecorder() = default;
+  virtual void changing(AcDbStub *s, bool joined) = 0;
+};
+}  // namespace vantry::host
+
 struct AcDbDatabase::Impl {
   int64_t serial = 0;
   std::deque<AcDbStub> stubs;
@@ -49,8 +60,31 @@ struct AcDbDatabase::Impl {
   // end marker of a mesh kept as groups (VerbatimEntity objects owned by
   // it), by the owner's stub; the writer puts them after it again.
   std::map<const AcDbStub *, std::vector<AcDbObjectId>> attributes;
-  // The dimension styles a drawing file gave (VerbatimObject), in its order.
-  std::vector<AcDbObjectId> dimStyles;
+  // Tables the database does not model, as a drawing file gave them:
+  // "DIMSTYLE", "VPORT", "VIEW", "UCS" by name, each with its head (a
+  // VerbatimObject "TABLE", null when the file had none) and its records
+  // (VerbatimObject), each once by name, in the file's order.
+  struct KeptTable {
+    AcDbObjectId head;
+    std::vector<AcDbObjectId> records;
+  };
+  std::map<std::wstring, KeptTable> keptTables;
+  // Extension dictionaries a drawing file gave objects (an AcDbDictionary
+  // owned by the object), by the object's stub.
+  std::map<const AcDbStub *, AcDbObjectId> extensionDictionaries;
+  // Objects of the file that no dictionary, extension dictionary or kept
+  // object reaches (VerbatimObject), in the file's order.
+  std::vector<AcDbObjectId> looseObjects;
+  // The file's CLASS records, each as its groups.
+  std::vector<std::vector<AcDbDxfFiler::Item>> classes;
+  // The handles the file gave the BLOCK and ENDBLK of a block record.
+  std::map<const AcDbStub *, std::pair<uint64_t, uint64_t>> blockEnds;
+  // The drawing's own system variables other than the settings above, by
+  // upper-case name without the $, as their header group: read from a
+  // file's header, set by setvar, written back when the drawing is saved.
+  std::map<std::wstring, AcDbDxfFiler::Item> vars;
+  // The undo record, once the host's commands have been used on the database.
+  std::unique_ptr<vantry::host::UndoRecorder> undo;
 };
 
 namespace vantry::host {
@@ -88,6 +122,11 @@ inline void noteWritten(AcDbStub *s) {
   d->touched.push_back(s);
 }
 
+// Tells the undo record that an object is about to change, or has joined.
+inline void noteChanging(AcDbStub *s, bool joined) {
+  if (s && s->db && s->db->impl()->undo) s->db->impl()->undo->changing(s, joined);
+}
+
 // Reaches the private parts of database classes for the store and the
 // host's own operations.
 struct DbAccess {
@@ -98,6 +137,7 @@ struct DbAccess {
   // Counts one more open of o in mode; the caller has checked the conflicts.
   static Acad::ErrorStatus open(AcDbObject *o, AcDb::OpenMode mode, int maxReaders) {
     if (mode == AcDb::kForWrite) {
+      noteChanging(o->stub_, false);
       o->writer_ = true;
       noteWritten(o->stub_);
     }
@@ -121,6 +161,13 @@ struct DbAccess {
   static AcDbSequenceEnd *seqend2d(const AcDb2dPolyline *p) { return p->verts_.seqend; }
   static AcDbSequenceEnd *seqend3d(const AcDb3dPolyline *p) { return p->verts_.seqend; }
   static bool openForWriteOrNew(const AcDbObject *o) { return !o->stub_ || o->writer_; }
+  // An iterator over ids of a database (the caller deletes it).
+  static AcDbObjectIterator *objectIterator(std::vector<AcDbObjectId> ids) {
+    auto *it = new AcDbObjectIterator;
+    it->ids_ = std::move(ids);
+    it->ents_.assign(it->ids_.size(), nullptr);
+    return it;
+  }
 };
 
 // The database of a serial, or null when it is gone.
@@ -139,6 +186,8 @@ std::wstring recordName(AcDbObjectId id);
 AcDbObjectId recordId(AcDbObjectId table, std::wstring_view name);
 // Adds a record with that name to a table when there is none; answers its id.
 AcDbObjectId ensureRecord(AcDbObjectId table, AcRxClass *recordClass, std::wstring_view name);
+// A system variable the drawing keeps (Impl::vars), or null.
+const AcDbDxfFiler::Item *drawingVar(const AcDbDatabase *db, const std::wstring &name);
 // The working database: the current document's, or null.
 AcDbDatabase *workingDatabase();
 // Registers the annotative protocol extension and every database class.
@@ -239,6 +288,10 @@ class VerbatimEntity : public AcDbEntity {
   std::vector<AcDbDxfFiler::Item> groups_;  // the kind's own groups
 };
 
+// Puts in the subclass markers an old file's entity of this kind lacks
+// (verbatim.cpp); dimensions read without markers use it too (shapes.cpp).
+void addKindMarkers(const std::wstring &type, std::vector<AcDbDxfFiler::Item> &groups);
+
 // A non-graphical object of a kind the database does not model (a
 // dimension style ...), read from a drawing file and written back as its
 // groups.
@@ -248,6 +301,7 @@ class VerbatimObject : public AcDbObject {
   VerbatimObject() = default;
   explicit VerbatimObject(std::wstring type) : type_(std::move(type)) {}
   const std::wstring &dxfType() const { return type_; }
+  const std::vector<AcDbDxfFiler::Item> &groups() const { return groups_; }
   // The record's name (group 2), for table records.
   std::wstring name() const;
   Acad::ErrorStatus dxfOutFields(AcDbDxfFiler *filer) const override;

@@ -64,6 +64,8 @@ Acad::ErrorStatus AcDbDictionary::setAt(const ACHAR *key, AcDbObject *obj, AcDbO
     id = obj->objectId();
     DbAccess::setOwner(obj, objectId());
   }
+  // The dictionary is its entry's persistent reactor, to hear of its erasure.
+  objectOf(id)->addPersistentReactor(objectId());
   int i = indexOf(key);
   if (i >= 0) {
     AcDbObjectId old = entries_[i].second;
@@ -87,7 +89,10 @@ Acad::ErrorStatus AcDbDictionary::remove(const ACHAR *key, AcDbObjectId &id) {
   int i = indexOf(key);
   if (i < 0) return Acad::eKeyNotFound;
   id = entries_[i].second;
-  if (AcDbObject *o = objectOf(id)) DbAccess::setOwner(o, AcDbObjectId::kNull);
+  if (AcDbObject *o = objectOf(id)) {
+    DbAccess::setOwner(o, AcDbObjectId::kNull);
+    o->removePersistentReactor(objectId());
+  }
   entries_.erase(entries_.begin() + i);
   return Acad::eOk;
 }

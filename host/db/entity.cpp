@@ -149,11 +149,23 @@ void AcDbEntity::setDatabaseDefaults() {
   setDatabaseDefaults(database() ? database() : workingDatabase());
 }
 
+const AcDbDxfFiler::Item *vantry::host::drawingVar(const AcDbDatabase *db, const std::wstring &name) {
+  if (!db) return nullptr;
+  auto &vars = db->impl()->vars;
+  auto found = vars.find(name);
+  return found == vars.end() ? nullptr : &found->second;
+}
+
+// Layer, linetype, colour, lineweight (CELWEIGHT) and linetype scale
+// (CELTSCALE) from the drawing's current values.
 void AcDbEntity::setDatabaseDefaults(AcDbDatabase *db) {
   if (!db) return;
   layer_ = db->clayer();
   linetype_ = db->celtype();
   color_ = db->cecolor();
+  if (const auto *w = drawingVar(db, L"CELWEIGHT"); w && w->integer >= -3 && w->integer <= 211)
+    lineWeight_ = AcDb::LineWeight(w->integer);
+  if (const auto *s = drawingVar(db, L"CELTSCALE"); s && s->real[0] > 0) ltscale_ = s->real[0];
   std::vector<AcDbEntity *> subs;
   subentities(subs);
   for (AcDbEntity *s : subs) s->layer_ = layer_, s->linetype_ = linetype_, s->color_ = color_;

@@ -9,6 +9,7 @@
 // starts it, each VERTEX adds a vertex, SEQEND appends the whole; another
 // type in between drops the unfinished polyline. entmakex also makes the
 // ownerless objects DICTIONARY and GROUP. Any refusal answers nil.
+#include <algorithm>
 #include <map>
 #include <memory>
 
@@ -47,14 +48,43 @@ const std::vector<EntityType> &entityTypes() {
       {L"ARC", make<AcDbArc>, {10, 40, 50, 51}}, {L"LWPOLYLINE", make<AcDbPolyline>, {10}},
       {L"MTEXT", make<AcDbMText>, {10}},         {L"LEADER", make<AcDbLeader>, {10}},
       {L"3DFACE", make<AcDbFace>, {10, 11, 12}}, {L"INSERT", make<AcDbBlockReference>, {2, 10}},
+      {L"TEXT", make<AcDbText>, {1, 10, 40}},    {L"ATTDEF", make<AcDbAttributeDefinition>, {1, 2, 10, 40}},
+      {L"POINT", make<AcDbPoint>, {10}},         {L"SOLID", make<AcDbSolid>, {10, 11, 12}},
+      {L"TRACE", make<AcDbTrace>, {10, 11, 12}}, {L"ELLIPSE", make<AcDbEllipse>, {10, 11, 40}},
+      {L"SPLINE", make<AcDbSpline>, {}},         {L"XLINE", make<AcDbXline>, {10, 11}},
+      {L"RAY", make<AcDbRay>, {10, 11}},         {L"HATCH", make<AcDbHatch>, {2, 91}},
+      {L"DIMENSION", make<AcDbDimension>, {10, 70}},
       {L"DICTIONARY", make<AcDbDictionary>, {}}, {L"GROUP", make<AcDbGroup>, {}},
   };
   return types;
 }
 
-// An old-style polyline being made, per drawing.
-std::map<int64_t, std::unique_ptr<AcDbCurve>> &pending() {
-  static auto *m = new std::map<int64_t, std::unique_ptr<AcDbCurve>>();
+// An entity made but not yet in the drawing: it waits for the end of the
+// complex entity it belongs to. An INSERT keeps its ATTRIBs here.
+struct Made {
+  std::unique_ptr<AcDbEntity> entity;
+  std::vector<std::unique_ptr<AcDbAttribute>> attributes;
+};
+
+// What an unfinished complex entity holds, per drawing: an old-style
+// polyline, an INSERT collecting its ATTRIBs, a block definition
+// collecting its entities (which may themselves be polylines and INSERTs
+// with attributes).
+struct Building {
+  std::unique_ptr<AcDbCurve> polyline;
+  std::unique_ptr<Made> insert;
+  bool insertPaper = false;
+  bool inBlock = false;
+  std::wstring blockName, blockDescription;
+  int blockFlags = 0;
+  AcGePoint3d blockOrigin;
+  std::vector<Made> blockEntities;
+  void clear() { *this = Building(); }
+  bool busy() const { return polyline || insert || inBlock; }
+};
+
+std::map<int64_t, Building> &pending() {
+  static auto *m = new std::map<int64_t, Building>();
   return *m;
 }
 
@@ -64,24 +94,35 @@ bool hasAll(const AcDbDxfFiler &f, const std::vector<int> &codes) {
   return true;
 }
 
-// Appends to model or paper space; closes the entity. Null on failure (the
-// entity is then deleted).
-AcDbObjectId appendToSpace(AcDbDatabase *db, AcDbEntity *ent, bool paper) {
-  AcDbObjectId space = recordId(db->blockTableId(), paper ? ACDB_PAPER_SPACE : ACDB_MODEL_SPACE);
+// Appends an entity (and its attributes, then an end marker) to a block
+// record; the entity ends closed. Null on failure (nothing is left).
+AcDbObjectId appendTo(AcDbObjectId btrId, Made made) {
   AcDbBlockTableRecord *btr = nullptr;
+  if (acdbOpenObject(btr, btrId, AcDb::kForWrite) != Acad::eOk) return AcDbObjectId::kNull;
   AcDbObjectId id;
-  if (acdbOpenObject(btr, space, AcDb::kForWrite) != Acad::eOk) {
-    delete ent;
-    return id;
-  }
+  AcDbEntity *ent = made.entity.get();
   Acad::ErrorStatus es = btr->appendAcDbEntity(id, ent);
   btr->close();
-  if (es != Acad::eOk) {
-    delete ent;
-    return AcDbObjectId::kNull;
+  if (es != Acad::eOk) return AcDbObjectId::kNull;
+  made.entity.release();
+  if (auto *ref = AcDbBlockReference::cast(ent); ref && !made.attributes.empty()) {
+    for (auto &att : made.attributes) {
+      AcDbAttribute *a = att.release();
+      if (ref->appendAttribute(a) == Acad::eOk) a->close();
+      else delete a;
+    }
+    auto *end = new AcDbSequenceEnd;
+    AcDbDatabase *db = ref->database();
+    AcDbObjectId endId = DbAccess::addToDatabase(db, end, ref->objectId(), false);
+    end->setLayer(ref->layerId());
+    db->impl()->attributes[DbAccess::stub(ref)].push_back(endId);
   }
   ent->close();
   return id;
+}
+
+AcDbObjectId appendToSpace(AcDbDatabase *db, Made made, bool paper) {
+  return appendTo(recordId(db->blockTableId(), paper ? ACDB_PAPER_SPACE : ACDB_MODEL_SPACE), std::move(made));
 }
 
 // Fields and extended data onto an object; the object must take both.
@@ -99,67 +140,215 @@ bool appsRegistered(AcDbDatabase *db, const ParsedData &parsed) {
   return true;
 }
 
+// A finished entity goes into the block under way, else into its space.
+AcDbObjectId place(AcDbDatabase *db, Building &b, Made made, bool paper, bool &accepted) {
+  if (b.inBlock) {
+    b.blockEntities.push_back(std::move(made));
+    accepted = true;
+    return AcDbObjectId::kNull;
+  }
+  AcDbObjectId id = appendToSpace(db, std::move(made), paper);
+  accepted = !id.isNull();
+  return id;
+}
+
+// The block a finished BLOCK ... ENDBLK sequence defines: a new record, or
+// an existing user block redefined (its old entities erased). An anonymous
+// block (flag 1, a name starting with *) gets the next free *U name.
+AcDbObjectId finishBlock(AcDbDatabase *db, Building &b) {
+  std::wstring name = b.blockName;
+  bool anonymous = (b.blockFlags & 1) && !name.empty() && name[0] == L'*';
+  auto *table = static_cast<AcDbSymbolTable *>(objectOf(db->blockTableId()));
+  if (anonymous) {
+    int n = 0;
+    do name = L"*U" + std::to_wstring(++n);
+    while (table->has(name.c_str()));
+  } else if (!validSymbolName(name)) {
+    return AcDbObjectId::kNull;
+  }
+  AcDbObjectId btrId = recordId(db->blockTableId(), name);
+  if (!btrId.isNull()) {
+    auto *old = AcDbBlockTableRecord::cast(objectOf(btrId));
+    if (!old || old->isLayout() || btrId.isErased()) return AcDbObjectId::kNull;
+    AcDbBlockTableRecord *btr = nullptr;
+    if (acdbOpenObject(btr, btrId, AcDb::kForWrite) != Acad::eOk) return AcDbObjectId::kNull;
+    for (AcDbObjectId e : btr->entityIds()) {
+      AcDbEntity *ent = nullptr;
+      if (acdbOpenObject(ent, e, AcDb::kForWrite) == Acad::eOk) ent->erase(), ent->close();
+    }
+    DbAccess::blockEntities(btr).clear();
+    btr->setOrigin(b.blockOrigin);
+    btr->close();
+  } else {
+    AcDbBlockTable *blocks = nullptr;
+    if (db->getBlockTable(blocks, AcDb::kForWrite) != Acad::eOk) return AcDbObjectId::kNull;
+    auto *rec = new AcDbBlockTableRecord;
+    rec->setName(name.c_str());
+    rec->setOrigin(b.blockOrigin);
+    Acad::ErrorStatus es = blocks->add(btrId, rec);
+    blocks->close();
+    if (es != Acad::eOk) {
+      delete rec;
+      return AcDbObjectId::kNull;
+    }
+    rec->close();
+  }
+  for (Made &m : b.blockEntities) appendTo(btrId, std::move(m));
+  b.blockName = name;
+  return btrId;
+}
+
+// A table record made from its data list: the name must be new and valid.
+// Dimension styles are kept as their groups.
+AcDbObjectId makeRecord(AcDbDatabase *db, const std::wstring &type, AcDbDxfFiler &f, ParsedData &parsed) {
+  std::wstring name;
+  if (!f.getString(2, name) || !validSymbolName(name)) return AcDbObjectId::kNull;
+  if (type == L"DIMSTYLE") {
+    auto &kept = db->impl()->keptTables[L"DIMSTYLE"];
+    for (AcDbObjectId id : kept.records)
+      if (auto *s = VerbatimObject::cast(objectOf(id)); s && !s->isErased() && upperKey(s->name()) == upperKey(name))
+        return AcDbObjectId::kNull;
+    AcDbDxfFiler groups;
+    groups.writeString(100, L"AcDbSymbolTableRecord");
+    groups.writeString(100, L"AcDbDimStyleTableRecord");
+    for (const auto &it : f.items()) groups.items().push_back(it);
+    if (!f.find(70)) groups.writeInt16(70, 0);
+    auto *style = new VerbatimObject(L"DIMSTYLE");
+    style->dxfInFields(&groups);
+    AcDbObjectId id = DbAccess::addToDatabase(db, style, kept.head, false);
+    kept.records.push_back(id);
+    return id;
+  }
+  AcDbObjectId tableId = type == L"LAYER"   ? db->layerTableId()
+                         : type == L"STYLE" ? db->textStyleTableId()
+                         : type == L"LTYPE" ? db->linetypeTableId()
+                         : type == L"APPID" ? db->regAppTableId()
+                                            : AcDbObjectId::kNull;
+  if (tableId.isNull() || !recordId(tableId, name).isNull()) return AcDbObjectId::kNull;
+  AcDbSymbolTable *table = nullptr;
+  if (acdbOpenObject(table, tableId, AcDb::kForWrite) != Acad::eOk) return AcDbObjectId::kNull;
+  std::unique_ptr<AcDbSymbolTableRecord> rec(type == L"LAYER"   ? static_cast<AcDbSymbolTableRecord *>(new AcDbLayerTableRecord)
+                                             : type == L"STYLE" ? static_cast<AcDbSymbolTableRecord *>(new AcDbTextStyleTableRecord)
+                                             : type == L"LTYPE" ? static_cast<AcDbSymbolTableRecord *>(new AcDbLinetypeTableRecord)
+                                                                : static_cast<AcDbSymbolTableRecord *>(new AcDbRegAppTableRecord));
+  AcDbObjectId id;
+  bool ok = applyData(rec.get(), f, parsed) && table->add(id, rec.get()) == Acad::eOk;
+  table->close();
+  if (!ok) return AcDbObjectId::kNull;
+  rec.release()->close();
+  return id;
+}
+
 // Makes what a data list describes; the id of a finished entity or object,
-// null while an old-style polyline is under way (done says whether the list
-// was accepted).
-AcDbObjectId makeFromData(Interp &in, const Value &list, bool ownerless, bool &accepted) {
+// null while a complex entity is under way (accepted says whether the list
+// was taken). A list a complex entity under way cannot take drops that
+// entity whole.
+AcDbObjectId makeFromData(Interp &in, const Value &list, bool ownerless, bool &accepted, Value *blockName) {
   accepted = false;
   AcDbDatabase *db = drawing(in);
+  Building &b = pending()[db->serial()];
   AcDbDxfFiler f;
   ParsedData parsed;
-  if (!parseEntityData(list, f, parsed) || parsed.type.empty() || !appsRegistered(db, parsed))
+  if (!parseEntityData(list, f, parsed) || parsed.type.empty() || !appsRegistered(db, parsed)) {
+    b.clear();
     return AcDbObjectId::kNull;
-  auto &building = pending()[db->serial()];
+  }
+  const std::wstring &type = parsed.type;
   int64_t flags = 0;
   f.getInt(70, flags);
+  int64_t paper = 0;
+  f.getInt(67, paper);
 
-  if (parsed.type == L"POLYLINE") {
+  // Parts of an old-style polyline.
+  if (b.polyline) {
+    if (type == L"VERTEX") {
+      if (!f.find(10)) return b.clear(), AcDbObjectId::kNull;
+      bool added;
+      if (auto *p3 = AcDb3dPolyline::cast(b.polyline.get())) {
+        auto *v = new AcDb3dPolylineVertex();
+        added = applyData(v, f, parsed) && p3->appendVertex(v) == Acad::eOk;
+        if (!added) delete v;
+      } else {
+        auto *v = new AcDb2dVertex();
+        added = applyData(v, f, parsed) && AcDb2dPolyline::cast(b.polyline.get())->appendVertex(v) == Acad::eOk;
+        if (!added) delete v;
+      }
+      if (!added) return b.clear(), AcDbObjectId::kNull;
+      accepted = true;
+      return AcDbObjectId::kNull;
+    }
+    if (type != L"SEQEND") return b.clear(), AcDbObjectId::kNull;
+    Made made{std::unique_ptr<AcDbEntity>(b.polyline.release()), {}};
+    return place(db, b, std::move(made), b.insertPaper, accepted);
+  }
+  // Attributes of an INSERT.
+  if (b.insert) {
+    if (type == L"ATTRIB") {
+      auto att = std::make_unique<AcDbAttribute>();
+      att->setDatabaseDefaults(db);
+      if (!hasAll(f, {1, 2, 10, 40}) || !applyData(att.get(), f, parsed)) return b.clear(), AcDbObjectId::kNull;
+      b.insert->attributes.push_back(std::move(att));
+      accepted = true;
+      return AcDbObjectId::kNull;
+    }
+    if (type != L"SEQEND") return b.clear(), AcDbObjectId::kNull;
+    Made made = std::move(*b.insert);
+    b.insert.reset();
+    return place(db, b, std::move(made), b.insertPaper, accepted);
+  }
+  if (type == L"VERTEX" || type == L"SEQEND" || type == L"ATTRIB") return b.clear(), AcDbObjectId::kNull;
+
+  // Block definitions.
+  if (type == L"BLOCK") {
+    std::wstring name;
+    if (b.inBlock || !f.getString(2, name) || !f.find(10) || name.empty()) return b.clear(), AcDbObjectId::kNull;
+    b.clear();
+    b.inBlock = true;
+    b.blockName = name;
+    b.blockFlags = int(flags);
+    f.getPoint(10, b.blockOrigin);
+    accepted = true;
+    return AcDbObjectId::kNull;
+  }
+  if (type == L"ENDBLK") {
+    if (!b.inBlock) return b.clear(), AcDbObjectId::kNull;
+    AcDbObjectId btr = finishBlock(db, b);
+    if (!btr.isNull() && blockName) *blockName = lisp::makeString(b.blockName);
+    b.clear();
+    accepted = !btr.isNull();
+    return btr;
+  }
+
+  // Table records.
+  if (type == L"LAYER" || type == L"STYLE" || type == L"LTYPE" || type == L"APPID" || type == L"DIMSTYLE") {
+    if (b.busy()) return b.clear(), AcDbObjectId::kNull;
+    AcDbObjectId id = makeRecord(db, type, f, parsed);
+    accepted = !id.isNull();
+    return id;
+  }
+
+  if (type == L"POLYLINE") {
     std::unique_ptr<AcDbCurve> pl;
     if (flags & 8)
       pl = std::make_unique<AcDb3dPolyline>();
     else
       pl = std::make_unique<AcDb2dPolyline>();
     pl->setDatabaseDefaults(db);
-    if (!applyData(pl.get(), f, parsed)) return AcDbObjectId::kNull;
-    building = std::move(pl);
+    if (!applyData(pl.get(), f, parsed)) return b.clear(), AcDbObjectId::kNull;
+    b.polyline = std::move(pl);
+    b.insertPaper = paper == 1;
     accepted = true;
     return AcDbObjectId::kNull;
   }
-  if (parsed.type == L"VERTEX") {
-    if (!building || !f.find(10)) return AcDbObjectId::kNull;
-    if (auto *p3 = AcDb3dPolyline::cast(building.get())) {
-      auto *v = new AcDb3dPolylineVertex();
-      if (!applyData(v, f, parsed) || p3->appendVertex(v) != Acad::eOk) {
-        delete v;
-        return AcDbObjectId::kNull;
-      }
-    } else {
-      auto *v = new AcDb2dVertex();
-      if (!applyData(v, f, parsed) || AcDb2dPolyline::cast(building.get())->appendVertex(v) != Acad::eOk) {
-        delete v;
-        return AcDbObjectId::kNull;
-      }
-    }
-    accepted = true;
-    return AcDbObjectId::kNull;
-  }
-  if (parsed.type == L"SEQEND") {
-    if (!building) return AcDbObjectId::kNull;
-    AcDbEntity *pl = building.release();
-    AcDbObjectId id = appendToSpace(db, pl, false);
-    accepted = !id.isNull();
-    return id;
-  }
-  building.reset();  // anything else drops an unfinished polyline
 
-  const EntityType *type = nullptr;
+  const EntityType *kind = nullptr;
   for (const EntityType &t : entityTypes())
-    if (parsed.type == t.name) type = &t;
-  if (!type || !hasAll(f, type->required)) return AcDbObjectId::kNull;
-  std::unique_ptr<AcDbObject> obj(type->make());
+    if (type == t.name) kind = &t;
+  if (!kind || !hasAll(f, kind->required)) return b.clear(), AcDbObjectId::kNull;
+  std::unique_ptr<AcDbObject> obj(kind->make());
   auto *ent = AcDbEntity::cast(obj.get());
   if (!ent) {
-    if (!ownerless) return AcDbObjectId::kNull;  // entmake makes entities only
+    if (!ownerless || b.busy()) return b.clear(), AcDbObjectId::kNull;  // entmake makes entities only
     AcDbObjectId id;
     if (db->addAcDbObject(id, obj.get()) != Acad::eOk) return AcDbObjectId::kNull;
     AcDbObject *o = obj.release();
@@ -174,12 +363,16 @@ AcDbObjectId makeFromData(Interp &in, const Value &list, bool ownerless, bool &a
     return id;
   }
   ent->setDatabaseDefaults(db);
-  if (!applyData(ent, f, parsed)) return AcDbObjectId::kNull;
-  int64_t paper = 0;
-  f.getInt(67, paper);
-  AcDbObjectId id = appendToSpace(db, static_cast<AcDbEntity *>(obj.release()), paper == 1);
-  accepted = !id.isNull();
-  return id;
+  if (!applyData(ent, f, parsed)) return b.clear(), AcDbObjectId::kNull;
+  Made made{std::unique_ptr<AcDbEntity>(static_cast<AcDbEntity *>(obj.release())), {}};
+  int64_t follow = 0;
+  if (type == L"INSERT" && f.getInt(66, follow) && follow == 1) {
+    b.insert = std::make_unique<Made>(std::move(made));
+    b.insertPaper = paper == 1;
+    accepted = true;
+    return AcDbObjectId::kNull;
+  }
+  return place(db, b, std::move(made), paper == 1, accepted);
 }
 
 // --- The built-ins -------------------------------------------------------------------------------
@@ -199,17 +392,25 @@ Value fEntget(Interp &in, const Value *args, int nargs) {
 
 Value fEntmake(Interp &in, const Value *args, int nargs) {
   lisp::needArgs(in, nargs, 0, 1);
-  if (nargs == 0) return Value();
+  if (nargs == 0) {
+    pending()[drawing(in)->serial()].clear();  // cancels a complex entity under way
+    return Value();
+  }
   bool accepted;
-  makeFromData(in, lisp::listArg(in, args[0]), false, accepted);
+  Value name;
+  makeFromData(in, lisp::listArg(in, args[0]), false, accepted, &name);
+  if (accepted && !name.isNil()) return name;  // ENDBLK: the block's name
   return accepted ? args[0] : Value();
 }
 
 Value fEntmakex(Interp &in, const Value *args, int nargs) {
   lisp::needArgs(in, nargs, 0, 1);
-  if (nargs == 0) return Value();
+  if (nargs == 0) {
+    pending()[drawing(in)->serial()].clear();
+    return Value();
+  }
   bool accepted;
-  AcDbObjectId id = makeFromData(in, lisp::listArg(in, args[0]), true, accepted);
+  AcDbObjectId id = makeFromData(in, lisp::listArg(in, args[0]), true, accepted, nullptr);
   return accepted && !id.isNull() ? enameValue(id) : Value();
 }
 
@@ -228,14 +429,39 @@ Value fEntmod(Interp &in, const Value *args, int nargs) {
   return ok ? args[0] : Value();
 }
 
+// The sub-entities of a complex entity: an old-style polyline's vertices
+// and end marker, an INSERT's attributes and end marker.
+std::vector<AcDbObjectId> subentityIds(const AcDbObject *o) {
+  std::vector<AcDbObjectId> ids;
+  if (auto *p = AcDb2dPolyline::cast(o)) {
+    for (AcDb2dVertex *v : p->vertices()) ids.push_back(v->objectId());
+    ids.push_back(p->sequenceEndId());
+  } else if (auto *p3 = AcDb3dPolyline::cast(o)) {
+    for (AcDb3dPolylineVertex *v : p3->vertices()) ids.push_back(v->objectId());
+    ids.push_back(p3->sequenceEndId());
+  } else if (auto *ref = AcDbBlockReference::cast(o); ref && ref->database()) {
+    auto &all = ref->database()->impl()->attributes;
+    if (auto found = all.find(DbAccess::stub(ref)); found != all.end())
+      for (AcDbObjectId id : found->second)
+        if (!id.isErased()) ids.push_back(id);
+  }
+  return ids;
+}
+
+// Whether an entity is part of a complex entity (a vertex, an attribute,
+// an end marker).
+bool isSubentity(const AcDbObject *o) {
+  return AcDbVertex::cast(o) || AcDbSequenceEnd::cast(o) || AcDbAttribute::cast(o) ||
+         (VerbatimEntity::cast(o) && AcDbEntity::cast(objectOf(o->ownerId())));
+}
+
 // Erases a main entity, or brings back an erased one.
 Value fEntdel(Interp &in, const Value *args, int nargs) {
   lisp::needArgs(in, nargs, 1, 1);
   AcDbObjectId id = entityArg(in, args[0]);
   AcDbEntity *ent = nullptr;
   if (acdbOpenObject(ent, id, AcDb::kForWrite, true) != Acad::eOk) return Value();
-  bool ok =
-      !AcDbVertex::cast(ent) && !AcDbSequenceEnd::cast(ent) && ent->erase(!ent->isErased()) == Acad::eOk;
+  bool ok = !isSubentity(ent) && ent->erase(!ent->isErased()) == Acad::eOk;
   ent->close();
   return ok ? args[0] : Value();
 }
@@ -263,22 +489,24 @@ Value nextMainAfter(AcDbDatabase *db, size_t from) {
   return Value();
 }
 
-// The sub-entities (vertices, then the end marker) of an old-style polyline.
-std::vector<AcDbObjectId> subentityIds(const AcDbObject *o) {
-  std::vector<AcDbObjectId> ids;
-  if (auto *p = AcDb2dPolyline::cast(o)) {
-    for (AcDb2dVertex *v : p->vertices()) ids.push_back(v->objectId());
-    ids.push_back(p->sequenceEndId());
-  } else if (auto *p3 = AcDb3dPolyline::cast(o)) {
-    for (AcDb3dPolylineVertex *v : p3->vertices()) ids.push_back(v->objectId());
-    ids.push_back(p3->sequenceEndId());
+// The entity after a block's or a space's entity: in a block definition the
+// next of its entities (nil after the last); in a space the next main
+// entity of the drawing.
+Value nextAfter(AcDbDatabase *db, const AcDbObject *o) {
+  auto *btr = AcDbBlockTableRecord::cast(objectOf(o->ownerId()));
+  if (btr && !btr->isLayout()) {
+    const auto &ids = btr->entityIds();
+    auto at = std::find(ids.begin(), ids.end(), o->objectId());
+    for (++at; at < ids.end(); ++at)
+      if (!at->isErased()) return enameValue(*at);
+    return Value();
   }
-  return ids;
+  return nextMainAfter(db, o->objectId().handle().value());
 }
 
-// Without an argument the first main entity; after a polyline its first
-// vertex; after a vertex the next vertex or the end marker; after the end
-// marker or a main entity the next main entity.
+// Without an argument the first main entity; after a complex entity its
+// first sub-entity; after a sub-entity the next one, and after the end
+// marker the entity after the complex entity.
 Value fEntnext(Interp &in, const Value *args, int nargs) {
   lisp::needArgs(in, nargs, 0, 1);
   AcDbDatabase *db = drawing(in);
@@ -286,17 +514,18 @@ Value fEntnext(Interp &in, const Value *args, int nargs) {
   AcDbObjectId id = entityArg(in, args[0]);
   if (id.isNull() || id.database() != db) return Value();
   AcDbObject *o = objectOf(id);
+  if (!o) return Value();
   std::vector<AcDbObjectId> subs = subentityIds(o);
   if (!subs.empty()) return enameValue(subs.front());
-  if (AcDbVertex::cast(o) || AcDbSequenceEnd::cast(o)) {
+  if (isSubentity(o)) {
     AcDbObject *owner = objectOf(o->ownerId());
     std::vector<AcDbObjectId> siblings = subentityIds(owner);
     for (size_t i = 0; i + 1 < siblings.size(); ++i)
       if (siblings[i] == id) return enameValue(siblings[i + 1]);
     if (!owner) return Value();
-    return nextMainAfter(db, owner->objectId().handle().value());
+    return nextAfter(db, owner);
   }
-  return nextMainAfter(db, id.handle().value());
+  return nextAfter(db, o);
 }
 
 Value fHandent(Interp &in, const Value *args, int nargs) {

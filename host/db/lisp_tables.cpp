@@ -2,13 +2,15 @@
 // tblsearch, tblnext, tblobjname, namedobjdict, dictsearch, dictnext and
 // regapp, over the working drawing.
 //
-// Tables are named LAYER, LTYPE, STYLE, BLOCK and APPID (VIEW, UCS, VPORT and
-// DIMSTYLE are not kept: nil). A record reads as (0 . type) (2 . name)
+// Tables are named LAYER, LTYPE, STYLE, BLOCK and APPID; DIMSTYLE gives the
+// dimension styles, VPORT, VIEW and UCS the records the drawing keeps as a
+// file gave them (Standard and *Active are always there). A record reads as (0 . type) (2 . name)
 // (70 . flags) and its other fields, without handles and markers; a block as
 // its name, flags, (10 . origin) and (-2 . first entity). The layout blocks
 // *Model_Space and *Paper_Space are not listed. tblnext and dictnext keep a
 // cursor per drawing and table or dictionary.
 #include <map>
+#include <set>
 
 #include "db/lisp_data.h"
 #include "lisp/lisp.h"
@@ -96,14 +98,87 @@ std::map<std::pair<int64_t, uint64_t>, size_t> &cursors() {
   return *m;
 }
 
+std::map<std::pair<int64_t, std::wstring>, size_t> &extraCursors() {
+  static auto *m = new std::map<std::pair<int64_t, std::wstring>, size_t>();
+  return *m;
+}
+
 size_t &cursorOf(AcDbObjectId container) {
   return cursors()[{container.database()->serial(), container.handle().value()}];
+}
+
+// Dimension styles (kept as their groups) and the active viewport, which
+// the drawing holds beside its modelled tables: every saved drawing has
+// the Standard style and the *Active viewport (host/dxf/fixed.cpp writes
+// them when the drawing gave none).
+Value groupsData(const wchar_t *type, const std::vector<AcDbDxfFiler::Item> &items) {
+  ListBuilder b;
+  b.add(lisp::cons(Value::integer(0), lisp::makeString(type)));
+  for (const auto &it : items) {
+    if (it.code == 5 || it.code == 100 || it.code == 102 || it.code == 105 || it.code == 330 ||
+        it.code == 360)
+      continue;
+    if (it.code >= 340 && it.code <= 349) continue;  // references to styles and blocks by handle
+    Value v;
+    if (it.dims) {
+      ListBuilder p;
+      for (int i = 0; i < it.dims; ++i) p.add(Value::real(it.real[i]));
+      v = p.take();
+    } else if (rbKind(it.code) == RbKind::String) {
+      v = lisp::makeString(it.text);
+    } else if (rbKind(it.code) == RbKind::Real) {
+      v = Value::real(it.real[0]);
+    } else {
+      v = Value::integer(int32_t(it.integer));
+    }
+    b.add(lisp::cons(Value::integer(it.code), v));
+  }
+  return b.take();
+}
+
+// Records of the tables the database keeps as a file gave them (dimension
+// styles, viewports, views, UCSs), with the Standard dimension style and the
+// *Active viewport that every drawing has even where its file named none.
+std::vector<std::pair<std::wstring, Value>> extraRecords(AcDbDatabase *db, const std::wstring &table) {
+  std::vector<std::pair<std::wstring, Value>> out;
+  std::wstring t = upperKey(table);
+  if (t != L"DIMSTYLE" && t != L"VPORT" && t != L"VIEW" && t != L"UCS") return out;
+  std::set<std::wstring> names;
+  if (auto kept = db->impl()->keptTables.find(t); kept != db->impl()->keptTables.end())
+    for (AcDbObjectId id : kept->second.records) {
+      auto *s = VerbatimObject::cast(objectOf(id));
+      if (!s || s->isErased() || !names.insert(upperKey(s->name())).second) continue;
+      AcDbDxfFiler f;
+      s->dxfOutFields(&f);
+      out.emplace_back(s->name(), groupsData(t.c_str(), f.items()));
+    }
+  if (t == L"DIMSTYLE" && !names.count(L"STANDARD")) {
+    AcDbDxfFiler f;
+    f.writeString(2, L"Standard");
+    f.writeInt16(70, 0);
+    out.emplace(out.begin(), L"Standard", groupsData(L"DIMSTYLE", f.items()));
+  } else if (t == L"VPORT" && !names.count(L"*ACTIVE")) {
+    AcDbDxfFiler f;
+    f.writeString(2, L"*Active");
+    f.writeInt16(70, 0);
+    f.writePoint2d(10, AcGePoint2d(0, 0));
+    f.writePoint2d(11, AcGePoint2d(1, 1));
+    f.writePoint3d(16, AcGePoint3d(0, 0, 1));
+    f.writeDouble(41, 1.5);
+    out.emplace_back(L"*Active", groupsData(L"VPORT", f.items()));
+  }
+  return out;
 }
 
 Value fTblsearch(Interp &in, const Value *args, int nargs) {
   lisp::needArgs(in, nargs, 2, 3);
   AcDbObjectId table = tableOf(drawing(in), lisp::strArg(in, args[0]));
   const std::wstring &name = lisp::strArg(in, args[1]);
+  if (table.isNull()) {
+    for (auto &[key, data] : extraRecords(drawing(in), lisp::strArg(in, args[0])))
+      if (upperKey(key) == upperKey(name)) return data;
+    return Value();
+  }
   AcDbObjectId rec = recordId(table, name);
   if (!listed(rec)) return Value();
   if (nargs == 3 && !args[2].isNil()) {
@@ -117,7 +192,14 @@ Value fTblsearch(Interp &in, const Value *args, int nargs) {
 Value fTblnext(Interp &in, const Value *args, int nargs) {
   lisp::needArgs(in, nargs, 1, 2);
   AcDbObjectId table = tableOf(drawing(in), lisp::strArg(in, args[0]));
-  if (table.isNull()) return Value();
+  if (table.isNull()) {
+    // The kept tables: a cursor per drawing and table name.
+    auto records = extraRecords(drawing(in), lisp::strArg(in, args[0]));
+    if (records.empty()) return Value();
+    size_t &cursor = extraCursors()[{drawing(in)->serial(), upperKey(lisp::strArg(in, args[0]))}];
+    if (nargs == 2 && !args[1].isNil()) cursor = 0;
+    return cursor < records.size() ? records[cursor++].second : Value();
+  }
   size_t &cursor = cursorOf(table);
   if (nargs == 2 && !args[1].isNil()) cursor = 0;
   const auto &order = static_cast<AcDbSymbolTable *>(objectOf(table))->recordIds();

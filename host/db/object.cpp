@@ -124,6 +124,7 @@ Acad::ErrorStatus AcDbObject::upgradeOpen() {
   if (!stub_) return Acad::eOk;
   if (readers_ == 0) return Acad::eNotOpenForRead;
   if (readers_ > 1) return Acad::eHadMultipleReaders;
+  vantry::host::noteChanging(stub_, false);
   readers_ = 0;
   writer_ = true;
   vantry::host::noteWritten(stub_);
@@ -198,6 +199,10 @@ Acad::ErrorStatus acdbOpenAcDbObject(AcDbObject *&obj, AcDbObjectId id, AcDb::Op
     case AcDb::kForWrite:
       if (o->isWriteEnabled()) return Acad::eWasOpenForWrite;
       if (o->isReadEnabled()) return Acad::eWasOpenForRead;
+      // An entity of a block on a locked layer cannot be changed.
+      if (auto *ent = AcDbEntity::cast(o); ent && AcDbBlockTableRecord::cast(vantry::host::objectOf(ent->ownerId())))
+        if (auto *layer = AcDbLayerTableRecord::cast(vantry::host::objectOf(ent->layerId())); layer && layer->isLocked())
+          return Acad::eOnLockedLayer;
       break;
     case AcDb::kForNotify:
       break;

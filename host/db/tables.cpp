@@ -105,14 +105,16 @@ Acad::ErrorStatus AcDbLayerTableRecord::setPlotStyleName(const ACHAR *name) {
 }
 
 // LAYER: 2 name, 70 flags (1 frozen, 4 locked), 62 colour (negative when
-// off), 6 linetype name, 290 plottable, 370 lineweight.
+// off; 7 for a true colour, whose 420 follows),
+// 6 linetype name, 290 plottable, 370 lineweight.
 Acad::ErrorStatus AcDbLayerTableRecord::dxfOutFields(AcDbDxfFiler *f) const {
   AcDbSymbolTableRecord::dxfOutFields(f);
   f->writeString(100, L"AcDbLayerTableRecord");
   f->writeString(2, name());
   f->writeInt16(70, (frozen_ ? 1 : 0) | (locked_ ? 4 : 0));
-  int c = color_.colorIndex();
+  int c = color_.isByColor() ? 7 : color_.colorIndex();
   f->writeInt16(62, off_ ? -c : c);
+  if (color_.isByColor()) f->writeInt32(420, (color_.red() << 16) | (color_.green() << 8) | color_.blue());
   std::wstring lt = recordName(linetype_);
   f->writeString(6, lt.empty() ? L"Continuous" : lt);
   f->writeBool(290, plottable_);
@@ -129,6 +131,7 @@ Acad::ErrorStatus AcDbLayerTableRecord::dxfInFields(AcDbDxfFiler *f) {
     off_ = v < 0;
     color_.setColorIndex(Adesk::UInt16(v < 0 ? -v : v));
   }
+  if (f->getInt(420, v)) color_.setRGB(Adesk::UInt8(v >> 16), Adesk::UInt8(v >> 8), Adesk::UInt8(v));
   std::wstring lt;
   if (f->getString(6, lt) && database()) {
     AcDbObjectId id = recordId(database()->linetypeTableId(), lt);

@@ -19,13 +19,17 @@ bool entityOwnCode(int code) {
   }
 }
 
+}  // namespace
+
 // Old files (before subclass markers) give no 100 groups; newer readers
 // expect them in entities of a file with markers. The kinds that old files
 // hold and that are kept as groups get them as the layout of their kind
 // places them: one marker first, for text kinds a second before the
 // vertical alignment (73, or 74 for ATTRIB/ATTDEF), for dimensions one per
-// part, for meshes the kind of mesh or of vertex.
-void addMarkers(const std::wstring &type, std::vector<AcDbDxfFiler::Item> &groups) {
+// part, for meshes the kind of mesh or of vertex. Other kinds are left as
+// they are. Entities kept by their groups use it, and so do dimensions read
+// without markers (shapes.cpp).
+void vantry::host::addKindMarkers(const std::wstring &type, std::vector<AcDbDxfFiler::Item> &groups) {
   auto marker = [](const wchar_t *name) {
     AcDbDxfFiler::Item it;
     it.code = 100;
@@ -109,8 +113,6 @@ void addMarkers(const std::wstring &type, std::vector<AcDbDxfFiler::Item> &group
   groups = std::move(out);
 }
 
-}  // namespace
-
 Acad::ErrorStatus VerbatimEntity::dxfOutFields(AcDbDxfFiler *f) const {
   AcDbEntity::dxfOutFields(f);
   for (const auto &it : extra_) f->items().push_back(it);
@@ -141,7 +143,7 @@ Acad::ErrorStatus VerbatimEntity::dxfInFields(AcDbDxfFiler *f) {
     bool markers = std::any_of(its.begin(), its.end(), [](const auto &it) { return it.code == 100; });
     for (const auto &it : its)
       if (!entityOwnCode(it.code) && !(it.code == 5 || it.code == 330)) groups_.push_back(it);
-    if (!markers) addMarkers(type_, groups_);
+    if (!markers) addKindMarkers(type_, groups_);
     return Acad::eOk;
   }
   auto it = entityMarker + 1;
@@ -163,10 +165,19 @@ Acad::ErrorStatus VerbatimObject::dxfOutFields(AcDbDxfFiler *f) const {
   return Acad::eOk;
 }
 
+// The handle (5, a dimension style's 105), the owner and the 102 groups
+// before the first subclass marker (reactors, extension dictionary) are the
+// object's own; a 330 or a 5 after a marker is a field like any other (a
+// layout's block record, a SORTENTSTABLE's sort handle).
 Acad::ErrorStatus VerbatimObject::dxfInFields(AcDbDxfFiler *f) {
   groups_.clear();
-  for (const auto &it : f->items())
-    if (it.code != 105 && it.code != 330) groups_.push_back(it);
+  bool marker = false;
+  for (const auto &it : f->items()) {
+    marker = marker || it.code == 100;
+    if (it.code == 105 || (!marker && ((it.code == 5 && type_ != L"DIMSTYLE") || it.code == 330 || it.code == 102 || it.code == 360)))
+      continue;
+    groups_.push_back(it);
+  }
   return Acad::eOk;
 }
 

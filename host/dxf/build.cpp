@@ -10,11 +10,15 @@
 // What is made: the layer, linetype, text style, application and block
 // tables with their records; block origins; the entities of every block, of
 // model space and of paper space; the root dictionary with the dictionaries
-// and groups under it; extended data; the current layer, text style,
-// linetype, colour, text size and spline settings. Entity kinds the database
-// has no class for are kept as their groups. Viewports, views, UCSs,
-// dimension styles, layouts and other objects are not kept: the writer makes
-// them anew. Polyface and polygon meshes are kept as their groups.
+// and groups under it; extension dictionaries; extended data; the current
+// layer, text style, linetype, colour, text size and spline settings.
+// Everything else is kept as its groups, with its handle, owner and
+// reactors, to be written back as read: entity kinds the database has no
+// class for, polyface and polygon meshes, the dimension style, viewport,
+// view and UCS tables, the objects (layouts, plot settings, styles ...),
+// the objects nothing reaches, and the file's classes.
+#include <algorithm>
+#include <map>
 #include <set>
 #include <unordered_map>
 
@@ -37,6 +41,17 @@ AcDbEntity *makeEntity(const std::wstring &type) {
   if (type == L"LEADER") return new AcDbLeader;
   if (type == L"3DFACE") return new AcDbFace;
   if (type == L"INSERT") return new AcDbBlockReference;
+  if (type == L"TEXT") return new AcDbText;
+  if (type == L"ATTDEF") return new AcDbAttributeDefinition;
+  if (type == L"POINT") return new AcDbPoint;
+  if (type == L"SOLID") return new AcDbSolid;
+  if (type == L"TRACE") return new AcDbTrace;
+  if (type == L"ELLIPSE") return new AcDbEllipse;
+  if (type == L"SPLINE") return new AcDbSpline;
+  if (type == L"XLINE") return new AcDbXline;
+  if (type == L"RAY") return new AcDbRay;
+  if (type == L"HATCH") return new AcDbHatch;
+  if (type == L"DIMENSION") return new AcDbDimension;
   return nullptr;
 }
 
@@ -82,7 +97,20 @@ class Builder {
     want_[obj] = claim(handle, r);
     AcDbObjectId id = DbAccess::addToDatabase(db_, obj, owner, true);
     open_.push_back(obj);
+    if (r) joined(obj, *r);
     return id;
+  }
+  // What a record says beside its groups, taken once its object has joined:
+  // reactors (applied at the end, when what they name is there) and an
+  // extension dictionary (made after the objects).
+  void joined(AcDbObject *obj, const Record &r) {
+    if (!r.reactors.empty()) reactors_.emplace_back(obj, &r);
+    if (r.xdict) xdicts_.emplace_back(obj, r.xdict);
+  }
+  // Reserves a handle that no database object takes (a BLOCK's, an
+  // ENDBLK's): 0 when the file gave none or an earlier object has it.
+  uint64_t reserve(const Record &r) {
+    return r.handle && claimed_.emplace(r.handle, r.line).second ? r.handle : 0;
   }
   void resolve(Record &r) {
     for (auto &it : r.fields.items())
@@ -92,6 +120,8 @@ class Builder {
   // Takes an entity out again (its data was refused): out of its block and
   // the store.
   void discard(AcDbEntity *ent, AcDbObjectId btr);
+  void forget(AcDbObject *obj);
+  AcDbEntity *keepAsRead(AcDbEntity *ent, Record &r, AcDbObjectId owner);
   void findStandIns(std::vector<Record> &records);
   const DxfStandIn *standInOf(const Record &insert, const Record **xrecord, std::wstring *cls) const;
   Table *table(const wchar_t *name);
@@ -107,8 +137,11 @@ class Builder {
   void objects();
   void dictionary(Record &r, AcDbDictionary *dict, bool root);
   void ownedObjects(Record &r, AcDbObject *owner);
+  void extensionDictionaries();
+  void looseObjects();
+  void applyReactors();
   void headerVariables();
-  void dimensionStyles();
+  void keptTable(const wchar_t *name);
 
   Drawing &d_;
   AcDbDatabase *db_;
@@ -124,6 +157,9 @@ class Builder {
   // Extended data of table records, applied once every table is read: it
   // may name an application whose record comes later in the file.
   std::vector<std::pair<AcDbObject *, const Record *>> tableXData_;
+  std::vector<std::pair<AcDbObject *, const Record *>> reactors_;
+  std::vector<std::pair<AcDbObject *, uint64_t>> xdicts_;  // object, its dictionary's handle
+  size_t xdictsMade_ = 0;
 };
 
 void Builder::build() {
@@ -156,7 +192,7 @@ void Builder::build() {
   symbolTable(L"STYLE", L"STYLE", impl_->styleTable, AcDbTextStyleTableRecord::desc());
   symbolTable(L"LAYER", L"LAYER", impl_->layerTable, AcDbLayerTableRecord::desc());
   symbolTable(L"BLOCK_RECORD", L"BLOCK_RECORD", impl_->blockTable, AcDbBlockTableRecord::desc());
-  dimensionStyles();
+  for (const wchar_t *name : {L"DIMSTYLE", L"VPORT", L"VIEW", L"UCS"}) keptTable(name);
   for (auto &[obj, r] : tableXData_) applyXData(obj, *r);
   std::vector<std::pair<AcDbObjectId, Block *>> defs;
   blockDefinitions(defs);
@@ -174,6 +210,11 @@ void Builder::build() {
     entity(r, owner);
   }
   objects();
+  extensionDictionaries();
+  looseObjects();
+  applyReactors();
+  for (Record &c : d_.classes)
+    if (c.type == L"CLASS") impl_->classes.push_back(c.fields.items());
   headerVariables();
   if (withoutHandle_ && d_.maxHandle)
     d_.notes.push_back(L"gave new handles to " + std::to_wstring(withoutHandle_) +
@@ -279,6 +320,8 @@ void Builder::blockDefinitions(std::vector<std::pair<AcDbObjectId, Block *>> &de
     }
     AcGePoint3d origin;
     if (b.begin.fields.getPoint(10, origin)) rec->setOrigin(origin);
+    if (!impl_->blockEnds.count(DbAccess::stub(rec)))
+      impl_->blockEnds[DbAccess::stub(rec)] = {reserve(b.begin), reserve(b.end)};
     defs.emplace_back(btr, &b);
   }
 }
@@ -299,6 +342,9 @@ void Builder::entity(Record &r, AcDbObjectId btr) {
       std::wstring why;
       AcDbEntity *ent = si->read(data, &why);
       if (!ent) fail(r, L"the " + cls + L" entity cannot be read: " + why);
+      // Its dictionary and record are the writer's to make again.
+      visited_.insert(r.xdict);
+      visited_.insert(xrecord->handle);
       appendTo(btr, place(ent, r.handle, btr, &r));
       resolve(r);
       if (Acad::ErrorStatus es = ent->AcDbEntity::dxfInFields(&r.fields); es != Acad::eOk)
@@ -319,9 +365,15 @@ void Builder::entity(Record &r, AcDbObjectId btr) {
   ent->setLayer(recordId(impl_->layerTable, L"0"));
   resolve(r);
   if (ent->dxfInFields(&r.fields) != Acad::eOk) {
-    note(r, L"dropped the " + r.type + L": its data is not valid");
-    discard(ent, btr);
-    return;
+    if (!AcDbGroupedEntity::cast(ent)) {
+      note(r, L"dropped the " + r.type + L": its data is not valid");
+      discard(ent, btr);
+      return;
+    }
+    auto &list = DbAccess::blockEntities(static_cast<AcDbBlockTableRecord *>(objectOf(btr)));
+    auto at = std::find(list.begin(), list.end(), ent->objectId());
+    ent = keepAsRead(ent, r, btr);
+    if (at != list.end()) *at = ent->objectId();
   }
   applyXData(ent, r);
   if (r.type == L"INSERT") attributes(r, ent);
@@ -330,24 +382,59 @@ void Builder::entity(Record &r, AcDbObjectId btr) {
 void Builder::discard(AcDbEntity *ent, AcDbObjectId btr) {
   auto &list = DbAccess::blockEntities(static_cast<AcDbBlockTableRecord *>(objectOf(btr)));
   std::erase(list, ent->objectId());
-  std::erase(open_, static_cast<AcDbObject *>(ent));
-  DbAccess::stub(ent)->obj = nullptr;
-  delete ent;
+  forget(ent);
 }
 
-// The ATTRIBs after an INSERT, kept as their groups and owned by it.
+// Takes an object out of the store and out of everything still to be done
+// with it (its reactors, its extension dictionary, its handle), and deletes it.
+void Builder::forget(AcDbObject *obj) {
+  std::erase(open_, obj);
+  std::erase_if(reactors_, [&](const auto &p) { return p.first == obj; });
+  std::erase_if(xdicts_, [&](const auto &p) { return p.first == obj; });
+  std::erase_if(tableXData_, [&](const auto &p) { return p.first == obj; });
+  want_.erase(obj);
+  DbAccess::stub(obj)->obj = nullptr;
+  delete obj;
+}
+
+// An entity of a kind kept by its groups (a hatch, a dimension) whose groups
+// the database refuses is kept as read instead: written back, not drawn.
+AcDbEntity *Builder::keepAsRead(AcDbEntity *ent, Record &r, AcDbObjectId owner) {
+  uint64_t handle = want_[ent];
+  forget(ent);
+  auto *kept = new VerbatimEntity(r.type);
+  want_[kept] = handle;
+  DbAccess::addToDatabase(db_, kept, owner, true);
+  open_.push_back(kept);
+  joined(kept, r);
+  kept->setLayer(recordId(impl_->layerTable, L"0"));
+  kept->dxfInFields(&r.fields);
+  return kept;
+}
+
+// The ATTRIBs after an INSERT and its end marker, owned by it. One whose
+// data does not read is kept as its groups.
 void Builder::attributes(Record &insert, AcDbEntity *ref) {
   std::vector<AcDbObjectId> ids;
   for (Record &a : insert.subs) {
     if (a.type != L"ATTRIB") continue;
-    auto *att = new VerbatimEntity(L"ATTRIB");
+    resolve(a);
+    AcDbEntity *att = new AcDbAttribute;
     AcDbObjectId id = place(att, a.handle, ref->objectId(), &a);
     att->setLayer(recordId(impl_->layerTable, L"0"));
-    resolve(a);
-    att->dxfInFields(&a.fields);
+    if (att->dxfInFields(&a.fields) != Acad::eOk) {
+      att = keepAsRead(att, a, ref->objectId());
+      id = att->objectId();
+    }
     applyXData(att, a);
     ids.push_back(id);
   }
+  for (Record &s : insert.subs)
+    if (s.type == L"SEQEND" && !ids.empty()) {
+      auto *end = new AcDbSequenceEnd;
+      ids.push_back(place(end, s.handle, ref->objectId(), &s));
+      end->setLayer(ref->layerId());
+    }
   if (!ids.empty()) impl_->attributes[DbAccess::stub(ref)] = std::move(ids);
 }
 
@@ -462,7 +549,7 @@ void Builder::dictionary(Record &r, AcDbDictionary *dict, bool root) {
     std::wstring key = its[i].text;
     uint64_t h = uint64_t(its[i + 1].integer);
     auto found = objectsByHandle_.find(h);
-    if ((root && isFixedRootKey(upperKey(key))) || found == objectsByHandle_.end() || key.empty()) continue;
+    if (found == objectsByHandle_.end() || key.empty()) continue;
     Record &child = *found->second;
     if (!visited_.insert(h).second) continue;  // a second way to the same object
     AcDbObject *obj = child.type == L"DICTIONARY" ? static_cast<AcDbObject *>(new AcDbDictionary)
@@ -475,6 +562,7 @@ void Builder::dictionary(Record &r, AcDbDictionary *dict, bool root) {
       fail(child, L"the dictionary entry \"" + key + L"\" is not valid", es);
     }
     open_.push_back(obj);
+    joined(obj, child);
     if (root && upperKey(key) == L"ACAD_GROUP") impl_->groupDict = id;
     if (auto *sub = AcDbDictionary::cast(obj)) {
       dictionary(child, sub, false);
@@ -499,7 +587,8 @@ void Builder::ownedObjects(Record &r, AcDbObject *owner) {
   if (!r.handle) return;
   std::vector<AcDbObjectId> ids;
   for (Record &o : d_.objects) {
-    if (!o.hasOwner || o.owner != r.handle || !o.handle || !visited_.insert(o.handle).second) continue;
+    if (!o.hasOwner || o.owner != r.handle || !o.handle || o.handle == r.xdict || !visited_.insert(o.handle).second)
+      continue;
     auto *obj = new VerbatimObject(o.type);
     AcDbObjectId id = place(obj, o.handle, owner->objectId(), &o);
     resolve(o);
@@ -511,25 +600,79 @@ void Builder::ownedObjects(Record &r, AcDbObject *owner) {
   if (!ids.empty()) impl_->attributes[DbAccess::stub(owner)] = std::move(ids);
 }
 
-// Dimension styles are kept as their groups, each once by name.
-void Builder::dimensionStyles() {
-  Table *t = table(L"DIMSTYLE");
+// A table the database does not model, kept as its groups: its head and
+// its records, with their handles. Dimension styles, views and UCSs are kept
+// once by name; viewports may share one ("*Active" split in tiles).
+void Builder::keptTable(const wchar_t *name) {
+  Table *t = table(name);
   if (!t) return;
+  auto &kept = impl_->keptTables[name];
+  auto *head = new VerbatimObject(L"TABLE");
+  kept.head = place(head, t->head.handle, AcDbObjectId::kNull, &t->head);
+  resolve(t->head);
+  head->dxfInFields(&t->head.fields);
+  tableXData_.emplace_back(head, &t->head);
+  bool unique = std::wstring_view(name) != L"VPORT";
   std::set<std::wstring> names;
   for (Record &r : t->records) {
-    std::wstring name;
-    if (upperKey(r.type) != L"DIMSTYLE" || !r.fields.getString(2, name) || !validSymbolName(name)) continue;
-    if (!names.insert(upperKey(name)).second) {
-      note(r, L"dropped the DIMSTYLE \"" + name + L"\": an earlier record has its name");
+    std::wstring recName;
+    if (upperKey(r.type) != name || !r.fields.getString(2, recName) || recName.empty()) continue;
+    if (unique && !names.insert(upperKey(recName)).second) {
+      note(r, L"dropped the " + r.type + L" \"" + recName + L"\": an earlier record has its name");
       continue;
     }
-    auto *style = new VerbatimObject(L"DIMSTYLE");
-    AcDbObjectId id = place(style, r.handle, AcDbObjectId::kNull, &r);
+    auto *rec = new VerbatimObject(name);
+    AcDbObjectId id = place(rec, r.handle, kept.head, &r);
     resolve(r);
-    style->dxfInFields(&r.fields);
-    tableXData_.emplace_back(style, &r);
-    impl_->dimStyles.push_back(id);
+    rec->dxfInFields(&r.fields);
+    tableXData_.emplace_back(rec, &r);
+    kept.records.push_back(id);
   }
+}
+
+// The extension dictionaries of the objects made so far (and of those made
+// while making them), each with what it holds.
+void Builder::extensionDictionaries() {
+  for (; xdictsMade_ < xdicts_.size(); ++xdictsMade_) {
+    auto [obj, handle] = xdicts_[xdictsMade_];
+    auto found = objectsByHandle_.find(handle);
+    if (found == objectsByHandle_.end() || found->second->type != L"DICTIONARY" || !visited_.insert(handle).second)
+      continue;
+    Record &r = *found->second;
+    auto *dict = new AcDbDictionary;
+    AcDbObjectId id = place(dict, handle, obj->objectId(), &r);
+    impl_->extensionDictionaries[DbAccess::stub(obj)] = id;
+    applyXData(dict, r);
+    dictionary(r, dict, false);
+  }
+}
+
+// Objects of the file that nothing made so far reaches (a second dictionary
+// without owner, an image definition's reactor owned by its image ...):
+// kept as their groups, owned by what the file says when it is there.
+// Extension dictionaries are left to their objects.
+void Builder::looseObjects() {
+  std::set<uint64_t> xdicts;
+  for (const Record &o : d_.objects)
+    if (o.xdict) xdicts.insert(o.xdict);
+  for (Record &o : d_.objects) {
+    if (o.handle && (xdicts.count(o.handle) || !visited_.insert(o.handle).second)) continue;
+    AcDbObjectId owner = idOf(o.owner);
+    auto *obj = new VerbatimObject(o.type);
+    AcDbObjectId id = place(obj, o.handle, objectOf(owner) ? owner : AcDbObjectId::kNull, &o);
+    resolve(o);
+    obj->dxfInFields(&o.fields);
+    applyXData(obj, o);
+    impl_->looseObjects.push_back(id);
+  }
+  extensionDictionaries();
+}
+
+// Reactors name what is there now; those naming nothing are left out.
+void Builder::applyReactors() {
+  for (auto &[obj, r] : reactors_)
+    for (uint64_t h : r->reactors)
+      if (AcDbObjectId id = idOf(h); objectOf(id) && id != obj->objectId()) obj->addPersistentReactor(id);
 }
 
 void Builder::headerVariables() {
@@ -552,6 +695,16 @@ void Builder::headerVariables() {
   if (const auto *s = item(L"$TEXTSIZE")) db_->setTextsize(s->real[0]);
   if (const auto *s = item(L"$SPLINESEGS")) db_->setSplinesegs(Adesk::Int16(s->integer));
   if (const auto *s = item(L"$SPLINETYPE")) db_->setSplinetype(Adesk::Int16(s->integer));
+  // The rest of the header is the drawing's own variables, kept as read;
+  // what the writer works out itself is left out.
+  for (const auto &[name, value] : d_.header) {
+    std::wstring key = upperKey(name.size() > 1 && name[0] == L'$' ? name.substr(1) : name);
+    if (key == L"ACADVER" || key == L"ACADMAINTVER" || key == L"HANDSEED" || key == L"DWGCODEPAGE" ||
+        key == L"CLAYER" || key == L"TEXTSTYLE" || key == L"CELTYPE" || key == L"CECOLOR" || key == L"TEXTSIZE" ||
+        key == L"SPLINESEGS" || key == L"SPLINETYPE" || key.empty() || groupKind(value.code) == Kind::Handle)
+      continue;
+    impl_->vars[key] = value;
+  }
 }
 
 }  // namespace
@@ -565,6 +718,42 @@ Acad::ErrorStatus buildDrawing(Drawing &d, AcDbDatabase *db, std::wstring *error
   }
   return Acad::eOk;
 }
+
+}  // namespace vantry::host::dxf
+
+namespace vantry::host {
+
+std::wstring describeKeptAsRead(AcDbDatabase *db) {
+  std::map<std::wstring, int> entities, records, objects;
+  auto *impl = db->impl();
+  for (const AcDbStub &s : impl->stubs) {
+    if (!s.obj || s.obj->isErased()) continue;
+    if (auto *e = VerbatimEntity::cast(s.obj)) {
+      ++entities[e->dxfType()];
+    } else if (auto *o = VerbatimObject::cast(s.obj)) {
+      const std::wstring &t = o->dxfType();
+      if (t == L"TABLE") continue;
+      ++(impl->keptTables.count(t) ? records : objects)[t];
+    }
+  }
+  auto list = [](const std::map<std::wstring, int> &counts) {
+    std::wstring out;
+    for (const auto &[type, n] : counts) out += (out.empty() ? L"" : L", ") + std::to_wstring(n) + L" " + type;
+    return out;
+  };
+  std::wstring out = list(entities);
+  auto part = [&](const wchar_t *what, const std::wstring &text) {
+    if (!text.empty()) out += (out.empty() ? L"" : L"; ") + std::wstring(what) + text;
+  };
+  part(L"table records: ", list(records));
+  part(L"objects: ", list(objects));
+  if (!impl->classes.empty()) part(L"", std::to_wstring(impl->classes.size()) + L" classes");
+  return out;
+}
+
+}  // namespace vantry::host
+
+namespace vantry::host::dxf {
 
 bool emptyDatabase(AcDbDatabase *db) {
   auto *impl = db->impl();

@@ -191,6 +191,22 @@ void Out::point(int code, const double *xyz, int dims) {
   for (int i = 0; i < dims; ++i) real(code + 10 * i, xyz[i]);
 }
 
+void Out::item(const AcDbDxfFiler::Item &it) {
+  if (it.dims) return point(it.code, it.real, it.dims);
+  switch (groupKind(it.code)) {
+    case Kind::Real:
+      return real(it.code, it.real[0]);
+    case Kind::Int:
+      return integer(it.code, it.integer);
+    case Kind::Handle:
+      if (!it.id.isNull() || it.text.empty()) return handle(it.code, it.id.isNull() ? 0 : it.id.handle().value());
+      return text(it.code, it.text);
+    case Kind::Text:
+    case Kind::Binary:
+      return text(it.code, it.text);
+  }
+}
+
 bool Out::flush() {
   if (!buf_.empty() && !failed_ && std::fwrite(buf_.data(), 1, buf_.size(), f_) != buf_.size())
     failed_ = true;

@@ -34,6 +34,11 @@ Acad::ErrorStatus saveDxf(AcDbDatabase *db, const std::string &path, std::wstrin
 // empty.
 Acad::ErrorStatus openDxf(const std::string &path, AcDbDatabase *into, std::wstring *error);
 
+// What the drawing keeps as it was read because the database does not
+// model it, counted by kind ("6 ATTRIB, 2 DIMENSION; table records: 1
+// VPORT; objects: 2 LAYOUT; 12 classes"); empty when nothing.
+std::wstring describeKeptAsRead(AcDbDatabase *db);
+
 // A custom entity class files itself as simple entities (drawable by any DXF
 // reader) in an anonymous block, with one INSERT of that block in the
 // entity's place; its own data goes in an XRECORD in the INSERT's extension

@@ -1,9 +1,11 @@
 // The parts of a written drawing file that the database does not model but
-// strict readers expect: the class list, the viewport, view, UCS and
-// dimension style tables, and the layout, multiline style, plot settings and
-// plot style name objects of the root dictionary.
+// strict readers expect, made where the drawing does not keep the file's
+// own: the class list, the viewport "*Active", the dimension style
+// Standard, and the layout, multiline style, plot settings and plot style
+// name objects of the root dictionary.
 #include <algorithm>
 
+#include "common/text.h"
 #include "dxf/internal.h"
 
 namespace vantry::host::dxf {
@@ -13,15 +15,6 @@ void reactors(Out &out, uint64_t owner) {
   out.ascii(102, "{ACAD_REACTORS");
   out.handle(330, owner);
   out.ascii(102, "}");
-}
-
-void tableHead(Out &out, const char *name, uint64_t handle, int count) {
-  out.ascii(0, "TABLE");
-  out.ascii(2, name);
-  out.handle(5, handle);
-  out.handle(330, 0);
-  out.ascii(100, "AcDbSymbolTable");
-  out.integer(70, count);
 }
 
 void xyz(Out &out, int code, double x, double y, double z) {
@@ -34,9 +27,12 @@ void xy(Out &out, int code, double x, double y) {
   out.point(code, p, 2);
 }
 
-void layout(Out &out, const Fixed &fx, uint64_t handle, const char *name, int tab, uint64_t block) {
+}  // namespace
+
+void writeLayout(Out &out, const Fixed &fx, const Fixed::Layout &l) {
+  int tab = l.tab;
   out.ascii(0, "LAYOUT");
-  out.handle(5, handle);
+  out.handle(5, l.handle);
   reactors(out, fx.layoutDict);
   out.handle(330, fx.layoutDict);
   out.ascii(100, "AcDbPlotSettings");
@@ -59,7 +55,7 @@ void layout(Out &out, const Fixed &fx, uint64_t handle, const char *name, int ta
   out.real(148, 0);
   out.real(149, 0);
   out.ascii(100, "AcDbLayout");
-  out.ascii(1, name);
+  out.ascii(1, l.name);
   out.integer(70, 1);
   out.integer(71, tab);
   xy(out, 10, 0, 0);
@@ -72,8 +68,10 @@ void layout(Out &out, const Fixed &fx, uint64_t handle, const char *name, int ta
   xyz(out, 16, 1, 0, 0);
   xyz(out, 17, 0, 1, 0);
   out.integer(76, 1);
-  out.handle(330, block);
+  out.handle(330, l.block);
 }
+
+namespace {
 
 void dictionaryHead(Out &out, const char *type, uint64_t handle, uint64_t owner) {
   out.ascii(0, type);
@@ -86,14 +84,28 @@ void dictionaryHead(Out &out, const char *type, uint64_t handle, uint64_t owner)
 
 }  // namespace
 
-bool isFixedRootKey(std::wstring_view key) {
-  return key == L"ACAD_LAYOUT" || key == L"ACAD_MLINESTYLE" || key == L"ACAD_PLOTSETTINGS" ||
-         key == L"ACAD_PLOTSTYLENAME";
+void writeTableHead(Out &out, const char *name, uint64_t handle, int count) {
+  out.ascii(0, "TABLE");
+  out.ascii(2, name);
+  out.handle(5, handle);
+  out.handle(330, 0);
+  out.ascii(100, "AcDbSymbolTable");
+  out.integer(70, count);
 }
 
 // Classes of the objects written that have no fixed type number in the
-// layout: 90 proxy flags, 280 was-a-proxy, 281 is-an-entity.
-void writeClasses(Out &out) {
+// layout (1 DXF name, 2 class name, 3 application, 90 proxy flags, 280
+// was-a-proxy, 281 is-an-entity): those the file gave, then the writer's
+// own that are not among them.
+void writeClasses(Out &out, const std::vector<std::vector<AcDbDxfFiler::Item>> &kept) {
+  std::vector<std::wstring> names;
+  for (const auto &groups : kept) {
+    out.ascii(0, "CLASS");
+    for (const auto &it : groups) {
+      out.item(it);
+      if (it.code == 1) names.push_back(upperKey(it.text));
+    }
+  }
   struct Cls {
     const char *dxf, *cpp;
   };
@@ -101,6 +113,7 @@ void writeClasses(Out &out) {
                                 {"ACDBPLACEHOLDER", "AcDbPlaceHolder"},
                                 {"LAYOUT", "AcDbLayout"}};
   for (const Cls &c : classes) {
+    if (std::find(names.begin(), names.end(), text::fromUtf8(c.dxf)) != names.end()) continue;
     out.ascii(0, "CLASS");
     out.ascii(1, c.dxf);
     out.ascii(2, c.cpp);
@@ -111,9 +124,8 @@ void writeClasses(Out &out) {
   }
 }
 
-// The one viewport "*Active", looking at the drawing's extents.
-void writeVportTable(Out &out, const Fixed &fx, const AcDbExtents &ext) {
-  tableHead(out, "VPORT", fx.vportTable, 1);
+// The viewport "*Active", looking at the drawing's extents.
+void writeActiveViewport(Out &out, const Fixed &fx, const AcDbExtents &ext) {
   double cx = 0, cy = 0, h = 297;
   if (!ext.isEmpty()) {
     cx = (ext.minPoint().x + ext.maxPoint().x) / 2;
@@ -152,20 +164,11 @@ void writeVportTable(Out &out, const Fixed &fx, const AcDbExtents &ext) {
   xyz(out, 112, 0, 1, 0);
   out.integer(79, 0);
   out.real(146, 0);
-  out.ascii(0, "ENDTAB");
-}
-
-void writeEmptyTable(Out &out, const char *name, uint64_t handle) {
-  tableHead(out, name, handle, 0);
-  out.ascii(0, "ENDTAB");
 }
 
 // The dimension style "Standard" with metric values and the text style
 // "Standard".
-void writeDimStyleTable(Out &out, const Fixed &fx, int kept, bool standard) {
-  tableHead(out, "DIMSTYLE", fx.dimTable, kept + (standard ? 1 : 0));
-  out.ascii(100, "AcDbDimStyleTable");
-  if (!standard) return;
+void writeStandardDimStyle(Out &out, const Fixed &fx) {
   out.ascii(0, "DIMSTYLE");
   out.handle(105, fx.dimStandard);
   out.handle(330, fx.dimTable);
@@ -182,33 +185,9 @@ void writeDimStyleTable(Out &out, const Fixed &fx, int kept, bool standard) {
   if (fx.standardStyle) out.handle(340, fx.standardStyle);
 }
 
-void writeFixedRootEntries(Out &out, const Fixed &fx) {
-  out.ascii(3, "ACAD_LAYOUT");
-  out.handle(350, fx.layoutDict);
-  out.ascii(3, "ACAD_MLINESTYLE");
-  out.handle(350, fx.mlineDict);
-  out.ascii(3, "ACAD_PLOTSETTINGS");
-  out.handle(350, fx.plotSettingsDict);
-  out.ascii(3, "ACAD_PLOTSTYLENAME");
-  out.handle(350, fx.plotStyleDict);
-}
+namespace {
 
-void writeFixedObjects(Out &out, const Fixed &fx) {
-  dictionaryHead(out, "DICTIONARY", fx.layoutDict, fx.nod);
-  out.ascii(3, "Model");
-  out.handle(350, fx.layoutModel);
-  out.ascii(3, "Layout1");
-  out.handle(350, fx.layoutPaper);
-  for (size_t i = 0; i < fx.moreLayouts.size(); ++i) {
-    out.ascii(3, "Layout" + std::to_string(i + 2));
-    out.handle(350, fx.moreLayouts[i].first);
-  }
-  layout(out, fx, fx.layoutModel, "Model", 0, fx.modelSpace);
-  layout(out, fx, fx.layoutPaper, "Layout1", 1, fx.paperSpace);
-  for (size_t i = 0; i < fx.moreLayouts.size(); ++i)
-    layout(out, fx, fx.moreLayouts[i].first, ("Layout" + std::to_string(i + 2)).c_str(), int(i + 2),
-           fx.moreLayouts[i].second);
-
+void writeMlineStyles(Out &out, const Fixed &fx) {
   dictionaryHead(out, "DICTIONARY", fx.mlineDict, fx.nod);
   out.ascii(3, "Standard");
   out.handle(350, fx.mlineStandard);
@@ -229,9 +208,9 @@ void writeFixedObjects(Out &out, const Fixed &fx) {
     out.integer(62, 256);
     out.ascii(6, "BYLAYER");
   }
+}
 
-  dictionaryHead(out, "DICTIONARY", fx.plotSettingsDict, fx.nod);
-
+void writePlotStyleNames(Out &out, const Fixed &fx) {
   dictionaryHead(out, "ACDBDICTIONARYWDFLT", fx.plotStyleDict, fx.nod);
   for (const auto &[name, h] : fx.plotStyles) {
     out.text(3, name);
@@ -245,6 +224,34 @@ void writeFixedObjects(Out &out, const Fixed &fx) {
     reactors(out, fx.plotStyleDict);
     out.handle(330, fx.plotStyleDict);
   }
+}
+
+}  // namespace
+
+void writeFixedRootEntries(Out &out, const Fixed &fx) {
+  auto entry = [&](const char *key, uint64_t handle) {
+    if (!handle) return;
+    out.ascii(3, key);
+    out.handle(350, handle);
+  };
+  if (!fx.keptLayoutDict) entry("ACAD_LAYOUT", fx.layoutDict);
+  entry("ACAD_MLINESTYLE", fx.mlineDict);
+  entry("ACAD_PLOTSETTINGS", fx.plotSettingsDict);
+  entry("ACAD_PLOTSTYLENAME", fx.plotStyleDict);
+}
+
+void writeFixedObjects(Out &out, const Fixed &fx) {
+  if (!fx.keptLayoutDict) {
+    dictionaryHead(out, "DICTIONARY", fx.layoutDict, fx.nod);
+    for (const Fixed::Layout &l : fx.layouts) {
+      out.ascii(3, l.name);
+      out.handle(350, l.handle);
+    }
+    for (const Fixed::Layout &l : fx.layouts) writeLayout(out, fx, l);
+  }
+  if (fx.mlineDict) writeMlineStyles(out, fx);
+  if (fx.plotSettingsDict) dictionaryHead(out, "DICTIONARY", fx.plotSettingsDict, fx.nod);
+  if (fx.plotStyleDict) writePlotStyleNames(out, fx);
 }
 
 }  // namespace vantry::host::dxf

@@ -64,6 +64,9 @@ class Out {
   void integer(int code, int64_t v);
   void handle(int code, uint64_t h);
   void point(int code, const double *xyz, int dims);
+  // A group as a filer holds it; a reference as its object's handle (or
+  // the text read, when it names no object).
+  void item(const AcDbDxfFiler::Item &it);
   // Writes what is buffered; false once any write failed.
   bool flush();
   bool failed() const { return failed_; }
@@ -79,34 +82,41 @@ class Out {
   bool failed_ = false;
 };
 
-// Handles of what a written file holds beside the database's own objects:
-// the tables and objects every file of the layout has and the database does
-// not model (viewport, view, UCS and dimension style tables, layouts,
-// multiline style, plot settings and plot style names).
+// What a written file holds beside the database's own objects, where the
+// drawing does not keep the file's own: the viewport "*Active", the
+// dimension style Standard, layouts, the multiline style Standard, the plot
+// settings and plot style name dictionaries. A handle of 0 means the
+// drawing keeps its own and the writer makes none.
 struct Fixed {
-  uint64_t vportTable = 0, vportActive = 0, viewTable = 0, ucsTable = 0, dimTable = 0, dimStandard = 0;
-  uint64_t layoutDict = 0, layoutModel = 0, layoutPaper = 0, mlineDict = 0, mlineStandard = 0;
-  uint64_t plotSettingsDict = 0, plotStyleDict = 0;
-  // Plot style name placeholders by name, "Normal" first.
+  // Heads of the tables the database does not model (the file's when kept).
+  uint64_t vportTable = 0, viewTable = 0, ucsTable = 0, dimTable = 0;
+  uint64_t vportActive = 0, dimStandard = 0;
+  // The layout dictionary: the drawing's (kept) or the writer's.
+  uint64_t layoutDict = 0;
+  bool keptLayoutDict = false;
+  // Layouts the writer makes, for layout blocks without one of their own.
+  struct Layout {
+    uint64_t handle, block;
+    std::string name;
+    int tab;
+  };
+  std::vector<Layout> layouts;
+  uint64_t mlineDict = 0, mlineStandard = 0, plotSettingsDict = 0, plotStyleDict = 0;
+  // Plot style name placeholders the writer makes, by name, "Normal" first.
   std::vector<std::pair<std::wstring, uint64_t>> plotStyles;
   // Database objects they refer to.
-  uint64_t nod = 0, modelSpace = 0, paperSpace = 0, standardStyle = 0;
-  // Paper space blocks beyond the first (*Paper_Space0 ...): each gets a
-  // layout of its own, "Layout2" on. Pairs of (layout handle, block handle).
-  std::vector<std::pair<uint64_t, uint64_t>> moreLayouts;
+  uint64_t nod = 0, standardStyle = 0;
 };
-// The keys of the root dictionary that the writer makes itself (and the
-// reader therefore leaves out).
-bool isFixedRootKey(std::wstring_view key);
-void writeClasses(Out &out);
-void writeVportTable(Out &out, const Fixed &fx, const AcDbExtents &extents);
-void writeEmptyTable(Out &out, const char *name, uint64_t handle);
-// The dimension style table's head and, when `standard`, the Standard
-// style; the caller writes the `kept` styles of the drawing and ENDTAB.
-void writeDimStyleTable(Out &out, const Fixed &fx, int kept, bool standard);
+void writeClasses(Out &out, const std::vector<std::vector<AcDbDxfFiler::Item>> &kept);
+void writeTableHead(Out &out, const char *name, uint64_t handle, int count);
+void writeActiveViewport(Out &out, const Fixed &fx, const AcDbExtents &extents);
+void writeStandardDimStyle(Out &out, const Fixed &fx);
 // The root dictionary's entries for the fixed objects, as 3/350 pairs.
 void writeFixedRootEntries(Out &out, const Fixed &fx);
+// The fixed objects; the made layouts only with the writer's own layout
+// dictionary (writeLayout puts them in a kept one).
 void writeFixedObjects(Out &out, const Fixed &fx);
+void writeLayout(Out &out, const Fixed &fx, const Fixed::Layout &layout);
 
 // Writes an object's extended data: 1001 and the application's name, then
 // its items (points as three groups, binary chunks as hexadecimal).
@@ -141,14 +151,14 @@ struct Table {
   std::vector<Record> records;
 };
 struct Block {
-  Record begin;
+  Record begin, end;  // the BLOCK and the ENDBLK (empty when missing)
   std::vector<Record> entities;
 };
 struct Drawing {
   std::map<std::wstring, AcDbDxfFiler::Item> header;  // variable -> its first value
   std::vector<Table> tables;
   std::vector<Block> blocks;
-  std::vector<Record> entities, objects;
+  std::vector<Record> classes, entities, objects;
   uint64_t maxHandle = 0;  // the largest handle named anywhere, $HANDSEED - 1 included
   // What was dropped or repaired while reading, one line each ("line 12:
   // ..."), in the order found.

@@ -7,9 +7,9 @@
 //   HEADER   := ("9/$NAME" group*)*
 //   TABLES   := ("0/TABLE" group* record* "0/ENDTAB")*
 //   BLOCKS   := ("0/BLOCK" group* record* "0/ENDBLK" group*)*
-//   ENTITIES, OBJECTS := record*
+//   CLASSES, ENTITIES, OBJECTS := record*
 //   record   := "0/TYPE" group*   (up to the next 0 group)
-// Other sections (CLASSES, THUMBNAILIMAGE ...) are skipped whole.
+// Other sections (THUMBNAILIMAGE, ACDSDATA ...) are skipped whole.
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
@@ -250,6 +250,8 @@ void Parser::file() {
         records(d_.entities, "ENDSEC");
       else if (name == "OBJECTS")
         records(d_.objects, "ENDSEC");
+      else if (name == "CLASSES")
+        records(d_.classes, "ENDSEC");
       else
         skipSection();
     }
@@ -300,6 +302,17 @@ void Parser::header() {
         } catch (const BadValue &) {
         }
         first = false;
+      } else if (int c = c_.code(); c >= 20 && c <= 39 && (c % 10) < 9) {
+        // The further coordinates of a point variable (10 20 30).
+        auto found = d_.header.find(name);
+        if (found != d_.header.end() && found->second.code == c % 10 + 10 && groupKind(c) == Kind::Real) {
+          try {
+            int axis = c / 10 - 1;
+            found->second.real[axis] = real(c, c_.value());
+            found->second.dims = std::max(found->second.dims, axis + 1 < 2 ? 2 : axis + 1);
+          } catch (const BadValue &) {
+          }
+        }
       }
       advance();
     }
@@ -356,7 +369,7 @@ void Parser::blocks() {
     Block b;
     b.begin = record();
     if (records(b.entities, "ENDBLK", "BLOCK"))
-      record();  // ENDBLK and its groups
+      b.end = record();
     else
       note(b.begin.line, L"the BLOCK has no ENDBLK; its entities are kept");
     d_.blocks.push_back(std::move(b));
@@ -418,7 +431,9 @@ Record Parser::record() {
         continue;
       }
       // A dimension style's handle is 105: its 5 names the arrow block.
-      if (code == 105 || (code == 5 && r.type != L"DIMSTYLE")) {
+      // After a subclass marker a 5 is a field (a SORTENTSTABLE's sort
+      // handles), not the record's handle.
+      if (code == 105 || (code == 5 && r.type != L"DIMSTYLE" && !marker)) {
         r.handle = 0;
         r.handle = handle(code, v);
         advance();
@@ -487,7 +502,7 @@ Record Parser::record() {
           it.integer = integer(code, v);
           break;
         case Kind::Handle:
-          if (code == 5) {  // a dimension style's arrow block
+          if (code == 5) {  // a dimension style's arrow block, a sort handle
             it.text = readText(v);
             break;
           }

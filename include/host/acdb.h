@@ -113,7 +113,15 @@ class PolylineVertices;
 namespace AcDb {
 enum OpenMode { kForRead = 0, kForWrite = 1, kForNotify = 2 };
 enum Visibility { kVisible = 0, kInvisible = 1 };
-enum LineWeight { kLnWtByLayer = -1, kLnWtByBlock = -2, kLnWtByLwDefault = -3, kLnWt000 = 0, kLnWt025 = 25 };
+// Hundredths of a millimetre. Every standard weight is named, so that any
+// of them (and anything a file holds up to 211) is a value of the type.
+enum LineWeight {
+  kLnWtByLayer = -1, kLnWtByBlock = -2, kLnWtByLwDefault = -3,
+  kLnWt000 = 0, kLnWt005 = 5, kLnWt009 = 9, kLnWt013 = 13, kLnWt015 = 15, kLnWt018 = 18,
+  kLnWt020 = 20, kLnWt025 = 25, kLnWt030 = 30, kLnWt035 = 35, kLnWt040 = 40, kLnWt050 = 50,
+  kLnWt053 = 53, kLnWt060 = 60, kLnWt070 = 70, kLnWt080 = 80, kLnWt090 = 90, kLnWt100 = 100,
+  kLnWt106 = 106, kLnWt120 = 120, kLnWt140 = 140, kLnWt158 = 158, kLnWt200 = 200, kLnWt211 = 211
+};
 enum Poly2dType { k2dSimplePoly = 0, k2dFitCurvePoly = 1, k2dQuadSplinePoly = 2, k2dCubicSplinePoly = 3 };
 enum Poly3dType { k3dSimplePoly = 0, k3dQuadSplinePoly = 1, k3dCubicSplinePoly = 2 };
 enum Vertex2dType { k2dVertex = 0, k2dSplineCtlVertex = 1, k2dSplineFitVertex = 2, k2dCurveFitVertex = 3 };
@@ -481,6 +489,8 @@ AcTransactionManager *acdbWorkingTransactionManager();
 
 #include "host/acdb_entity.h"
 #include "host/acdb_curves.h"
+#include "host/acdb_text.h"
+#include "host/acdb_shapes.h"
 #include "host/acdb_polylines.h"
 #include "host/acdb_annotation.h"
 #include "host/acdb_references.h"

@@ -27,6 +27,10 @@ class AcDbMText : public AcDbEntity {
   Acad::ErrorStatus setTextHeight(double h);  // h > 0
   double width() const { return width_; }
   Acad::ErrorStatus setWidth(double w);  // w >= 0; 0 means no wrapping
+  // The frame's defined height (a column's height where the text has
+  // columns); 0 means none.
+  double height() const { return definedHeight_; }
+  Acad::ErrorStatus setHeight(double h);  // h >= 0
   AcGeVector3d normal() const { return normal_; }
   Acad::ErrorStatus setNormal(const AcGeVector3d &n);  // not zero; keeps direction in the plane
   AcGeVector3d direction() const { return direction_; }
@@ -74,7 +78,7 @@ class AcDbMText : public AcDbEntity {
  private:
   std::wstring contents_;
   AcGePoint3d location_;
-  double height_ = 2.5, width_ = 0, spacing_ = 1.0, fillScale_ = 1.5;
+  double height_ = 2.5, width_ = 0, definedHeight_ = 0, spacing_ = 1.0, fillScale_ = 1.5;
   AcGeVector3d normal_ = AcGeVector3d::kZAxis, direction_ = AcGeVector3d::kXAxis;
   AttachmentPoint attachment_ = kTopLeft;
   FlowDirection flow_ = kLtoR;

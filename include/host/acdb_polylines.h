@@ -75,6 +75,7 @@ class AcDbObjectIterator {
  private:
   template <class>
   friend class vantry::host::PolylineVertices;
+  friend struct vantry::host::DbAccess;
   std::vector<AcDbObjectId> ids_;
   std::vector<AcDbEntity *> ents_;
   size_t pos_ = 0;

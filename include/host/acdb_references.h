@@ -51,6 +51,16 @@ class AcDbBlockReference : public AcDbEntity {
   Acad::ErrorStatus dxfOutFields(AcDbDxfFiler *filer) const override;
   Acad::ErrorStatus dxfInFields(AcDbDxfFiler *filer) override;
 
+  // Attributes. The reference must be resident and open for write and the
+  // attribute new; the attribute joins the database owned by the reference,
+  // open for write (the caller closes it). A drawing file writes them after
+  // the reference, with 66 set and an end marker.
+  Acad::ErrorStatus appendAttribute(AcDbObjectId &id, AcDbAttribute *att);
+  Acad::ErrorStatus appendAttribute(AcDbAttribute *att);
+  // Walks the attributes that are not erased; the caller deletes it.
+  AcDbObjectIterator *attributeIterator() const;
+  std::vector<AcDbObjectId> attributeIds() const;
+
  private:
   AcGePoint3d position_;
   AcDbObjectId block_;

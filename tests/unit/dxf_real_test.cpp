@@ -181,13 +181,14 @@ TEST(DxfRealFaults, XDataNamingAnApplicationRegisteredLaterDoesNotCrash) {
 // 102 groups that hold a plain string (not "{NAME" ... "}") were refused;
 // an XRECORD's groups of 1000 and up were taken for extended data without
 // its application; an MTEXT's embedded column object (whose 11 is a zero
-// vector) made the text "not valid". Each is kept and written back.
+// vector) made the text "not valid", and its defined height (46, the
+// columns' height) was written as 0. Each is kept and written back.
 TEST(DxfRealFaults, PlainStrings102XRecordDataAndMTextColumnsAreKept) {
   std::string text = kEntities +
                      "0\nHATCH\n5\n40\n330\n1F\n100\nAcDbEntity\n8\n0\n100\nAcDbHatch\n10\n0\n20\n0\n30\n0\n"
                      "2\nSOLID\n70\n1\n102\nDISPLAYNAME\n1\nkept\n"
                      "0\nMTEXT\n5\n41\n100\nAcDbEntity\n8\n0\n100\nAcDbMText\n10\n1\n20\n2\n30\n0\n40\n1.0\n"
-                     "41\n20.0\n71\n1\n1\ncolumn text\n101\nEmbedded Object\n70\n1\n10\n1\n20\n0\n30\n0\n"
+                     "41\n20.0\n46\n100.0\n71\n1\n1\ncolumn text\n101\nEmbedded Object\n70\n1\n10\n1\n20\n0\n30\n0\n"
                      "11\n0\n21\n0\n31\n0\n40\n20\n72\n3\n" +
                      kEnd + "0\nSECTION\n2\nOBJECTS\n0\nXRECORD\n5\n50\n100\nAcDbXrecord\n1000\nDSTYLE\n1002\n{\n"
                      "1070\n3\n1002\n}\n" + kEnd + kEof;
@@ -211,13 +212,14 @@ TEST(DxfRealFaults, PlainStrings102XRecordDataAndMTextColumnsAreKept) {
   ACHAR *contents = mtext->contents();
   EXPECT_STREQ(contents, L"column text");
   acutDelString(contents);
+  EXPECT_EQ(mtext->height(), 100.0) << "a column's defined height";
   EXPECT_NE(saved.find("101\nEmbedded Object\n"), std::string::npos) << "the columns are written back";
 }
 
 // ATTRIBs after an INSERT were skipped, and a second paper space block
-// (*Paper_Space0) lost its layout, so other readers dropped it; dimension
-// styles other than Standard were not kept, so a DIMENSION named one
-// that was not there.
+// (*Paper_Space0) lost its layout and its paper space mark, so other
+// readers dropped it; dimension styles other than Standard were not kept,
+// so a DIMENSION named one that was not there.
 TEST(DxfRealFaults, AttributesLayoutsAndDimensionStylesSurviveASave) {
   std::string text = kTables +
                      "0\nTABLE\n2\nDIMSTYLE\n5\nA\n0\nDIMSTYLE\n105\n27\n2\nISO-25\n70\n0\n41\n2.5\n0\nENDTAB\n"
@@ -242,11 +244,13 @@ TEST(DxfRealFaults, AttributesLayoutsAndDimensionStylesSurviveASave) {
     EXPECT_TRUE(got.count(e)) << text::toUtf8(e.second);
   // The file's style keeps its handle; Standard is added beside it.
   std::map<std::wstring, uint64_t> styles;
-  for (AcDbObjectId id : again.impl()->dimStyles)
+  for (AcDbObjectId id : again.impl()->keptTables[L"DIMSTYLE"].records)
     styles[VerbatimObject::cast(objectOf(id))->name()] = id.handle().value();
   EXPECT_EQ(styles[L"ISO-25"], 0x27u);
   EXPECT_TRUE(styles.count(L"Standard"));
   EXPECT_NE(saved.find("  1\nLayout2\n"), std::string::npos) << "*Paper_Space0 has a layout";
+  EXPECT_NE(saved.find(" 67\n1\n  8\n0\n100\nAcDbBlockBegin\n  2\n*Paper_Space0\n"), std::string::npos)
+      << "a second layout's block is paper space";
   EXPECT_NE(saved.find(" 66\n1\n"), std::string::npos) << "the INSERT says its attributes follow";
 }
 
@@ -286,6 +290,88 @@ TEST(DxfRealFaults, MeshesAndOldDimensionsSurviveASave) {
   size_t rotated = saved.find("100\nAcDbRotatedDimension\n 50\n");
   EXPECT_NE(dim, std::string::npos);
   EXPECT_TRUE(dim < aligned && aligned < rotated && rotated != std::string::npos);
+}
+
+// What the database does not model survives a save as read, with its
+// handles: the viewport, view and UCS tables, the layouts (each block
+// record naming its own, each layout its block), plot settings, extension
+// dictionaries of entities and table records, an object nothing reaches
+// and the classes. A layout block without a layout gets one in the kept
+// dictionary. The open message counts what is kept.
+TEST(DxfRealFaults, TablesLayoutsExtensionDictionariesAndLooseObjectsAreKept) {
+  std::string text =
+      "0\nSECTION\n2\nCLASSES\n0\nCLASS\n1\nVT_THING\n2\nVtThing\n3\nVT\n90\n0\n280\n0\n281\n0\n" + kEnd +
+      kTables +
+      "0\nTABLE\n2\nVPORT\n5\n8\n330\n0\n100\nAcDbSymbolTable\n70\n2\n"
+      "0\nVPORT\n5\n30\n330\n8\n100\nAcDbSymbolTableRecord\n100\nAcDbViewportTableRecord\n2\n*Active\n70\n0\n"
+      "12\n5\n22\n6\n40\n99\n"
+      "0\nVPORT\n5\n31\n330\n8\n100\nAcDbSymbolTableRecord\n100\nAcDbViewportTableRecord\n2\n*Active\n70\n0\n"
+      "0\nENDTAB\n0\nTABLE\n2\nVIEW\n5\n6\n330\n0\n100\nAcDbSymbolTable\n70\n1\n"
+      "0\nVIEW\n5\n32\n330\n6\n100\nAcDbSymbolTableRecord\n100\nAcDbViewTableRecord\n2\nNORTH\n70\n0\n40\n7\n"
+      "0\nENDTAB\n0\nTABLE\n2\nUCS\n5\n7\n330\n0\n100\nAcDbSymbolTable\n70\n1\n"
+      "0\nUCS\n5\n33\n330\n7\n100\nAcDbSymbolTableRecord\n100\nAcDbUCSTableRecord\n2\nSKEW\n70\n0\n"
+      "0\nENDTAB\n0\nTABLE\n2\nLAYER\n5\n2\n0\nLAYER\n5\n34\n102\n{ACAD_XDICTIONARY\n360\n90\n102\n}\n"
+      "330\n2\n100\nAcDbSymbolTableRecord\n100\nAcDbLayerTableRecord\n2\nDUCT\n70\n0\n62\n1\n6\nContinuous\n"
+      "0\nENDTAB\n0\nTABLE\n2\nBLOCK_RECORD\n5\n1\n0\nBLOCK_RECORD\n5\n1F\n2\n*Model_Space\n340\n50\n"
+      "0\nBLOCK_RECORD\n5\n1B\n2\n*Paper_Space\n340\n51\n0\nBLOCK_RECORD\n5\n3E\n2\n*Paper_Space0\n"
+      "0\nENDTAB\n" + kEnd + "0\nSECTION\n2\nBLOCKS\n"
+      "0\nBLOCK\n5\n20\n330\n1F\n2\n*Model_Space\n70\n0\n10\n0\n20\n0\n30\n0\n0\nENDBLK\n5\n21\n330\n1F\n"
+      "0\nBLOCK\n5\n1C\n330\n1B\n2\n*Paper_Space\n70\n0\n10\n0\n20\n0\n30\n0\n0\nENDBLK\n5\n1D\n330\n1B\n" +
+      kEnd + kEntities +
+      "0\nLINE\n5\n40\n102\n{ACAD_XDICTIONARY\n360\n92\n102\n}\n330\n1F\n100\nAcDbEntity\n8\nDUCT\n"
+      "100\nAcDbLine\n10\n0\n20\n0\n30\n0\n11\n1\n21\n1\n31\n0\n"
+      "0\nVIEWPORT\n5\n41\n330\n1B\n100\nAcDbEntity\n67\n1\n8\n0\n100\nAcDbViewport\n10\n5\n20\n5\n30\n0\n"
+      "40\n10\n41\n10\n69\n2\n341\n34\n" + kEnd +
+      "0\nSECTION\n2\nOBJECTS\n0\nDICTIONARY\n5\nC\n330\n0\n100\nAcDbDictionary\n3\nACAD_LAYOUT\n350\n1A\n"
+      "3\nACAD_PLOTSETTINGS\n350\n19\n"
+      "0\nDICTIONARY\n5\n1A\n330\nC\n100\nAcDbDictionary\n3\nModel\n350\n50\n3\nSheet A\n350\n51\n"
+      "0\nLAYOUT\n5\n50\n330\n1A\n100\nAcDbPlotSettings\n1\n\n100\nAcDbLayout\n1\nModel\n70\n1\n71\n0\n"
+      "330\n1F\n"
+      "0\nLAYOUT\n5\n51\n330\n1A\n100\nAcDbPlotSettings\n1\nA3 sheet\n100\nAcDbLayout\n1\nSheet A\n70\n1\n"
+      "71\n1\n330\n1B\n331\n41\n"
+      "0\nDICTIONARY\n5\n19\n330\nC\n100\nAcDbDictionary\n3\nA3\n350\n52\n"
+      "0\nPLOTSETTINGS\n5\n52\n330\n19\n100\nAcDbPlotSettings\n1\nA3\n"
+      "0\nDICTIONARY\n5\n90\n330\n34\n100\nAcDbDictionary\n280\n1\n3\nLAYER_NOTE\n360\n91\n"
+      "0\nXRECORD\n5\n91\n330\n90\n100\nAcDbXrecord\n1\nsupply only\n"
+      "0\nDICTIONARY\n5\n92\n330\n40\n100\nAcDbDictionary\n3\nVT_DATA\n350\n93\n"
+      "0\nXRECORD\n5\n93\n330\n92\n100\nAcDbXrecord\n70\n3\n"
+      "0\nVT_THING\n5\n95\n330\n0\n100\nVtThing\n1\nnobody's\n" + kEnd + kEof;
+  AcDbDatabase db, again;
+  std::string saved = roundTrip("kept.dxf", text, db, again);
+  auto has = [&](const std::string &what) { return saved.find(what) != std::string::npos; };
+  // Tables: heads and records with their handles, both "*Active" tiles, no
+  // viewport of the writer's own.
+  EXPECT_TRUE(has("  0\nTABLE\n  2\nVPORT\n  5\n8\n"));
+  EXPECT_TRUE(has("VPORT\n  5\n30\n") && has("VPORT\n  5\n31\n"));
+  EXPECT_EQ(again.impl()->keptTables[L"VPORT"].records.size(), 2u);
+  EXPECT_TRUE(has("VIEW\n  5\n32\n") && has("UCS\n  5\n33\n"));
+  EXPECT_TRUE(has("BLOCK\n  5\n20\n") && has("ENDBLK\n  5\n21\n")) << "BLOCK and ENDBLK keep their handles";
+  // Layouts: the file's, tied both ways; *Paper_Space0 had none and gets
+  // one in the same dictionary, under a name not taken.
+  EXPECT_TRUE(has("*Model_Space\n 70\n0\n340\n50\n") && has("*Paper_Space\n 70\n0\n340\n51\n"));
+  EXPECT_TRUE(has("1\nSheet A\n 70\n1\n 71\n1\n330\n1B\n331\n41\n"));
+  EXPECT_TRUE(has("  3\nSheet A\n350\n51\n  3\nLayout1\n350\n"));
+  EXPECT_EQ(saved.find("  3\nModel\n"), saved.rfind("  3\nModel\n")) << "one Model layout";
+  EXPECT_TRUE(has("PLOTSETTINGS\n  5\n52\n"));
+  EXPECT_EQ(saved.find("ACAD_PLOTSETTINGS"), saved.rfind("ACAD_PLOTSETTINGS"));
+  // Extension dictionaries of a layer and a line, with what they hold.
+  EXPECT_TRUE(has("2\nDUCT\n") && has("{ACAD_XDICTIONARY\n360\n90\n"));
+  EXPECT_TRUE(has("{ACAD_XDICTIONARY\n360\n92\n"));
+  EXPECT_TRUE(has("XRECORD\n  5\n91\n") && has("  1\nsupply only\n") && has("XRECORD\n  5\n93\n"));
+  // The object nothing reaches, the viewport's frozen layer, the class.
+  EXPECT_TRUE(has("VT_THING\n  5\n95\n") && has("nobody's"));
+  EXPECT_TRUE(has("341\n34\n"));
+  EXPECT_TRUE(has("  1\nVT_THING\n  2\nVtThing\n"));
+  // The open message's counts: the first open's are the file's own; the
+  // second open's also what the saved file added (the dimension style
+  // Standard, the layout of *Paper_Space0, the writer's three classes).
+  std::wstring kept = describeKeptAsRead(&db);
+  EXPECT_EQ(kept, L"1 VIEWPORT; table records: 1 UCS, 1 VIEW, 2 VPORT; objects: 2 LAYOUT, 1 PLOTSETTINGS, "
+                  L"1 VT_THING, 2 XRECORD; 1 classes");
+  kept = describeKeptAsRead(&again);
+  for (const wchar_t *part : {L"1 VIEWPORT", L"table records: 1 DIMSTYLE, 1 UCS, 1 VIEW, 2 VPORT", L"3 LAYOUT",
+                              L"1 PLOTSETTINGS", L"1 VT_THING", L"2 XRECORD", L"4 classes"})
+    EXPECT_NE(kept.find(part), std::wstring::npos) << text::toUtf8(part) << " in " << text::toUtf8(kept);
 }
 
 }  // namespace

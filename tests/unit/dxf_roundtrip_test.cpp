@@ -190,12 +190,13 @@ TEST(DxfRoundTrip, ForeignFilesOpenWithWhatTheyHave) {
   EXPECT_EQ(error, L"");
   auto *ms = AcDbBlockTableRecord::cast(objectOf(db.impl()->modelSpace));
   ASSERT_TRUE(ms);
-  // The texts are kept as their groups.
+  // The texts are texts of the drawing, read from a file without markers.
   ASSERT_EQ(ms->entityIds().size(), 3u);
-  for (int i : {1, 2}) {
-    auto *text = VerbatimEntity::cast(objectOf(ms->entityIds()[size_t(i)]));
+  for (auto [i, value] : {std::pair{1, L"hello"}, std::pair{2, L"again"}}) {
+    auto *text = AcDbText::cast(objectOf(ms->entityIds()[size_t(i)]));
     ASSERT_TRUE(text);
-    EXPECT_EQ(text->dxfType(), L"TEXT");
+    EXPECT_STREQ(text->textStringConst(), value);
+    EXPECT_EQ(text->height(), 2.5);
   }
   auto *line = AcDbLine::cast(objectOf(ms->entityIds()[0]));
   ASSERT_TRUE(line);
