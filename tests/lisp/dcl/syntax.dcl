@@ -1,0 +1,5 @@
+broken : dialog {
+  label = "Broken";
+  : button { key = "b" label = "B"; }
+  ok_only;
+}

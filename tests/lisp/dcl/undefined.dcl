@@ -1,0 +1,5 @@
+lost : dialog {
+  label = "Lost";
+  : no_such_tile { key = "x"; }
+  ok_only;
+}
