@@ -62,9 +62,8 @@ std::wstring number(double v) {
 
 
 int shortVar(const wchar_t *name, int fallback) {
-  auto &vars = Session::get().sysvars;
-  auto it = vars.find(name);
-  return it != vars.end() && it->second.restype == RTSHORT ? it->second.resval.rint : fallback;
+  resbuf rb{};
+  return acedGetVar(name, &rb) == RTNORM && rb.restype == RTSHORT ? rb.resval.rint : fallback;
 }
 
 Point lastPoint() {

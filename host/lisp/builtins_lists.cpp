@@ -506,6 +506,9 @@ Value fType(Interp &in, const Value *args, int nargs) {
     case Type::CatchError:
       name = L"VL-CATCH-ALL-APPLY-ERROR";
       break;
+    case Type::Foreign:
+      name = args[0].as<Foreign>()->typeName();
+      break;
   }
   return Value(in.intern(name));
 }

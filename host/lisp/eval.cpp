@@ -149,6 +149,9 @@ void Interp::error(std::wstring message) {
       } catch (const LispError &inner) {
         reportError(L"An error has occurred inside the *error* function" + inner.message);
       } catch (const ErrorHandled &) {
+      } catch (const Stopped &) {
+        inErrorHandler = false;
+        throw;
       }
       inErrorHandler = false;
       throw ErrorHandled{std::move(message)};
@@ -230,14 +233,24 @@ constinit thread_local uintptr_t stackLimit = UINTPTR_MAX;
 volatile std::sig_atomic_t interrupt = 0;
 }  // namespace safe
 
+// safe::interrupt: 0 nothing, 1 a cancel waiting for the next safe point,
+// 2 a stop, which is never consumed.
 void requestInterrupt() {
-  safe::interrupt = 1;
+  if (safe::interrupt != 2) safe::interrupt = 1;
 }
 
 bool takeInterrupt() {
   if (!safe::interrupt) return false;
-  safe::interrupt = 0;
+  if (safe::interrupt == 1) safe::interrupt = 0;
   return true;
+}
+
+void requestStop() {
+  safe::interrupt = 2;
+}
+
+void clearInterrupts() {
+  safe::interrupt = 0;
 }
 
 // The first safe point of a thread learns its stack's floor here (the limit
@@ -245,6 +258,7 @@ bool takeInterrupt() {
 void Interp::safePointSlow() {
   safe::stackLimit = stackFloor();
   if (stackNearlyFull()) error(kStackLimit);
+  if (safe::interrupt == 2) throw Stopped{};
   if (takeInterrupt()) {
     if (output) output(L"*Cancel*\n");
     error(L"Function cancelled");

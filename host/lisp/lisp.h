@@ -39,6 +39,10 @@ struct LispError {
 struct ErrorHandled {
   std::wstring message;
 };
+// The embedder's stop (requestStop): unwinds every evaluation to whoever
+// started it. Neither *error* nor vl-catch-all-apply sees it, so a loop that
+// catches its own cancels still ends.
+struct Stopped {};
 
 // Where a reader error happened, for messages that name the file and line.
 struct SourcePos {
@@ -196,8 +200,12 @@ inline constexpr StringEscape kStringEscapes[] = {
 
 // The person's Esc: set from a signal handler (the runner's SIGINT),
 // consumed by the evaluator at its next call or by acedUsrBrk.
+// A stop (requestStop) stays pending until clearInterrupts: every safe point
+// after it throws Stopped, and takeInterrupt keeps answering true.
 void requestInterrupt();
 bool takeInterrupt();
+void requestStop();
+void clearInterrupts();
 
 // Text conversion and case folding are the shared ones (common/text.h);
 // symbols fold as names do.

@@ -91,6 +91,9 @@ void printAtom(std::wstring &out, const Value &v, bool escape) {
     case Type::CatchError:
       out += L"#<%catch-all-apply-error%>";
       return;
+    case Type::Foreign:
+      out += v.as<Foreign>()->printed();
+      return;
   }
 }
 

@@ -33,6 +33,7 @@ enum class Type : uint8_t {
   Pickset,     // a selection set
   File,        // an open file descriptor
   CatchError,  // the error object of vl-catch-all-apply
+  Foreign,     // a value a host room defines (ActiveX objects, variants, safearrays)
 };
 
 struct Object {
@@ -255,6 +256,17 @@ struct File : Object {
 struct CatchError : Object {
   explicit CatchError(std::wstring m) : Object(Type::CatchError), message(std::move(m)) {}
   std::wstring message;
+};
+
+// A value whose kind a room of the host defines (host/activex: VLA-objects,
+// variants, safearrays). The LISP core knows of it only what `type` answers
+// and what the printer shows; everything else is the defining room's.
+struct Foreign : Object {
+  Foreign() : Object(Type::Foreign) {}
+  // What `type` answers (an upper-case symbol name: "VLA-OBJECT" ...).
+  virtual const wchar_t *typeName() const = 0;
+  // The printed form ("#<variant 5 1.0>" ...), the same for prin1 and princ.
+  virtual std::wstring printed() const = 0;
 };
 
 // --- Constructors and accessors ---------------------------------------------

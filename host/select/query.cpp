@@ -23,16 +23,18 @@ const AcDbLayerTableRecord *layerOf(const AcDbEntity &ent) {
 }
 
 double realVar(const wchar_t *name, double fallback) {
-  auto &vars = Session::get().sysvars;
-  auto it = vars.find(name);
-  if (it == vars.end()) return fallback;
-  switch (it->second.restype) {
+  resbuf rb{};
+  if (acedGetVar(name, &rb) != RTNORM) return fallback;
+  switch (rb.restype) {
     case RTREAL:
-      return it->second.resval.rreal;
+      return rb.resval.rreal;
     case RTSHORT:
-      return it->second.resval.rint;
+      return rb.resval.rint;
     case RTLONG:
-      return it->second.resval.rlong;
+      return rb.resval.rlong;
+    case RTSTR:
+      acutDelString(rb.resval.rstring);
+      return fallback;
     default:
       return fallback;
   }

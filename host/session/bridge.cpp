@@ -19,6 +19,8 @@
 #include <cstring>
 #include <cwchar>
 
+#include "activex/activex.h"
+#include "common/text.h"
 #include "engine/engine.h"
 #include "session/session.h"
 #include "session/internal.h"
@@ -368,8 +370,16 @@ Document *documentOf(void *owner) {
 }
 
 // Calls the handler registered for an external function with LISP values.
+// A script whose own document was closed goes on (the runner keeps its
+// interpreter): its external functions are then the current document's
+// functions of the same name and code, as a module defines them afresh in
+// every document it is loaded into.
 Value callExternal(Interp &in, const lisp::Exrxsubr &fn, const Value *args, int nargs) {
   Document *doc = documentOf(fn.owner);
+  if (!doc && (doc = Session::get().current())) {
+    auto name = doc->functions().names.find(fn.code);
+    if (name == doc->functions().names.end() || vantry::text::upcase(name->second) != vantry::text::upcase(fn.name)) doc = nullptr;
+  }
   int (*handler)() = nullptr;
   if (doc) {
     auto it = doc->functions().handlers.find(fn.code);
@@ -386,6 +396,9 @@ Value callExternal(Interp &in, const lisp::Exrxsubr &fn, const Value *args, int 
   int rc;
   try {
     rc = handler();
+  } catch (const vantry::lisp::Stopped &) {
+    calls.pop_back();
+    throw;
   } catch (...) {
     calls.pop_back();
     in.error(L"unhandled exception in external function " + in.intern(fn.name)->name);
@@ -439,6 +452,7 @@ void installHostLisp(Interp &in) {
   installHostFunctions(in);
   installEntityLisp(in);
   installSelectionLisp(in);
+  installActiveXLisp(in);
 }
 
 }  // namespace vantry::host

@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "dcl/dcl.h"
 #include "engine/engine.h"
 #include "dxf/dxf.h"
 #include "session/session.h"
@@ -133,6 +134,7 @@ void Session::reset() {
   seedSystemVariables();
   resetPlatform();
   resetEditorInput();
+  dcl::reset();
   // No document is open: whoever starts the host opens the first drawing
   // (newDocument(L"") gives "Drawing1.dwg").
 }
@@ -165,6 +167,9 @@ Document *Session::newDocument(const std::wstring &path) {
     }
     // What the reader left out or repaired, one line each.
     if (!why.empty()) print(L"\n" + title + L" is open; what was left out or repaired:\n" + why + L"\n");
+    // What it keeps as read without modelling it, counted by kind.
+    if (std::wstring kept = describeKeptAsRead(made->database()); !kept.empty())
+      print(L"\n" + title + L" keeps as read what is not modelled: " + kept + L"\n");
   }
   documents_.push_back(std::move(made));
   Document *doc = documents_.back().get();

@@ -11,6 +11,7 @@
 //   a number           the number typed
 //   nil                Enter alone
 //   cancel             Esc
+#include "dcl/dcl.h"
 #include "engine/engine.h"
 #include "session/session.h"
 #include "session/internal.h"
@@ -300,6 +301,8 @@ void installHostFunctions(lisp::Interp &in) {
   installSessionBuiltins(in);
   installCurveLisp(in);
   installCommandLisp(in);
+  dcl::installDialogLisp(in);
+  installOsnapLisp(in);
 }
 
 }  // namespace vantry::host

@@ -25,7 +25,9 @@ class Document;
 // Clears Session::sysvars and seeds the variables a script expects.
 void seedSystemVariables();
 // Sets a variable whatever its access, for the host's own bookkeeping
-// (DWGNAME, DWGPREFIX, LASTPOINT) and for tests. Creates it when unknown.
+// (DWGNAME, DWGPREFIX, LASTPOINT, CLAYER from -LAYER) and for tests. Creates
+// it when unknown. A drawing variable goes to the working drawing, which
+// ignores a value it cannot hold (a missing layer, a value of another type).
 void setSystemString(const std::wstring &name, std::wstring_view value);
 void setSystemValue(const std::wstring &name, const resbuf &value);
 // Appends to the command-line log (LOGFILENAME) while LOGFILEON is 1.
@@ -84,6 +86,32 @@ void installCommandLisp(lisp::Interp &in);
 // the pick-first set.
 void applySharedLisp(Document &doc);
 void resetSharedLisp();
+
+// --- Undo (undo.cpp): each database's record of changes, kept from the
+// first use of a command on it. A command is one step, UNDO BEgin to End
+// one step (a group), the changes LISP makes between commands one step.
+void undoCommandStarts(AcDbDatabase *db, const std::wstring &name);
+void undoCommandEnds(AcDbDatabase *db);
+void undoBegin(AcDbDatabase *db);
+void undoEnd(AcDbDatabase *db);
+void undoMark(AcDbDatabase *db);
+bool undoHasMark(AcDbDatabase *db);
+// Goes back count steps, or to the last mark when count < 0, printing what
+// it undid ("Mark encountered", "Everything has been undone").
+void undoBack(AcDbDatabase *db, int count);
+// UNDOCTL and UNDOMARKS as the record stands.
+void undoPublishState(AcDbDatabase *db);
+
+// --- Object snaps (osnap.cpp)
+// The OSMODE bits of a list of snap modes ("end,MID,_int", "non"); -1 when
+// a name is not a snap mode.
+int osnapBits(const std::wstring &modes);
+// The snap point nearest to pick for the modes (OSMODE bits) on what the
+// aperture around pick touches; from (the last point) is the base of
+// perpendicular, tangent and parallel snaps. False when none.
+bool osnapPoint(lisp::Interp &in, const AcGePoint3d &pick, int bits, const AcGePoint3d *from, AcGePoint3d &out);
+// osnap.
+void installOsnapLisp(lisp::Interp &in);
 
 // --- Documents (documents.cpp)
 // Turns a file name as LISP or the module writes it into an absolute native

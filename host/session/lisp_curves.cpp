@@ -1,10 +1,12 @@
 // The vlax-curve-* functions: the drawing's curve queries (AcDbCurve) from
-// LISP. The curve is given by its entity name. A query the curve cannot
-// answer (a parameter or distance beyond it, a point off it) gives nil, as
-// on the host; an argument of the wrong type is the host's argument error.
+// LISP. The curve is given by its entity name or its VLA-object. A query
+// the curve cannot answer (a parameter or distance beyond it, a point off
+// it) gives nil, as on the host; an argument of the wrong type is the
+// host's argument error.
 #include <algorithm>
 #include <cmath>
 
+#include "activex/activex.h"
 #include "db/lisp_data.h"
 #include "session/internal.h"
 #include "session/session.h"
@@ -22,7 +24,7 @@ struct CurveRef {
   AcDbCurve *curve = nullptr;
   CurveRef(Interp &in, const Value &v) {
     AcDbObjectId id;
-    if (!idFromValue(v, id)) in.badArgType(L"lentityp", v);
+    if (!objectIdOfValue(v, id)) in.badArgType(L"lentityp", v);
     AcDbEntity *ent = nullptr;
     if (acdbOpenObject(ent, id, AcDb::kForRead) != Acad::eOk) return;
     curve = AcDbCurve::cast(ent);

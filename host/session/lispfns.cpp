@@ -592,89 +592,7 @@ Value textboxFn(Interp &in, const Value *args, int nargs) {
   return box.take();
 }
 
-// --- osnap and nentselp ---------------------------------------------------------------
-
-// (osnap point modes): the snap point nearest to point among the modes
-// named ("_end,_mid", "cen" ...: endpoint, midpoint, center, nearest,
-// quadrant) on the curves the aperture box around the point touches; nil
-// when none. The aperture is APERTURE pixels of the headless view.
-Value osnapFn(Interp &in, const Value *args, int nargs) {
-  lisp::needArgs(in, nargs, 2, 2);
-  std::vector<Value> xyz = args[0].isCons() ? lisp::listToVector(args[0]) : std::vector<Value>{};
-  bool ok = xyz.size() == 2 || xyz.size() == 3;
-  for (const Value &c : xyz) ok = ok && c.isNumber();
-  if (!ok) in.badArgType(L"2D/3D point", args[0]);
-  AcGePoint3d pick(xyz[0].number(), xyz[1].number(), xyz.size() == 3 ? xyz[2].number() : 0.0);
-  std::wstring modes = text::upcase(lisp::strArg(in, args[1]));
-  auto has = [&](const wchar_t *m) {
-    size_t start = 0;
-    while (start <= modes.size()) {
-      size_t end = modes.find(L',', start);
-      if (end == std::wstring::npos) end = modes.size();
-      std::wstring one = modes.substr(start, end - start);
-      while (!one.empty() && (one[0] == L'_' || one[0] == L' ')) one.erase(0, 1);
-      if (one.size() >= 3 && std::wstring_view(m).starts_with(one.substr(0, 3))) return true;
-      start = end + 1;
-    }
-    return false;
-  };
-  resbuf rb{};
-  double aperture = acedGetVar(L"APERTURE", &rb) == RTNORM && rb.restype == RTSHORT ? rb.resval.rint : 10;
-  double viewsize = acedGetVar(L"VIEWSIZE", &rb) == RTNORM && rb.restype == RTREAL ? rb.resval.rreal : 100;
-  double screen = 800;
-  if (acedGetVar(L"SCREENSIZE", &rb) == RTNORM && rb.restype == RTPOINT && rb.resval.rpoint[1] > 0)
-    screen = rb.resval.rpoint[1];
-  double h = aperture * viewsize / screen;
-  lisp::ListBuilder lo, hi;
-  lo.add(Value::real(pick.x - h)), lo.add(Value::real(pick.y - h));
-  hi.add(Value::real(pick.x + h)), hi.add(Value::real(pick.y + h));
-  Value ssArgs[3] = {lisp::makeString(L"_C"), lo.take(), hi.take()};
-  Value ss = in.apply(Value(in.intern(L"SSGET")), ssArgs, 3);
-  if (ss.isNil()) return Value();
-  Value count = in.apply(Value(in.intern(L"SSLENGTH")), &ss, 1);
-  bool found = false;
-  AcGePoint3d best;
-  auto consider = [&](const AcGePoint3d &p) {
-    if (!found || p.distanceTo(pick) < best.distanceTo(pick)) best = p, found = true;
-  };
-  for (int32_t i = 0; i < (count.isNumber() ? int32_t(count.number()) : 0); ++i) {
-    Value nameArgs[2] = {ss, Value::integer(i)};
-    AcDbObjectId id;
-    if (!idFromValue(in.apply(Value(in.intern(L"SSNAME")), nameArgs, 2), id)) continue;
-    AcDbEntity *ent = nullptr;
-    if (acdbOpenObject(ent, id, AcDb::kForRead) != Acad::eOk) continue;
-    if (AcDbCurve *cv = AcDbCurve::cast(ent)) {
-      AcGePoint3d p;
-      double len = 0, e = 0;
-      if (has(L"ENDPOINT") && !cv->isClosed()) {
-        if (cv->getStartPoint(p) == Acad::eOk) consider(p);
-        if (cv->getEndPoint(p) == Acad::eOk) consider(p);
-      }
-      if (has(L"MIDPOINT") && cv->getEndParam(e) == Acad::eOk && cv->getDistAtParam(e, len) == Acad::eOk &&
-          cv->getPointAtDist(len / 2, p) == Acad::eOk)
-        consider(p);
-      if (has(L"NEAREST") && cv->getClosestPointTo(pick, p) == Acad::eOk) consider(p);
-      AcGePoint3d center;
-      double radius = 0;
-      if (AcDbCircle *c = AcDbCircle::cast(cv)) center = c->center(), radius = c->radius();
-      if (AcDbArc *a = AcDbArc::cast(cv)) center = a->center(), radius = a->radius();
-      if (radius > 0 && has(L"CENTER")) consider(center);
-      if (radius > 0 && has(L"QUADRANT"))
-        for (AcGePoint3d q : {center + AcGeVector3d(radius, 0, 0), center + AcGeVector3d(0, radius, 0),
-                              center + AcGeVector3d(-radius, 0, 0), center + AcGeVector3d(0, -radius, 0)}) {
-          double d = 0;
-          if (cv->getDistAtPoint(q, d) == Acad::eOk) consider(q);
-        }
-    }
-    ent->close();
-  }
-  if (!found) return Value();
-  lisp::ListBuilder out;
-  out.add(Value::real(best.x));
-  out.add(Value::real(best.y));
-  out.add(Value::real(best.z));
-  return out.take();
-}
+// --- nentselp ---------------------------------------------------------------
 
 // (nentselp [prompt] [point]): nentsel at the point given (no person asked),
 // or from the person; the block transformation as a 4x4 matrix of rows.
@@ -769,7 +687,6 @@ void installSessionBuiltins(lisp::Interp &in) {
       {L"xdroom", xdroomFn},
       {L"trans", transFn},
       {L"textbox", textboxFn},
-      {L"osnap", osnapFn},
       {L"nentselp", nentselpFn},
   };
   for (const auto &e : table) in.defineSubr(e.name, e.fn);

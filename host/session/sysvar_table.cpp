@@ -43,6 +43,7 @@ CHAMFERC r 1.0 - - d
 CHAMFERD r 0.0 - - d
 CHAMMODE i 0 0..1 - s
 CIRCLERAD r 0.0 - - s
+CLAYER s "0" - - d
 CMDNAMES s "" - ro s
 CMLJUST i 0 0..2 - d
 CMLSCALE r 1.0 - - d
@@ -281,6 +282,7 @@ TEXTEVAL i 0 0..1 - s
 TEXTFILL i 1 0..1 - r
 TEXTQLTY i 50 0..100 - d
 TEXTSIZE r 0.2 - - d
+TEXTSTYLE s "Standard" - - d
 THICKNESS r 0.0 - - d
 TILEMODE i 1 0..1 - d
 TOOLTIPS i 1 0..1 - r

@@ -166,7 +166,11 @@ void defineDocumented() {
       abort();
     }
     std::wstring key = text::fromUtf8(name);
-    if (descriptors().count(key)) continue;
+    if (auto known = descriptors().find(key); known != descriptors().end()) {
+      // Defined by the session: the table still says where it is kept.
+      known->second.where = where[0];
+      continue;
+    }
     VarInfo info;
     info.readOnly = flags == "ro";
     info.where = where[0];
@@ -198,6 +202,150 @@ void defineDocumented() {
     }
     define(key, rb, info);
   }
+}
+
+// --- Variables the drawing keeps -------------------------------------------------------------
+
+// The drawing a variable lives in: the working drawing for a drawing
+// variable, else none (the session keeps it).
+AcDbDatabase *drawingOf(const std::wstring &name) {
+  auto d = descriptors().find(name);
+  return d != descriptors().end() && d->second.where == 'd' ? workingDatabase() : nullptr;
+}
+
+// The current colour as the variable shows it: BYLAYER, BYBLOCK, an index
+// or RGB:r,g,b.
+std::wstring colorText(const AcCmColor &c) {
+  if (c.isByLayer()) return L"BYLAYER";
+  if (c.isByBlock()) return L"BYBLOCK";
+  if (c.isByColor())
+    return L"RGB:" + std::to_wstring(c.red()) + L"," + std::to_wstring(c.green()) + L"," + std::to_wstring(c.blue());
+  return std::to_wstring(c.colorIndex());
+}
+
+bool parseColor(std::wstring text, AcCmColor &c) {
+  text = text::upcase(text);
+  if (text == L"BYLAYER") return c.setColorIndex(256) == Acad::eOk;
+  if (text == L"BYBLOCK") return c.setColorIndex(0) == Acad::eOk;
+  unsigned r, g, b;
+  if (swscanf(text.c_str(), L"RGB:%u,%u,%u", &r, &g, &b) == 3 && r < 256 && g < 256 && b < 256)
+    return c.setRGB(Adesk::UInt8(r), Adesk::UInt8(g), Adesk::UInt8(b)) == Acad::eOk;
+  wchar_t *end = nullptr;
+  long i = std::wcstol(text.c_str(), &end, 10);
+  return !text.empty() && end && !*end && i >= 1 && i <= 255 && c.setColorIndex(Adesk::UInt16(i)) == Acad::eOk;
+}
+
+// The header group a variable is written with: its own where the file
+// format fixes one, else one for its kind of value.
+int headerCode(const std::wstring &name, short restype) {
+  if (name == L"CELWEIGHT") return 370;
+  if (name == L"DIMSTYLE") return 2;
+  switch (restype) {
+    case RTREAL:
+    case RTANG:
+      return 40;
+    case RTLONG:
+      return 90;
+    case RTSTR:
+      return 1;
+    case RTPOINT:
+    case RT3DPOINT:
+      return 10;
+    default:
+      return 70;
+  }
+}
+
+// Fills a value (of the type of the session's default in `value`) from the
+// drawing: its current settings, else what it keeps, else the default.
+void readFromDrawing(AcDbDatabase *db, const std::wstring &name, resbuf &value, std::wstring &text) {
+  auto symbol = [&](AcDbObjectId id) {
+    text = recordName(id);
+    value.resval.rstring = const_cast<ACHAR *>(text.c_str());
+  };
+  if (name == L"CLAYER") return symbol(db->clayer());
+  if (name == L"TEXTSTYLE") return symbol(db->textstyle());
+  if (name == L"CELTYPE") return symbol(db->celtype());
+  if (name == L"CECOLOR") {
+    text = colorText(db->cecolor());
+    value.resval.rstring = const_cast<ACHAR *>(text.c_str());
+    return;
+  }
+  if (name == L"TEXTSIZE") {
+    value.resval.rreal = db->textsize();
+    return;
+  }
+  const AcDbDxfFiler::Item *kept = drawingVar(db, name);
+  if (!kept) return;
+  switch (value.restype) {
+    case RTSHORT:
+      value.resval.rint = short(kept->integer);
+      break;
+    case RTLONG:
+      value.resval.rlong = int32_t(kept->integer);
+      break;
+    case RTREAL:
+    case RTANG:
+      value.resval.rreal = kept->real[0];
+      break;
+    case RTSTR:
+      text = kept->text;
+      value.resval.rstring = const_cast<ACHAR *>(text.c_str());
+      break;
+    case RTPOINT:
+    case RT3DPOINT:
+      for (int k = 0; k < 3; ++k) value.resval.rpoint[k] = kept->real[k];
+      break;
+  }
+}
+
+// Stores a checked value in the drawing. The current layer, text style and
+// linetype must name records of the drawing (a frozen layer cannot be
+// current); the colour must read as one. RTREJ when refused.
+int writeToDrawing(AcDbDatabase *db, const std::wstring &name, const resbuf &value) {
+  if (name == L"CLAYER" || name == L"TEXTSTYLE" || name == L"CELTYPE") {
+    AcDbObjectId table = name == L"CLAYER"      ? db->layerTableId()
+                         : name == L"TEXTSTYLE" ? db->textStyleTableId()
+                                                : db->linetypeTableId();
+    AcDbObjectId id = recordId(table, value.resval.rstring);
+    if (id.isNull() || id.isErased()) return RTREJ;
+    if (auto *layer = AcDbLayerTableRecord::cast(objectOf(id)); layer && layer->isFrozen()) return RTREJ;
+    Acad::ErrorStatus es = name == L"CLAYER"      ? db->setClayer(id)
+                           : name == L"TEXTSTYLE" ? db->setTextstyle(id)
+                                                  : db->setCeltype(id);
+    return es == Acad::eOk ? RTNORM : RTREJ;
+  }
+  if (name == L"CECOLOR") {
+    AcCmColor c;
+    if (!parseColor(value.resval.rstring, c)) return RTREJ;
+    return db->setCecolor(c) == Acad::eOk ? RTNORM : RTREJ;
+  }
+  if (name == L"TEXTSIZE") return db->setTextsize(value.resval.rreal) == Acad::eOk ? RTNORM : RTREJ;
+  AcDbDxfFiler::Item it;
+  if (const AcDbDxfFiler::Item *kept = drawingVar(db, name)) it = *kept;
+  else it.code = headerCode(name, value.restype);
+  switch (value.restype) {
+    case RTSHORT:
+      it.integer = value.resval.rint;
+      break;
+    case RTLONG:
+      it.integer = value.resval.rlong;
+      break;
+    case RTREAL:
+    case RTANG:
+      it.real[0] = value.resval.rreal;
+      break;
+    case RTSTR:
+      it.text = value.resval.rstring;
+      break;
+    case RTPOINT:
+    case RT3DPOINT:
+      it.dims = value.restype == RTPOINT ? 2 : 3;
+      for (int k = 0; k < 3; ++k) it.real[k] = value.resval.rpoint[k];
+      break;
+  }
+  db->impl()->vars[name] = it;
+  return RTNORM;
 }
 
 }  // namespace
@@ -258,7 +406,6 @@ void seedSystemVariables() {
   define(L"AUNITS", shortValue(0), range(0, 4));
   define(L"AUPREC", shortValue(0), range(0, 8));
   define(L"CDATE", realValue(0.0), ro);
-  define(L"CLAYER", stringValue(L"0"), {});
   define(L"CMDACTIVE", shortValue(0), ro);
   define(L"CMDECHO", shortValue(1), range(0, 1));
   define(L"DATE", realValue(0.0), ro);
@@ -283,7 +430,6 @@ void seedSystemVariables() {
   define(L"OSMODE", shortValue(4133), range(0, 32767));
   define(L"PICKBOX", shortValue(3), range(0, 50));
   define(L"SDI", shortValue(0), range(0, 3));
-  define(L"TEXTSTYLE", stringValue(L"Standard"), {});
   for (int i = 1; i <= 5; ++i) {
     define(L"USERI" + std::to_wstring(i), shortValue(0), {});
     define(L"USERR" + std::to_wstring(i), realValue(0.0), {});
@@ -294,6 +440,32 @@ void seedSystemVariables() {
 
 void setSystemValue(const std::wstring &name, const resbuf &value) {
   std::wstring key = text::upcase(name);
+  // A drawing variable has one home, the working drawing: the session's
+  // copy is only the default a drawing without a value of its own shows.
+  // The value must be of the variable's type (an integer is taken for a
+  // real); a drawing refuses what it cannot hold, such as a current layer
+  // it does not have.
+  if (AcDbDatabase *db = drawingOf(key)) {
+    auto &vars = Session::get().sysvars;
+    auto known = vars.find(key);
+    if (known == vars.end()) return;
+    resbuf typed = value;
+    short want = known->second.restype;
+    if ((want == RTREAL || want == RTANG) && value.restype == RTSHORT) {
+      typed.restype = want;
+      typed.resval.rreal = value.resval.rint;
+    } else if (want == RTLONG && value.restype == RTSHORT) {
+      typed.restype = RTLONG;
+      typed.resval.rlong = value.resval.rint;
+    } else if (want == RT3DPOINT && value.restype == RTPOINT) {
+      typed.restype = RT3DPOINT;
+      typed.resval.rpoint[2] = 0.0;
+    }
+    if (typed.restype != want && !(want == RTANG && typed.restype == RTREAL)) return;
+    if (want == RTSTR && !typed.resval.rstring) return;
+    writeToDrawing(db, key, typed);
+    return;
+  }
   if (!descriptors().count(key)) descriptors()[key] = VarInfo{};
   store(key, value);
 }
@@ -331,7 +503,9 @@ int acedGetVar(const ACHAR *sym, struct resbuf *result) {
   auto it = vars.find(name);
   if (it == vars.end()) return RTERROR;
   resbuf value = it->second;
+  std::wstring text;
   if (vantry::host::isClock(name)) vantry::host::readClock(name, value);
+  if (AcDbDatabase *db = vantry::host::drawingOf(name)) vantry::host::readFromDrawing(db, name, value, text);
   result->restype = value.restype;
   result->resval = value.resval;
   if (value.restype == RTSTR) {
@@ -375,6 +549,7 @@ int acedSetVar(const ACHAR *sym, const struct resbuf *val) {
       else
         return RTREJ;
       if (!std::isfinite(next.resval.rreal)) return RTREJ;
+      if (name == L"TEXTSIZE" && !(next.resval.rreal > 0)) return RTREJ;
       break;
     case RTSTR:
       if (val->restype != RTSTR || !val->resval.rstring) return RTREJ;
@@ -392,6 +567,8 @@ int acedSetVar(const ACHAR *sym, const struct resbuf *val) {
     default:
       return RTREJ;
   }
+  // A drawing variable is the working drawing's; the session keeps its default.
+  if (AcDbDatabase *db = drawingOf(name)) return writeToDrawing(db, name, next);
   store(name, next);
   return RTNORM;
 }

@@ -59,11 +59,11 @@ TEST_F(SystemVariables, SetVarChecksAccessTypeAndRange) {
       {L"DWGNAME", text, RTERROR},       {L"ACADPREFIX", text, RTERROR},
       {L"CDATE", real, RTERROR},         {L"NOSUCHVAR", shortRb(1), RTERROR},
       {L"USERR1", shortRb(4), RTNORM},   {L"USERR2", real, RTNORM},
-      {L"USERI1", real, RTREJ},          {L"CLAYER", text, RTNORM},
+      {L"USERI1", real, RTREJ},          {L"CLAYER", text, RTREJ},  // no layer "x"
   };
   for (const auto &c : cases) EXPECT_EQ(acedSetVar(c.name, &c.value), c.status) << c.name;
   EXPECT_EQ(lisp(L"(list (getvar \"PICKBOX\") (getvar \"ERRNO\") (getvar \"USERR1\") (getvar \"clayer\"))"),
-            L"(10 7 4.0 \"x\")");
+            L"(10 7 4.0 \"0\")");
   EXPECT_EQ(acedSetVar(nullptr, &text), RTERROR);
 }
 

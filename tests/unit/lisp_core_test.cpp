@@ -4,7 +4,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
+#include <thread>
 
 #include "lisp/lisp.h"
 
@@ -143,6 +145,33 @@ TEST_F(LispCore, CatchAllApplyTrapsErrorsWithoutCallingStarError) {
   EXPECT_EQ(run(L"r"), L"#<%catch-all-apply-error%>");
   EXPECT_EQ(run(L"(vl-catch-all-apply '+ '(1 2))"), L"3");
   EXPECT_EQ(run(L"seen"), L"nil");
+}
+
+// A cancel is an error like the others, which vl-catch-all-apply traps; the
+// embedder's stop is not, so a loop that catches whatever happens inside it
+// still ends, and nothing is left half-set behind it.
+TEST_F(LispCore, AStopEndsALoopThatCatchesItsCancels) {
+  auto after = [](void (*signal)()) {
+    return std::thread([signal] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(30));
+      signal();
+    });
+  };
+  std::thread t = after(requestInterrupt);
+  EXPECT_EQ(run(L"(vl-catch-all-error-message (vl-catch-all-apply 'eval '((while t nil))))"),
+            L"\"Function cancelled\"");
+  t.join();
+
+  run(L"(defun *error* (m) (setq handled m))");
+  t = after(requestStop);
+  EXPECT_THROW(run(L"(while t (vl-catch-all-apply 'eval '((while t nil))))"), Stopped);
+  t.join();
+  EXPECT_TRUE(takeInterrupt());  // pending until cleared
+  EXPECT_THROW(run(L"(car '(1))"), Stopped);
+  clearInterrupts();
+  EXPECT_EQ(run(L"handled"), L"nil");
+  EXPECT_EQ(run(L"(car 5)"), L"HANDLED: bad argument type: consp 5");
+  EXPECT_EQ(run(L"handled"), L"\"bad argument type: consp 5\"");
 }
 
 TEST_F(LispCore, StarErrorSeesTheCallersLocals) {
