@@ -198,9 +198,12 @@ int AcDbMText_insert() {
     }
   }
   int attachment;
-  if (cur && (cur->restype == RTSHORT || cur->restype == RTLONG) && frame::readInteger(cur, attachment))
-    text->setAttachment(static_cast<AcDbMText::AttachmentPoint>(attachment));
-  else
+  if (cur && (cur->restype == RTSHORT || cur->restype == RTLONG) && frame::readInteger(cur, attachment)) {
+    // Only the nine attachment points are values of the type; anything
+    // else keeps the text's own, as the host's setter would.
+    if (attachment >= AcDbMText::kTopLeft && attachment <= AcDbMText::kBottomRight)
+      text->setAttachment(static_cast<AcDbMText::AttachmentPoint>(attachment));
+  } else
     frame::skipArgument(cur);
   // A refused append is told by its alerts; the result is then nil.
   vantry::drawing::AppendToModelSpace(text);

@@ -7,6 +7,7 @@
 
 #include "database/context.h"
 #include "drawing/crt_random.h"
+#include "drawing/ol_leader.h"
 #include "frame/function_table.h"
 #include "frame/lifecycle.h"
 
@@ -15,7 +16,6 @@ namespace {
 
 const wchar_t kSolidModule[] = L"ol_ol-solid2025x64.dbx";
 const wchar_t kMutexName[] = L"OrlecVantry";
-const wchar_t kLeaderClass[] = L"OLLeader";
 
 // Closes the open database when the drawing it belongs to is saved under a
 // new name. Only the first document entry is compared, whichever document
@@ -38,7 +38,6 @@ class vtEditorReactor : public AcEditorReactor {
 // Process-wide state made at start-up.
 IVantryAutomation *automation = nullptr;
 vtEditorReactor *editorReactor = nullptr;
-AcRxClass *leaderClass = nullptr;
 
 void startAutomation() {
   void *p = nullptr;
@@ -63,8 +62,7 @@ AcRx::AppRetCode startUp(void *appId) {
   acedEditor->addReactor(editorReactor);
   acrxUnlockApplication(appId);
   acrxRegisterAppMDIAware(appId);
-  leaderClass = newAcRxClass(kLeaderClass, L"AcDbEntity");
-  acrxBuildClassHierarchy();
+  OLLeader::rxInit();
   CoInitialize(nullptr);
   return AcRx::kRetOK;
 }
@@ -81,10 +79,7 @@ void unloadDocument() {
 }
 
 void shutDown() {
-  if (leaderClass) {
-    deleteAcRxClass(leaderClass);
-    leaderClass = nullptr;
-  }
+  OLLeader::rxUninit();
   if (automation) {
     IVantryAutomation *a = automation;
     automation = nullptr;

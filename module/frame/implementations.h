@@ -165,6 +165,22 @@ int RegEnumKey();
 int GetSystemMetrics_SM_CXSCREEN();
 int GetSystemMetrics_SM_CYSCREEN();
 
+// Layers, colours, plot styles, per-viewport freezing (drawing/layers.cpp).
+int ol_ol_createLayer();
+int ol_ol_setColor();
+int ol_ol_setPlotStyle();
+int ol_ol_freezeInViewport();
+
+// The product's leaders, OLLeader (drawing/leaders.cpp).
+int ol_ol_leader_insert();
+int ol_ol_leader_setPoints();
+int ol_ol_leader_setBlock();
+int ol_ol_leader_setOffset();
+int ol_ol_leader_explode();
+
+// The multiline text editor (drawing/text_editor.cpp).
+int ed_editMultilineText();
+
 // Duct fittings and hangers (ducts/: one file per family).
 int ol_ol_drawTripleCenter();
 int ol_ol_drawTripleTransition();
