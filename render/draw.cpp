@@ -88,7 +88,7 @@ struct Projected {
 class Painter {
  public:
   Painter(Canvas &canvas, const std::vector<Primitive> &prims, View view, int x0, int width, int height)
-      : canvas_(canvas), prims_(prims), axes_(axesOf(view)), view_(view) {
+      : canvas_(canvas), prims_(prims), axes_(axesOf(view)) {
     placement_.view = view;
     placement_.panelX = x0;
     placement_.panelWidth = width;
@@ -124,14 +124,13 @@ class Painter {
     }
   }
 
-  // Texts and the title, over the painted picture (texts only in plan).
+  // Texts and the title, over the painted picture.
   void label(cairo_t *cr, const char *title) {
     cairo_save(cr);
     cairo_rectangle(cr, placement_.panelX, 0, placement_.panelWidth, placement_.height);
     cairo_clip(cr);
-    if (view_ == View::Plan)
-      for (const Primitive &p : prims_)
-        if (p.kind == Primitive::Text && !p.points.empty()) paintText(cr, p);
+    for (const Primitive &p : prims_)
+      if (p.kind == Primitive::Text && !p.points.empty()) paintText(cr, p);
     cairo_set_source_rgb(cr, 0.2, 0.2, 0.2);
     cairo_select_font_face(cr, "sans-serif", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_BOLD);
     cairo_set_font_size(cr, 16);
@@ -259,30 +258,37 @@ class Painter {
     }
   }
 
-  // A line of text on its baseline, turned along its direction; its
-  // capitals as high as the text's height and, when the layout measured it,
-  // stretched to the length the font's metrics give (the picture's font is
-  // not the drawing's).
+  // A line of text in its own plane as the view sees it: cairo's user
+  // space becomes the text's plane (one unit a drawing unit, x along the
+  // baseline, y down the letters), so a text lying in plan is slanted in
+  // the isometric view; one seen edge-on, or nearly, is left out. Its
+  // capitals are as high as the text's height and, when the layout measured
+  // it, the line is stretched to the length the font's metrics give (the
+  // picture's font is not the drawing's).
   void paintText(cairo_t *cr, const Primitive &p) {
-    Projected at = project(p.points[0]), ahead = project(p.points[0] + p.direction);
+    const AcGePoint3d &base = p.points[0];
+    Projected at = project(base), ahead = project(base + p.direction), above = project(base + p.up);
     double size = p.height * placement_.scale;
     if (size < 4 || !std::isfinite(size) || size > 4 * placement_.height) return;  // unreadable or absurd
-    double angle = std::atan2(ahead.y - at.y, ahead.x - at.x);
-    double want = p.width * placement_.scale;
-    // A cairo context that met a non-finite number stays in error: nothing
-    // after it would be drawn.
-    if (!std::isfinite(at.x + at.y + angle + want)) return;
+    double ex[2] = {ahead.x - at.x, ahead.y - at.y}, ey[2] = {above.x - at.x, above.y - at.y};
+    // Face-on, both are as long as the scale and square: the area they
+    // span is the scale squared.
+    double area = std::fabs(ex[0] * ey[1] - ex[1] * ey[0]), faceOn = placement_.scale * placement_.scale;
+    // A cairo context that met a non-finite number or a flat matrix stays
+    // in error: nothing after it would be drawn.
+    if (!std::isfinite(at.x + at.y + ex[0] + ex[1] + ey[0] + ey[1] + p.width) || !(area > 0.1 * faceOn)) return;
     std::string utf8 = text::toUtf8(p.text);
     cairo_save(cr);
     cairo_set_source_rgb(cr, p.color.r, p.color.g, p.color.b);
     cairo_select_font_face(cr, "sans-serif", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
+    cairo_matrix_t plane;
+    cairo_matrix_init(&plane, ex[0], ex[1], -ey[0], -ey[1], at.x, at.y);
+    cairo_transform(cr, &plane);
     // Capitals of a sans-serif face are about 0.72 of its size.
-    cairo_set_font_size(cr, size / 0.72);
-    cairo_translate(cr, at.x, at.y);
-    cairo_rotate(cr, std::isfinite(angle) ? angle : 0);
+    cairo_set_font_size(cr, p.height / 0.72);
     cairo_text_extents_t ext;
     cairo_text_extents(cr, utf8.c_str(), &ext);
-    if (want > 0 && ext.x_advance > 0) cairo_scale(cr, want / ext.x_advance, 1);
+    if (p.width > 0 && ext.x_advance > 0) cairo_scale(cr, p.width / ext.x_advance, 1);
     cairo_move_to(cr, 0, 0);
     cairo_show_text(cr, utf8.c_str());
     cairo_restore(cr);
@@ -291,7 +297,6 @@ class Painter {
   Canvas &canvas_;
   const std::vector<Primitive> &prims_;
   Axes axes_;
-  View view_;
   Placement placement_;
 };
 

@@ -39,6 +39,8 @@ struct Primitive {
   // the font's metrics measure it (0: as the picture's font sets it).
   AcGeVector3d direction = AcGeVector3d::kXAxis;
   double width = 0;
+  // Text only: up the letters, in the text's plane (square to direction).
+  AcGeVector3d up = AcGeVector3d::kYAxis;
   // Fill only: the boundary loops, each closed.
   std::vector<std::vector<AcGePoint3d>> loops;
   // Face only: whether the side from points[i] to the next is drawn as an
@@ -78,5 +80,18 @@ Picture draw(const std::vector<Primitive> &primitives, const Options &options,
 
 // Draws db's model space to a PNG file; false with *error when it cannot.
 bool writePng(AcDbDatabase *db, const std::string &path, const Options &options, std::string *error);
+
+// A DCL dialog's layout drawn as a person would see it (dialog.cpp): the
+// dialog `name` of a DCL file in the state its file gives, or a dialog as a
+// program left it. False with *error when the file cannot be read, has
+// errors or lacks the dialog, or the picture cannot be written.
+bool writeDialogPng(const std::wstring &dclFile, const std::wstring &name, const std::string &path,
+                    std::string *error);
+}  // namespace vantry::render
+namespace vantry::host::dcl {
+struct Dialog;
+}
+namespace vantry::render {
+bool writeDialogPng(host::dcl::Dialog &dialog, const std::string &path, std::string *error);
 
 }  // namespace vantry::render

@@ -143,10 +143,58 @@ class Collector {
       if (addCurve(curve, color, m)) return;
     }
     if (const AcDbMText *text = AcDbMText::cast(e)) return addMText(text, color, m);
-    if (const auto *kept = vantry::host::VerbatimEntity::cast(e)) {
-      const std::wstring &type = kept->dxfType();
-      if (type == L"TEXT" || type == L"ATTRIB") return addText(kept, color, m);
-      if (type == L"HATCH") return addHatch(kept, color, m);
+    if (AcDbText::cast(e) || AcDbHatch::cast(e) || vantry::host::VerbatimEntity::cast(e)) {
+      std::wstring type = vantry::host::dxfTypeOf(e);
+      if (type == L"TEXT" || type == L"ATTRIB") return addText(e, type, color, m);
+      if (type == L"HATCH") return addHatch(e, color, m);
+      if (type == L"ATTDEF") {
+        // A definition outside a block shows its tag.
+        AcDbDxfFiler f(true);
+        e->dxfOutFields(&f);
+        for (auto &it : f.items())
+          if (it.code == 1) it.text = static_cast<const AcDbAttributeDefinition *>(e)->tagConst();
+        return addTextGroups(std::move(f.items()), false, e->database(), color, m);
+      }
+    }
+    if (const AcDbPoint *point = AcDbPoint::cast(e)) {
+      // A small cross: points have no size of their own.
+      AcGePoint3d p = point->position();
+      for (const AcGeVector3d &d : {AcGeVector3d(0.5, 0, 0), AcGeVector3d(0, 0.5, 0)}) {
+        Primitive line;
+        line.color = color;
+        line.points = {map(m, p - d), map(m, p + d)};
+        out_.push_back(std::move(line));
+      }
+      return;
+    }
+    if (const AcDbSolid *solid = AcDbSolid::cast(e)) {
+      // Filled in the order 0 1 3 2.
+      Primitive fill;
+      fill.kind = Primitive::Fill;
+      fill.color = color;
+      std::vector<AcGePoint3d> loop;
+      for (int i : {0, 1, 3, 2}) {
+        AcGePoint3d v;
+        solid->getPointAt(Adesk::UInt16(i), v);
+        loop.push_back(map(m, v));
+      }
+      fill.loops.push_back(loop);
+      out_.push_back(std::move(fill));
+      return;
+    }
+    if (const AcDbDimension *dim = AcDbDimension::cast(e)) {
+      // Its block holds what it shows, in world coordinates.
+      AcDbBlockTableRecord *btr = nullptr;
+      if (depth < kMaxDepth && acdbOpenObject(btr, dim->dimBlockId(), AcDb::kForRead) == Acad::eOk) {
+        for (AcDbObjectId id : btr->entityIds()) {
+          AcDbEntity *part = nullptr;
+          if (acdbOpenObject(part, id, AcDb::kForRead) != Acad::eOk) continue;
+          add(part, color, depth + 1, m);
+          part->close();
+        }
+        btr->close();
+      }
+      return;
     }
     if (depth >= kMaxDepth) return;
     if (const AcDbBlockReference *ref = AcDbBlockReference::cast(e)) return addReference(ref, color, depth, m);
@@ -175,8 +223,8 @@ class Collector {
           if (it->getEntity(e, AcDb::kForRead) != Acad::eOk) continue;
           // Attribute definitions are the block's template, not drawn in
           // its references.
-          auto *kept = vantry::host::VerbatimEntity::cast(e);
-          if (!(kept && kept->dxfType() == L"ATTDEF")) add(e, color, depth + 1, inner);
+          const ACHAR *type = vantry::host::dxfTypeOf(e);
+          if (!(type && std::wstring_view(type) == L"ATTDEF")) add(e, color, depth + 1, inner);
           e->close();
         }
         delete it;
@@ -234,9 +282,9 @@ class Collector {
   }
 
   // One line of text whose baseline starts at `start` (in the entity's own
-  // space) and runs along `dir`, mapped by m.
-  void addLine(std::wstring text, const AcGePoint3d &start, const AcGeVector3d &dir, double height, double width,
-               const Rgb &color, const AcGeMatrix3d &m) {
+  // space) and runs along `dir`, its letters standing along `up`, mapped by m.
+  void addLine(std::wstring text, const AcGePoint3d &start, const AcGeVector3d &dir, const AcGeVector3d &up,
+               double height, double width, const Rgb &color, const AcGeMatrix3d &m) {
     if (text.empty() || !(height > 0) || !std::isfinite(height)) return;
     Primitive p;
     p.kind = Primitive::Text;
@@ -248,6 +296,9 @@ class Collector {
     double scale = m.scale() > 0 ? m.scale() : 1;
     p.points.push_back(at);
     p.direction = heading.isZeroLength() ? AcGeVector3d::kXAxis : heading.normal();
+    AcGeVector3d rising = up.normal();
+    rising.transformBy(m);
+    p.up = rising.isZeroLength() ? AcGeVector3d::kYAxis : rising.normal();
     p.height = height * scale;
     p.width = width > 0 ? along.distanceTo(at) : 0;
     out_.push_back(std::move(p));
@@ -273,18 +324,22 @@ class Collector {
     for (const auto &line : layout.lines) {
       double left = -column * box / 2 + column * (box - line.width) / 2;
       AcGePoint3d start = text->location() + x * left + y * (top - line.baseline);
-      addLine(line.text, start, x, line.height, line.width, color, m);
+      addLine(line.text, start, x, y, line.height, line.width, color, m);
     }
   }
 
   // TEXT and ATTRIB kept as read: the value placed by its justification,
   // measured with the style's font.
-  void addText(const vantry::host::VerbatimEntity *e, const Rgb &color, const AcGeMatrix3d &m) {
-    Groups g;
+  void addText(const AcDbEntity *e, const std::wstring &type, const Rgb &color, const AcGeMatrix3d &m) {
     AcDbDxfFiler f(true);
     e->dxfOutFields(&f);
-    g.items = std::move(f.items());
-    bool attrib = e->dxfType() == L"ATTRIB";
+    addTextGroups(std::move(f.items()), type == L"ATTRIB", e->database(), color, m);
+  }
+
+  void addTextGroups(std::vector<AcDbDxfFiler::Item> items, bool attrib, AcDbDatabase *db, const Rgb &color,
+                     const AcGeMatrix3d &m) {
+    Groups g;
+    g.items = std::move(items);
     if (attrib && (g.integer(70, 0) & 1)) return;  // an invisible attribute
     std::wstring value = plainTextValue(g.text(1));
     double height = g.real(40, 0), factor = g.real(41, 1);
@@ -297,7 +352,7 @@ class Collector {
     AcGePoint3d first = g.point(10), second = g.find(11) ? g.point(11) : first;
     double angle = g.real(50, 0) * M_PI / 180;
     AcGeVector3d dir(std::cos(angle), std::sin(angle), 0), up(-std::sin(angle), std::cos(angle), 0);
-    double width = lineWidth(value, styleFont(e->database(), g.text(7)), factor) * height;
+    double width = lineWidth(value, styleFont(db, g.text(7)), factor) * height;
     AcGePoint3d start = first;
     if (horizontal == 3 || horizontal == 5) {
       // Aligned and fit: the line runs from the first point to the second;
@@ -313,14 +368,15 @@ class Collector {
       double lift = horizontal == 4 || vertical == 2 ? -height / 2 : vertical == 3 ? -height : vertical == 1 ? height / 4 : 0;
       start = second - dir * shift + up * lift;
     }
-    addLine(value, map(ocs, start), AcGeVector3d(dir).transformBy(ocs), height, width, color, m);
+    addLine(value, map(ocs, start), AcGeVector3d(dir).transformBy(ocs), AcGeVector3d(up).transformBy(ocs), height,
+            width, color, m);
   }
 
   // A hatch: its boundary loops, filled, and drawn as lines. Loops are in
   // the hatch's own plane (elevation 30, normal 210): polylines with
   // bulges, or edges (lines, circular and elliptic arcs, splines by their
   // control points).
-  void addHatch(const vantry::host::VerbatimEntity *e, const Rgb &color, const AcGeMatrix3d &m) {
+  void addHatch(const AcDbEntity *e, const Rgb &color, const AcGeMatrix3d &m) {
     AcDbDxfFiler f(true);
     e->dxfOutFields(&f);
     const auto &its = f.items();

@@ -278,6 +278,51 @@ TEST(RenderScene, KeptTextsArePlacedByTheirJustificationAndMetrics) {
   EXPECT_LT(prims[2].points[0].y, prims[1].points[0].y - 2.5);
 }
 
+// A text lying in plan is drawn in both views, slanted in the isometric one
+// (its letters stand along the plan's y); a text standing on edge to the
+// view, or with a non-number in its place, paints nothing.
+TEST(RenderPicture, TextsAreDrawnInTheirPlaneInBothViews) {
+  Primitive frame;  // a square around the text, so both views fit the same area
+  frame.points = {{0, -10, 0}, {100, -10, 0}, {100, 30, 0}, {0, 30, 0}};
+  frame.closed = true;
+  frame.color = {0, 0, 1};
+  Primitive text;
+  text.kind = Primitive::Text;
+  text.text = L"HHHHHHHH";
+  text.color = {1, 0, 0};
+  text.points = {{10, 0, 0}};
+  text.height = 10;
+  text.width = 80;
+  auto redInside = [](const Picture &pic, const Placement &pl, const AcGePoint3d &a, const AcGePoint3d &b) {
+    double x0, y0, x1, y1;
+    pl.toPixel(a, x0, y0);
+    pl.toPixel(b, x1, y1);
+    int n = 0;
+    for (int y = int(std::min(y0, y1)); y <= int(std::max(y0, y1)); ++y)
+      for (int x = int(std::min(x0, x1)); x <= int(std::max(x0, x1)); ++x)
+        n += red(pic.at(x, y)) > 0.6 && blue(pic.at(x, y)) < 0.4;
+    return n;
+  };
+  std::vector<Placement> pl;
+  Picture pic = draw({frame, text}, Options{}, &pl);
+  ASSERT_EQ(pl.size(), 2u);
+  for (const Placement &p : pl) {
+    // Red in the box of the letters (the middle of the line, half-way up
+    // them), none away from them.
+    EXPECT_GT(redInside(pic, p, AcGePoint3d(40, 3, 0), AcGePoint3d(60, 7, 0)), 10);
+    EXPECT_EQ(redInside(pic, p, AcGePoint3d(40, 18, 0), AcGePoint3d(60, 28, 0)), 0);
+  }
+  Primitive edgeOn = text, broken = text;
+  edgeOn.up = AcGeVector3d::kZAxis;  // standing up: seen edge-on in plan
+  broken.points = {{NAN, 0, 0}};
+  Options plan;
+  plan.isometric = false;
+  pic = draw({frame, edgeOn, broken}, plan, &pl);
+  EXPECT_EQ(redInside(pic, pl[0], AcGePoint3d(0, -10, 0), AcGePoint3d(100, 30, 0)), 0);
+  pic = draw({frame, broken, text}, plan, &pl);
+  EXPECT_GT(redInside(pic, pl[0], AcGePoint3d(40, 3, 0), AcGePoint3d(60, 7, 0)), 10) << "a broken text stops nothing";
+}
+
 // A HATCH kept as read is filled inside its outer loop and open inside its
 // island, its boundaries drawn as lines; a polyline loop's bulge makes an
 // arc.
