@@ -6,12 +6,15 @@
 //   vantry [options] render IN.dxf OUT.png
 //                                  draw a drawing to a PNG picture
 //   vantry import FILE.mdb OUT.db  copy an Access database into a new SQLite one
+//   vantry render-dialog FILE.dcl NAME OUT.png
+//                                  draw a DCL dialog's layout to a PNG picture
 //
 // Options:
 //   --input FILE     queue the person's answers read from FILE (LISP data:
 //                    (x y [z]) a point, "text", nil an empty answer, cancel,
 //                    (pick x y) a pick)
-//   --dialog TEXT    queue one dialog answer ("OK", "Yes", "Cancel" ...)
+//   --dialog TEXT    queue one dialog answer ("OK", "Yes", "Cancel" ...; for
+//                    a DCL dialog, steps: "size=12; layer=2; accept")
 //   --module NAME    load this module too (e.g. a test module)
 //   --no-module      do not load the product module
 //   --step FILE      after the scripts, write every duct solid of the current
@@ -72,6 +75,7 @@ int usage() {
                "       vantry [options] -e EXPR\n"
                "       vantry [options] repl\n"
                "       vantry [options] render IN.dxf OUT.png\n"
+               "       vantry render-dialog FILE.dcl NAME OUT.png\n"
                "       vantry import FILE.mdb OUT.db\n");
   return 2;
 }
@@ -276,6 +280,15 @@ int main(int argc, char **argv) {
     } else if (a == "import") {
       if (i + 3 != argc) return usage();
       return vantry::cli::importAccess(argv[i + 1], argv[i + 2]);
+    } else if (a == "render-dialog") {
+      if (i + 4 != argc) return usage();
+      std::string error;
+      if (!vantry::render::writeDialogPng(vantry::text::fromUtf8(argv[i + 1]), vantry::text::fromUtf8(argv[i + 2]),
+                                          argv[i + 3], &error)) {
+        std::fprintf(stderr, "vantry: %s\n", error.c_str());
+        return 1;
+      }
+      return 0;
     } else if (a == "render") {
       // A drawing opened, drawn and closed: the same as --drawing IN --png OUT
       // with no script.
