@@ -55,7 +55,7 @@ extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv) {
   // blocks of faces that other readers see, and the modeller's reader is not
   // fuzzed (to look at the drawing reader alone).
   if (std::getenv("VANTRY_FUZZ_NO_SOLID")) return 0;
-  std::string solid = besideMe(argc && *argc ? (*argv)[0] : "", "fuzz_ol-solid2025x64.so");
+  std::string solid = besideMe(argc && *argc ? (*argv)[0] : "", "ol_ol-solid2025x64.so");
   s.moduleLibraries[L"ol_ol-solid2025x64.dbx"] = solid;
   if (!s.loadModule(L"ol_ol-solid2025x64.dbx", false))
     std::fprintf(stderr, "dxf_fuzz: the solid module (%s) is not loaded; solids stay as blocks\n", solid.c_str());

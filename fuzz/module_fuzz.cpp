@@ -209,8 +209,8 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 
   Session &s = Session::get();
   s.echo = nullptr;
-  s.moduleLibraries[L"Vantry2025x64.arx"] = besideMe("fuzz_Vantry2025x64.so");
-  s.moduleLibraries[L"ol_ol-solid2025x64.dbx"] = besideMe("fuzz_ol-solid2025x64.so");
+  s.moduleLibraries[L"Vantry2025x64.arx"] = besideMe("Vantry2025x64.so");
+  s.moduleLibraries[L"ol_ol-solid2025x64.dbx"] = besideMe("ol_ol-solid2025x64.so");
   if (!s.loadModule(L"Vantry2025x64.arx", false)) {
     std::fprintf(stderr, "module_fuzz: the module does not load: %ls\n", s.transcript().c_str());
     std::exit(1);
