@@ -3,6 +3,7 @@
 #include <cstring>
 #include <cwchar>
 
+#include "common/sanitizer.h"
 #include "db/db.h"
 
 namespace vantry::host {
@@ -110,7 +111,7 @@ namespace {
 // part of the cost. The host keeps as many nodes as were ever in use at
 // once. Under the sanitizers every node is its own allocation and goes back
 // at once, so misuse is still caught.
-#if defined(__SANITIZE_ADDRESS__)
+#if VANTRY_ASAN
 constexpr bool kPoolNodes = false;
 #else
 constexpr bool kPoolNodes = true;

@@ -8,6 +8,7 @@
 #include <new>
 #include <sstream>
 
+#include "common/sanitizer.h"
 #include "lisp/lisp.h"
 
 namespace vantry::lisp {
@@ -26,7 +27,7 @@ uintptr_t stackFloor() {
     }
     if (!base) return uintptr_t(0);
     size_t reserve = size / 4 < (1u << 20) ? size / 4 : (1u << 20);
-#if defined(__SANITIZE_ADDRESS__)
+#if VANTRY_ASAN
     // AddressSanitizer unpoisons the whole stack below a throw and fails its
     // own checks when that stack is hundreds of megabytes deep: a sanitized
     // build recurses in the top 32 MB only.

@@ -15,6 +15,8 @@
 #include <utility>
 #include <vector>
 
+#include "common/sanitizer.h"
+
 namespace vantry::lisp {
 
 class Interp;
@@ -142,7 +144,7 @@ class Value {
 // allocator. Under the address sanitizer nothing is kept, so that use after
 // free is still caught.
 namespace pool {
-#if defined(__SANITIZE_ADDRESS__)
+#if VANTRY_ASAN
 constexpr size_t kKeepObjects = 0;
 #else
 constexpr size_t kKeepObjects = 1 << 20;

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <thread>
 
+#include "common/sanitizer.h"
 #include "lisp/lisp.h"
 
 namespace vantry::lisp {
@@ -209,7 +210,7 @@ TEST_F(LispCore, LongListsAreFreedWithoutRecursion) {
 // is capped a little above what it uses (not under AddressSanitizer, which
 // reserves far more address space than any cap allows).
 TEST_F(LispCore, MemoryExhaustionIsALispError) {
-#if defined(__SANITIZE_ADDRESS__)
+#if VANTRY_ASAN
   GTEST_SKIP() << "address space caps do not work under AddressSanitizer";
 #else
   pid_t child = fork();
