@@ -83,8 +83,10 @@ Box extentsOf(AcDbObject *obj) {
 }
 
 void Index::cellRange(const Box &b, int &x0, int &y0, int &x1, int &y1) const {
-  auto cx = [&](double x) { return std::clamp(int(std::floor((x - bounds_.x0) / cw_)), 0, nx_ - 1); };
-  auto cy = [&](double y) { return std::clamp(int(std::floor((y - bounds_.y0) / ch_)), 0, ny_ - 1); };
+  // Clamped as a double first: a point far outside the grid (or NaN) is no int.
+  auto cell = [](double at, int n) { return at >= 0 ? (at < n - 1 ? int(at) : n - 1) : 0; };
+  auto cx = [&](double x) { return cell((x - bounds_.x0) / cw_, nx_); };
+  auto cy = [&](double y) { return cell((y - bounds_.y0) / ch_, ny_); };
   x0 = cx(b.x0), x1 = cx(b.x1), y0 = cy(b.y0), y1 = cy(b.y1);
 }
 
