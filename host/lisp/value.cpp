@@ -24,8 +24,21 @@ void *allocate(size_t size) {
 // freed by this loop while no one else holds them. Calls nest (a function's
 // body dies inside its destructor), so each call works only the pending
 // cells above the mark it found.
+//
+// Values that live in static storage die after the thread's own
+// variables: once the pending list is gone, a call keeps a list of its own.
+namespace {
+constinit thread_local bool pendingGone = false;
+struct Pending {
+  std::vector<Object *> cells;
+  ~Pending() { pendingGone = true; }
+};
+thread_local Pending threadPending;
+}  // namespace
+
 void destroyObject(Object *o) {
-  thread_local std::vector<Object *> pending;
+  std::vector<Object *> own;
+  std::vector<Object *> &pending = pendingGone ? own : threadPending.cells;
   size_t mark = pending.size();
   for (;;) {
     while (o) {
