@@ -31,6 +31,7 @@
 // ended a script; 2 for a usage error or a file that cannot be read.
 #include <pthread.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <csignal>
 
@@ -169,6 +170,7 @@ int session(const Options &opt) {
     std::fwrite(out.data(), 1, out.size(), stdout);
     std::fflush(stdout);
   };
+  s.echoIsTerminal = ::isatty(1) != 0;
   // The modules start before the first drawing is read, as a host loads its start-up applications:
   // a drawing's custom entities (the duct solids) are read back as such only while their class is
   // registered. Each module gets the drawing's load message when the document opens.
