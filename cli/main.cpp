@@ -228,6 +228,11 @@ int session(const Options &opt) {
   while (!s.documents().empty()) s.close(s.documents().back().get());
   while (!s.modules.empty()) s.unloadModule(s.modules.back().name);
   if (!s.atLineStart()) s.print(L"\n");
+  // A progress meter left on the terminal's last line keeps it.
+  if (!s.statusLine.empty() && s.echo) {
+    s.echo(L"\n");
+    s.statusLine.clear();
+  }
   return status;
 }
 
