@@ -31,6 +31,7 @@
 // ended a script; 2 for a usage error or a file that cannot be read.
 #include <pthread.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <csignal>
 
@@ -169,6 +170,7 @@ int session(const Options &opt) {
     std::fwrite(out.data(), 1, out.size(), stdout);
     std::fflush(stdout);
   };
+  s.echoIsTerminal = ::isatty(1) != 0;
   // The modules start before the first drawing is read, as a host loads its start-up applications:
   // a drawing's custom entities (the duct solids) are read back as such only while their class is
   // registered. Each module gets the drawing's load message when the document opens.
@@ -226,6 +228,11 @@ int session(const Options &opt) {
   while (!s.documents().empty()) s.close(s.documents().back().get());
   while (!s.modules.empty()) s.unloadModule(s.modules.back().name);
   if (!s.atLineStart()) s.print(L"\n");
+  // A progress meter left on the terminal's last line keeps it.
+  if (!s.statusLine.empty() && s.echo) {
+    s.echo(L"\n");
+    s.statusLine.clear();
+  }
   return status;
 }
 

@@ -205,6 +205,10 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
   folder = tmpl;
   if (chdir(folder.c_str()) != 0) std::exit(1);
   for (const char *name : {"TMPDIR", "TMP", "TEMP", "HOME"}) setenv(name, folder.c_str(), 1);
+  // Headless, whatever machine it runs on: the shell opens nothing, and the
+  // known folders it may be asked to make are under HOME.
+  for (const char *name : {"DISPLAY", "WAYLAND_DISPLAY", "XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_CACHE_HOME"})
+    unsetenv(name);
   std::signal(SIGVTALRM, [](int) { lisp::requestInterrupt(); });
 
   Session &s = Session::get();

@@ -133,6 +133,7 @@ void Session::reset() {
   calls.clear();
   seedSystemVariables();
   resetPlatform();
+  resetDesktop();
   resetEditorInput();
   dcl::reset();
   // No document is open: whoever starts the host opens the first drawing
@@ -142,7 +143,14 @@ void Session::reset() {
 void Session::print(std::wstring_view text) {
   transcript_.append(text);
   appendToCommandLog(text);
-  if (echo) echo(text);
+  if (!echo) return;
+  // A progress meter drawn on the terminal's last line gives way to the
+  // text; it is drawn again at its next step.
+  if (!statusLine.empty()) {
+    echo(L"\r\033[K");
+    statusLine.clear();
+  }
+  echo(text);
 }
 
 // A path that names an existing file opens that drawing: a drawing file that

@@ -303,6 +303,7 @@ void installHostFunctions(lisp::Interp &in) {
   installCommandLisp(in);
   dcl::installDialogLisp(in);
   installOsnapLisp(in);
+  installDesktopLisp(in);
 }
 
 }  // namespace vantry::host

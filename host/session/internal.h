@@ -67,6 +67,15 @@ int messageBoxCount();
 int comInitCount();
 int beepCount();
 
+// --- The main window, its status bar (desktop.cpp) and the shell
+// (shell.cpp): window caption, enabled state and z-order, the progress
+// meter, known folders, opening files, the file and folder dialogs.
+void resetDesktop();
+// Whether files would open on a desktop: DISPLAY or WAYLAND_DISPLAY is set.
+bool haveDesktop();
+// (host:main-window), (host:status-bar).
+void installDesktopLisp(lisp::Interp &in);
+
 // --- Editor input (input.cpp)
 // Forgets a pending initget and the last keyword.
 void resetEditorInput();

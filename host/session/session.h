@@ -111,6 +111,13 @@ class Session {
   bool atLineStart() const { return transcript_.empty() || transcript_.back() == L'\n'; }
   // Where the transcript goes besides being kept (the runner's stdout).
   std::function<void(std::wstring_view)> echo;
+  // Whether echo reaches a terminal, where the status bar's progress meter
+  // is drawn in place (and kept off the transcript) rather than written as
+  // lines. The runner sets it; reset keeps it.
+  bool echoIsTerminal = false;
+  // What the terminal's last line shows of the status bar, erased before the
+  // next text is echoed; empty when nothing is drawn.
+  std::wstring statusLine;
   int textScreenCalls = 0;
 
   // --- Documents

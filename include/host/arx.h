@@ -163,6 +163,26 @@ int acedAlert(const ACHAR *text);
 // (# @ . * ? ~ [..] [~..] ` and commas between alternatives), else RTERROR.
 int acutWcMatch(const ACHAR *string, const ACHAR *pattern);
 
+// --- The main window and its status bar --------------------------------------------
+//
+// The stand-in's main window has a caption, an enabled state and a place in
+// the z-order (include/host/win32.h reaches them through its handle). Its
+// status bar holds at most one progress meter: drawn as a bar in place when
+// the command line is a terminal, else written as a line on the transcript
+// each time the shown percentage changes.
+
+// The host's main window; the same handle for the whole session.
+HWND adsw_acadMainWnd();
+// Puts a progress meter on the status bar, labelled, running from minPos to
+// maxPos and standing at minPos; a meter already shown is replaced. 0 on
+// success; -1 when maxPos is below minPos.
+int acedSetStatusBarProgressMeter(const ACHAR *label, int minPos, int maxPos);
+// Moves the meter to pos, kept within its range. 0 on success; -1 when no
+// meter is shown.
+int acedSetStatusBarProgressMeterPos(int pos);
+// Takes the meter away, giving the status bar back its usual contents.
+void acedRestoreStatusBar();
+
 // --- Editor input (answered by the scripted person) -------------------------------------
 //
 // Each answers RTNORM with a value, RTNONE for Enter alone (when initget

@@ -165,6 +165,23 @@ int RegEnumKey();
 int GetSystemMetrics_SM_CXSCREEN();
 int GetSystemMetrics_SM_CYSCREEN();
 
+// The host's window and status bar, the shell and its dialogs
+// (drawing/desktop.cpp).
+int acedSetStatusBarProgressMeter();
+int acedSetStatusBarProgressMeterPos();
+int acedRestoreStatusBar();
+int ol_ol_enableAutoCADWindow();
+int ol_ol_disableAutoCADWindow();
+int ol_ol_sendToBack();
+int ol_ol_getAcadWindowText();
+int ol_ol_setAcadWindowText();
+int ol_ol_SHGetFolderPath();
+int ol_ol_shellExecute();
+int ol_ol_SHOpenFolderAndSelect();
+int ol_ol_showHelp();
+int XFolderDialog();
+int CFileDialog();
+
 // Layers, colours, plot styles, per-viewport freezing (drawing/layers.cpp).
 int ol_ol_createLayer();
 int ol_ol_setColor();
