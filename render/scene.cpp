@@ -212,23 +212,30 @@ class Collector {
   // The block's entities under the reference's transform, then the
   // reference's attributes (which lie where they are, in the reference's
   // own space).
+  // A grid of copies (MINSERT) draws its block once per copy, up to 10,000.
   void addReference(const AcDbBlockReference *ref, const Rgb &color, int depth, const AcGeMatrix3d &m) {
     AcDbBlockTableRecord *btr = nullptr;
     if (acdbOpenObject(btr, ref->blockTableRecord(), AcDb::kForRead) == Acad::eOk) {
-      AcGeMatrix3d inner = m * ref->blockTransform();
-      AcDbBlockTableRecordIterator *it = nullptr;
-      if (btr->newIterator(it) == Acad::eOk) {
-        for (; !it->done(); it->step()) {
-          AcDbEntity *e = nullptr;
-          if (it->getEntity(e, AcDb::kForRead) != Acad::eOk) continue;
-          // Attribute definitions are the block's template, not drawn in
-          // its references.
-          const ACHAR *type = vantry::host::dxfTypeOf(e);
-          if (!(type && std::wstring_view(type) == L"ATTDEF")) add(e, color, depth + 1, inner);
-          e->close();
+      const auto *grid = AcDbMInsertBlock::cast(ref);
+      int columns = grid ? grid->columns() : 1, rows = grid ? grid->rows() : 1;
+      if (columns * rows > 10000) columns = rows = 1;
+      for (int r = 0; r < rows; ++r)
+        for (int c = 0; c < columns; ++c) {
+          AcGeVector3d offset = grid ? grid->gridOffset(c, r) : AcGeVector3d();
+          AcGeMatrix3d inner = m * AcGeMatrix3d::translation(offset) * ref->blockTransform();
+          AcDbBlockTableRecordIterator *it = nullptr;
+          if (btr->newIterator(it) != Acad::eOk) continue;
+          for (; !it->done(); it->step()) {
+            AcDbEntity *e = nullptr;
+            if (it->getEntity(e, AcDb::kForRead) != Acad::eOk) continue;
+            // Attribute definitions are the block's template, not drawn in
+            // its references.
+            const ACHAR *type = vantry::host::dxfTypeOf(e);
+            if (!(type && std::wstring_view(type) == L"ATTDEF")) add(e, color, depth + 1, inner);
+            e->close();
+          }
+          delete it;
         }
-        delete it;
-      }
       btr->close();
     }
     AcDbDatabase *db = ref->database();

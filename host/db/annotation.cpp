@@ -461,7 +461,9 @@ Acad::ErrorStatus AcDbBlockReference::transformBy(const AcGeMatrix3d &xform) {
 // 50 rotation, 210 normal.
 Acad::ErrorStatus AcDbBlockReference::dxfOutFields(AcDbDxfFiler *f) const {
   AcDbEntity::dxfOutFields(f);
-  f->writeString(100, L"AcDbBlockReference");
+  // A grid of copies is the same entity with its own marker and four groups.
+  const auto *grid = AcDbMInsertBlock::cast(this);
+  f->writeString(100, grid ? L"AcDbMInsertBlock" : L"AcDbBlockReference");
   if (!attributeIds().empty()) f->writeInt16(66, 1);
   f->writeString(2, recordName(block_));
   f->writePoint3d(10, AcGePoint3d(position_).transformBy(AcGeMatrix3d::worldToPlane(normal_)));
@@ -469,6 +471,12 @@ Acad::ErrorStatus AcDbBlockReference::dxfOutFields(AcDbDxfFiler *f) const {
   f->writeDouble(42, scale_.sy);
   f->writeDouble(43, scale_.sz);
   f->writeAngle(50, rotation_);
+  if (grid) {
+    f->writeInt16(70, grid->columns());
+    f->writeInt16(71, grid->rows());
+    f->writeDouble(44, grid->columnSpacing());
+    f->writeDouble(45, grid->rowSpacing());
+  }
   f->writeVector3d(210, normal_);
   return Acad::eOk;
 }
@@ -496,5 +504,116 @@ Acad::ErrorStatus AcDbBlockReference::dxfInFields(AcDbDxfFiler *f) {
   scale_ = AcGeScale3d(s[0], s[1], s[2]);
   double r;
   if (f->getAngle(50, r)) rotation_ = wrapAngle(r);
+  return Acad::eOk;
+}
+
+// --- Grids of block references (MINSERT) --------------------------------------------------------
+
+AcDbBlockReference *vantry::host::newBlockReference(const AcDbDxfFiler &groups) {
+  int64_t columns = 1, rows = 1;
+  groups.getInt(70, columns);
+  groups.getInt(71, rows);
+  if (columns > 1 || rows > 1) return new AcDbMInsertBlock;
+  return new AcDbBlockReference;
+}
+
+Acad::ErrorStatus AcDbMInsertBlock::setColumns(Adesk::UInt16 n) {
+  if (Acad::ErrorStatus es = checkWrite(); es != Acad::eOk) return es;
+  if (n < 1) return Acad::eInvalidInput;
+  columns_ = n;
+  return Acad::eOk;
+}
+
+Acad::ErrorStatus AcDbMInsertBlock::setRows(Adesk::UInt16 n) {
+  if (Acad::ErrorStatus es = checkWrite(); es != Acad::eOk) return es;
+  if (n < 1) return Acad::eInvalidInput;
+  rows_ = n;
+  return Acad::eOk;
+}
+
+Acad::ErrorStatus AcDbMInsertBlock::setColumnSpacing(double d) {
+  if (Acad::ErrorStatus es = checkWrite(); es != Acad::eOk) return es;
+  if (!std::isfinite(d)) return Acad::eInvalidInput;
+  columnSpacing_ = d;
+  return Acad::eOk;
+}
+
+Acad::ErrorStatus AcDbMInsertBlock::setRowSpacing(double d) {
+  if (Acad::ErrorStatus es = checkWrite(); es != Acad::eOk) return es;
+  if (!std::isfinite(d)) return Acad::eInvalidInput;
+  rowSpacing_ = d;
+  return Acad::eOk;
+}
+
+// The copy's offset lies in the reference's plane, turned by its rotation;
+// the spacings are drawing units, not scaled by the reference's factors.
+AcGeVector3d AcDbMInsertBlock::gridOffset(int c, int r) const {
+  double a = rotation();
+  AcGeVector3d inPlane(c * columnSpacing_ * std::cos(a) - r * rowSpacing_ * std::sin(a),
+                       c * columnSpacing_ * std::sin(a) + r * rowSpacing_ * std::cos(a), 0);
+  return inPlane.transformBy(AcGeMatrix3d::planeToWorld(normal()));
+}
+
+// A box moved over the grid spans the boxes of its four corner copies.
+Acad::ErrorStatus AcDbMInsertBlock::getGeomExtents(AcDbExtents &ext) const {
+  AcDbExtents one;
+  if (Acad::ErrorStatus es = AcDbBlockReference::getGeomExtents(one); es != Acad::eOk) return es;
+  ext = AcDbExtents();
+  for (int c : {0, columns_ - 1})
+    for (int r : {0, rows_ - 1}) {
+      AcDbExtents corner = one;
+      corner.transformBy(AcGeMatrix3d::translation(gridOffset(c, r)));
+      ext.addExt(corner);
+    }
+  return Acad::eOk;
+}
+
+// Every copy's pieces. A grid of more than 10,000 copies is not exploded:
+// a drawing program refuses to explode such a reference at all.
+Acad::ErrorStatus AcDbMInsertBlock::explode(AcDbVoidPtrArray &out) const {
+  if (int(columns_) * int(rows_) > 10000) return Acad::eNotApplicable;
+  AcDbVoidPtrArray first;
+  if (Acad::ErrorStatus es = AcDbBlockReference::explode(first); es != Acad::eOk) return es;
+  std::vector<AcDbEntity *> made;
+  bool ok = true;
+  for (int r = 0; r < rows_ && ok; ++r)
+    for (int c = 0; c < columns_ && ok; ++c)
+      for (int i = 0; i < first.length() && ok; ++i) {
+        auto *piece = static_cast<AcDbEntity *>(first[i]);
+        AcDbEntity *copy = nullptr;
+        ok = piece->getTransformedCopy(AcGeMatrix3d::translation(gridOffset(c, r)), copy) == Acad::eOk;
+        if (ok) made.push_back(copy);
+      }
+  for (int i = 0; i < first.length(); ++i) delete static_cast<AcDbEntity *>(first[i]);
+  if (!ok) {
+    for (AcDbEntity *x : made) delete x;
+    return Acad::eNotApplicable;
+  }
+  for (AcDbEntity *x : made) out.append(x);
+  return Acad::eOk;
+}
+
+Acad::ErrorStatus AcDbMInsertBlock::transformBy(const AcGeMatrix3d &xform) {
+  if (Acad::ErrorStatus es = AcDbBlockReference::transformBy(xform); es != Acad::eOk) return es;
+  columnSpacing_ *= xform.scale();
+  rowSpacing_ *= xform.scale();
+  return Acad::eOk;
+}
+
+// 70 columns, 71 rows (1 when absent or less), 44 and 45 their spacings.
+Acad::ErrorStatus AcDbMInsertBlock::dxfInFields(AcDbDxfFiler *f) {
+  if (Acad::ErrorStatus es = AcDbBlockReference::dxfInFields(f); es != Acad::eOk) return es;
+  int64_t n;
+  if (f->getInt(70, n)) columns_ = Adesk::UInt16(std::clamp<int64_t>(n, 1, 32767));
+  if (f->getInt(71, n)) rows_ = Adesk::UInt16(std::clamp<int64_t>(n, 1, 32767));
+  double d;
+  if (f->getDouble(44, d)) {
+    if (!std::isfinite(d)) return Acad::eInvalidInput;
+    columnSpacing_ = d;
+  }
+  if (f->getDouble(45, d)) {
+    if (!std::isfinite(d)) return Acad::eInvalidInput;
+    rowSpacing_ = d;
+  }
   return Acad::eOk;
 }

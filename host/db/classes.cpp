@@ -98,6 +98,8 @@ VANTRY_DB_MEMBERS(AcDbLeader, AcDbCurve, L"LEADER", make<AcDbLeader>, COPIES(AcD
 VANTRY_DB_MEMBERS(AcDbFace, AcDbEntity, L"3DFACE", make<AcDbFace>, COPIES(AcDbFace))
 VANTRY_DB_MEMBERS(AcDbBlockReference, AcDbEntity, L"INSERT", make<AcDbBlockReference>,
                   COPIES(AcDbBlockReference))
+VANTRY_DB_MEMBERS(AcDbMInsertBlock, AcDbBlockReference, L"INSERT", make<AcDbMInsertBlock>,
+                  COPIES(AcDbMInsertBlock))
 VANTRY_DB_MEMBERS(AcDbText, AcDbEntity, L"TEXT", make<AcDbText>, COPIES(AcDbText))
 VANTRY_DB_MEMBERS(AcDbAttributeDefinition, AcDbText, L"ATTDEF", make<AcDbAttributeDefinition>,
                   COPIES(AcDbAttributeDefinition))
@@ -157,6 +159,7 @@ void registerDatabaseClasses() {
   AcDbLeader::rxInit();
   AcDbFace::rxInit();
   AcDbBlockReference::rxInit();
+  AcDbMInsertBlock::rxInit();
   AcDbText::rxInit();
   AcDbAttributeDefinition::rxInit();
   AcDbAttribute::rxInit();

@@ -190,6 +190,9 @@ AcDbObjectId ensureRecord(AcDbObjectId table, AcRxClass *recordClass, std::wstri
 const AcDbDxfFiler::Item *drawingVar(const AcDbDatabase *db, const std::wstring &name);
 // The working database: the current document's, or null.
 AcDbDatabase *workingDatabase();
+// A new INSERT for these groups: a grid of copies (MINSERT) when they give
+// more than one column or row, else a plain block reference.
+AcDbBlockReference *newBlockReference(const AcDbDxfFiler &groups);
 // Registers the annotative protocol extension and every database class.
 void registerDatabaseClasses();
 

@@ -345,7 +345,7 @@ AcDbObjectId makeFromData(Interp &in, const Value &list, bool ownerless, bool &a
   for (const EntityType &t : entityTypes())
     if (type == t.name) kind = &t;
   if (!kind || !hasAll(f, kind->required)) return b.clear(), AcDbObjectId::kNull;
-  std::unique_ptr<AcDbObject> obj(kind->make());
+  std::unique_ptr<AcDbObject> obj(type == L"INSERT" ? newBlockReference(f) : kind->make());
   auto *ent = AcDbEntity::cast(obj.get());
   if (!ent) {
     if (!ownerless || b.busy()) return b.clear(), AcDbObjectId::kNull;  // entmake makes entities only

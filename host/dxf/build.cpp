@@ -32,7 +32,9 @@ struct BuildError {
   std::wstring text;
 };
 
-AcDbEntity *makeEntity(const std::wstring &type) {
+AcDbEntity *makeEntity(const Record &r) {
+  const std::wstring &type = r.type;
+  if (type == L"INSERT") return newBlockReference(r.fields);
   if (type == L"LINE") return new AcDbLine;
   if (type == L"CIRCLE") return new AcDbCircle;
   if (type == L"ARC") return new AcDbArc;
@@ -40,7 +42,6 @@ AcDbEntity *makeEntity(const std::wstring &type) {
   if (type == L"MTEXT") return new AcDbMText;
   if (type == L"LEADER") return new AcDbLeader;
   if (type == L"3DFACE") return new AcDbFace;
-  if (type == L"INSERT") return new AcDbBlockReference;
   if (type == L"TEXT") return new AcDbText;
   if (type == L"ATTDEF") return new AcDbAttributeDefinition;
   if (type == L"POINT") return new AcDbPoint;
@@ -359,7 +360,7 @@ void Builder::entity(Record &r, AcDbObjectId btr) {
     return;
   }
   // Kinds the database does not model are kept as their groups.
-  AcDbEntity *ent = makeEntity(r.type);
+  AcDbEntity *ent = makeEntity(r);
   if (!ent) ent = new VerbatimEntity(r.type);
   appendTo(btr, place(ent, r.handle, btr, &r));
   ent->setLayer(recordId(impl_->layerTable, L"0"));

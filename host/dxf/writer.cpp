@@ -648,7 +648,8 @@ void Writer::entity(const AcDbEntity *ent, uint64_t owner) {
     auto &its = f.items();
     if (std::none_of(its.begin(), its.end(), [](const AcDbDxfFiler::Item &it) { return it.code == 66; })) {
       auto at = std::find_if(its.begin(), its.end(), [](const AcDbDxfFiler::Item &it) {
-        return it.code == 100 && (it.text == L"AcDbBlockReference" || it.text == L"AcDbPolyFaceMesh" ||
+        return it.code == 100 && (it.text == L"AcDbBlockReference" || it.text == L"AcDbMInsertBlock" ||
+                                  it.text == L"AcDbPolyFaceMesh" ||
                                   it.text == L"AcDbPolygonMesh");
       });
       AcDbDxfFiler::Item follow;

@@ -68,3 +68,39 @@ class AcDbBlockReference : public AcDbEntity {
   double rotation_ = 0;
   AcGeVector3d normal_ = AcGeVector3d::kZAxis;
 };
+
+// A block reference drawn as a grid of copies (MINSERT): columns along the
+// reference's rotated x axis, rows along its y axis, in its own plane. A
+// drawing file writes it as an INSERT with the grid's groups.
+class AcDbMInsertBlock : public AcDbBlockReference {
+ public:
+  ACRX_DECLARE_MEMBERS(AcDbMInsertBlock);
+  AcDbMInsertBlock() = default;
+  AcDbMInsertBlock(const AcGePoint3d &position, AcDbObjectId blockTableRecord, Adesk::UInt16 columns,
+                   Adesk::UInt16 rows, double columnSpacing, double rowSpacing)
+      : AcDbBlockReference(position, blockTableRecord),
+        columns_(columns),
+        rows_(rows),
+        columnSpacing_(columnSpacing),
+        rowSpacing_(rowSpacing) {}
+  Adesk::UInt16 columns() const { return columns_; }
+  Acad::ErrorStatus setColumns(Adesk::UInt16 n);  // at least 1
+  Adesk::UInt16 rows() const { return rows_; }
+  Acad::ErrorStatus setRows(Adesk::UInt16 n);  // at least 1
+  double columnSpacing() const { return columnSpacing_; }
+  Acad::ErrorStatus setColumnSpacing(double d);
+  double rowSpacing() const { return rowSpacing_; }
+  Acad::ErrorStatus setRowSpacing(double d);
+  // Where the copy in column c, row r lies from the reference's own (0, 0),
+  // in world coordinates: its block transform is this translation after
+  // blockTransform().
+  AcGeVector3d gridOffset(int c, int r) const;
+  Acad::ErrorStatus getGeomExtents(AcDbExtents &extents) const override;
+  Acad::ErrorStatus explode(AcDbVoidPtrArray &entities) const override;
+  Acad::ErrorStatus transformBy(const AcGeMatrix3d &xform) override;
+  Acad::ErrorStatus dxfInFields(AcDbDxfFiler *filer) override;
+
+ private:
+  Adesk::UInt16 columns_ = 1, rows_ = 1;
+  double columnSpacing_ = 0, rowSpacing_ = 0;
+};
