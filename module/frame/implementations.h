@@ -202,4 +202,12 @@ int signString();
 int verifyString();
 int ol_ol_submitBug();
 
+// The customisation dialogs over the standards tables (standards/).
+int ol_ol_LayerSystemOptionsHVAC();
+int ol_ol_LayerSystemOptionsPlumb();
+int ol_ol_LayerSystemOptionsElec();
+int ol_ol_customizeLayers();
+int ol_ol_customizeTextStyles();
+int ol_ol_customizeLabelGroup();
+
 }  // namespace vantry::lispfn
