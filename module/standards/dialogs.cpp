@@ -301,21 +301,19 @@ class LabelGroupsDialog : public TableDialog {
   std::wstring group_;
 };
 
-}  // namespace
-
-int ol_ol_LayerSystemOptionsHVAC() {
+int ol_ol_LayerSystemOptionsHVAC_() {
   return layerSystems(L"ol_ol-LayerSystemOptionsHVAC", L"HVAC", L"HVAC Layer Systems");
 }
 
-int ol_ol_LayerSystemOptionsPlumb() {
+int ol_ol_LayerSystemOptionsPlumb_() {
   return layerSystems(L"ol_ol-LayerSystemOptionsPlumb", L"Plumbing", L"Plumbing Layer Systems");
 }
 
-int ol_ol_LayerSystemOptionsElec() {
+int ol_ol_LayerSystemOptionsElec_() {
   return layerSystems(L"ol_ol-LayerSystemOptionsElec", L"Electrical", L"Electrical Layer Systems");
 }
 
-int ol_ol_customizeLayers() {
+int ol_ol_customizeLayers_() {
   acedRetNil();
   frame::ArgList args;
   std::wstring system;
@@ -327,7 +325,7 @@ int ol_ol_customizeLayers() {
   return finish(d, c, d.load(c));
 }
 
-int ol_ol_customizeTextStyles() {
+int ol_ol_customizeTextStyles_() {
   acedRetNil();
   frame::ArgList args;
   EngineConnection c = standards::standardsDatabase(L"ol_ol-customizeTextStyles");
@@ -336,7 +334,7 @@ int ol_ol_customizeTextStyles() {
   return finish(d, c, d.load(c));
 }
 
-int ol_ol_customizeLabelGroup() {
+int ol_ol_customizeLabelGroup_() {
   acedRetNil();
   frame::ArgList args;
   std::wstring group;
@@ -347,5 +345,16 @@ int ol_ol_customizeLabelGroup() {
   LabelGroupsDialog d(c, group);
   return finish(d, c, d.load(c));
 }
+
+}  // namespace
+
+// The engine's own failures (which the call frame would leave to the host)
+// are reported as the database functions report them.
+int ol_ol_LayerSystemOptionsHVAC() { return database::catchEngineError(ol_ol_LayerSystemOptionsHVAC_); }
+int ol_ol_LayerSystemOptionsPlumb() { return database::catchEngineError(ol_ol_LayerSystemOptionsPlumb_); }
+int ol_ol_LayerSystemOptionsElec() { return database::catchEngineError(ol_ol_LayerSystemOptionsElec_); }
+int ol_ol_customizeLayers() { return database::catchEngineError(ol_ol_customizeLayers_); }
+int ol_ol_customizeTextStyles() { return database::catchEngineError(ol_ol_customizeTextStyles_); }
+int ol_ol_customizeLabelGroup() { return database::catchEngineError(ol_ol_customizeLabelGroup_); }
 
 }  // namespace vantry::lispfn

@@ -317,7 +317,14 @@ int TableDialog::runAndSave(const EngineConnection &c) {
     database::reportEngineError(c);
     return -1;
   }
-  if (save() && command(c, L"COMMIT")) return 1;
+  bool written;
+  try {
+    written = save() && command(c, L"COMMIT");
+  } catch (...) {
+    command(c, L"ROLLBACK");
+    throw;
+  }
+  if (written) return 1;
   engine::LastError e = c->GetLastError();
   command(c, L"ROLLBACK");
   database::setLastError(e.number, text::fromUtf8(e.description));
