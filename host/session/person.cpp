@@ -3,6 +3,18 @@
 #include "host/person.h"
 
 #include "session/session.h"
+#include "session/windows.h"
+
+namespace vantry::host {
+namespace {
+WindowObserver observer;
+}
+
+void setWindowObserver(WindowObserver o) {
+  observer = std::move(o);
+}
+
+}  // namespace vantry::host
 
 bool acedPersonAnswer(const wchar_t *caption, std::wstring *answer) {
   using vantry::host::Session;
@@ -17,4 +29,9 @@ bool acedPersonAnswer(const wchar_t *caption, std::wstring *answer) {
   s.print(L"[" + title + L"] " + *next + L"\n");
   if (answer) *answer = *next;
   return true;
+}
+
+bool acedPersonAnswer(const PersonWindow &window, std::wstring *answer) {
+  if (vantry::host::observer) vantry::host::observer(window);
+  return acedPersonAnswer(window.caption.c_str(), answer);
 }

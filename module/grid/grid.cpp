@@ -208,10 +208,34 @@ void GridDialog::refuse(const std::wstring &why) {
   acutPrintf(L"[%s] %s\n", title_.c_str(), why.c_str());
 }
 
+// The window as it opens, for a picture of it.
+PersonWindow GridDialog::window() const {
+  PersonWindow w;
+  w.caption = title_;
+  w.buttons = {L"OK", L"Cancel"};
+  for (const Column &c : grid.columns)
+    w.columns.push_back({c.title, c.width, static_cast<PersonWindow::CellKind>(c.kind)});
+  std::vector<int> shown = grid.shownRows();
+  for (size_t n = 0; n < shown.size(); ++n) {
+    const Row &r = grid.rows[shown[n]];
+    if (r.parent != -1 && !grid.rows[r.parent].expanded) continue;
+    PersonWindow::Row row;
+    row.cells = r.cells;
+    if (r.masked >= 0 && !row.cells[r.masked].empty()) row.cells[r.masked] = L"********";
+    row.number = int(n + 1);
+    row.child = r.parent != -1;
+    bool children = false;
+    for (const Row &k : grid.rows) children = children || (!k.deleted && k.parent == shown[n]);
+    row.box = children ? (r.expanded ? 1 : -1) : 0;
+    w.rows.push_back(std::move(row));
+  }
+  return w;
+}
+
 bool GridDialog::run() {
   acutPrintf(L"\n[%s]\n%s", title_.c_str(), grid.draw().c_str());
   std::wstring answer;
-  if (!acedPersonAnswer(title_.c_str(), &answer)) return false;
+  if (!acedPersonAnswer(window(), &answer)) return false;
   return runSteps(answer);
 }
 

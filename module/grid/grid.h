@@ -37,8 +37,11 @@
 #include <string>
 #include <vector>
 
+struct PersonWindow;
+
 namespace vantry::grid {
 
+// In the order of PersonWindow::CellKind (host/person.h).
 enum class CellKind { Text, Number, Combo, Check, Button, Tree };
 
 struct Column {
@@ -101,6 +104,8 @@ class GridDialog {
   // Runs one answer's steps against the dialog (run() does this with the
   // person's answer); true when they ended with OK.
   bool runSteps(const std::wstring &answer);
+  // What the dialog shows as it opens (its rows as drawn), for pictures.
+  PersonWindow window() const;
 
  protected:
   // The rules, for the dialog of each table to give. `value` may be

@@ -55,7 +55,7 @@ class OptionsDialog : public grid::GridDialog {
   explicit OptionsDialog(const std::wstring &only) : GridDialog(L"User Options") {
     grid.columns = {{L"Option", L"Option", CellKind::Text, {}, true, 16},
                     {L"Value", L"Value", CellKind::Text, {}, false, 30},
-                    {L"About", L"About", CellKind::Text, {}, true, 40}};
+                    {L"About", L"About", CellKind::Text, {}, true, 50}};
     for (const Option &o : kOptions) {
       if (!only.empty() && !grid::sameName(only, o.name)) continue;
       int row = grid.addRow(-1);
@@ -193,8 +193,12 @@ int ol_photo_licenseDialog() {
     return 0;
   }
   acutPrintf(L"\n[Photo Licence]\n%s\n  <Accept> <Decline>\n", terms.c_str());
+  PersonWindow window;
+  window.caption = L"Photo Licence";
+  window.text = terms;
+  window.buttons = {L"Accept", L"Decline"};
   std::wstring answer;
-  if (!acedPersonAnswer(L"Photo Licence", &answer)) return 0;
+  if (!acedPersonAnswer(window, &answer)) return 0;
   std::wstring step = grid::unquote(answer);
   if (grid::sameName(step, L"accept") || grid::sameName(step, L"OK")) {
     if (!services::writeSetting(services::kUserOptionsKey, L"PhotoLicenseAccepted", checksum)) {

@@ -183,8 +183,8 @@ class LayersDialog : public TableDialog {
     grid.columns = {column(L"Layer", CellKind::Text, 20),
                     column(L"System", CellKind::Combo, 14, choices(c, L"StdLayerSystems", L"SystemName", {})),
                     column(L"Color", CellKind::Button, 6),
-                    column(L"Linetype", CellKind::Combo, 12, choices(c, L"StdLayers", L"Linetype", kLinetypes)),
-                    column(L"Lineweight", CellKind::Combo, 10, kLineweights),
+                    column(L"Linetype", CellKind::Combo, 13, choices(c, L"StdLayers", L"Linetype", kLinetypes)),
+                    column(L"Lineweight", CellKind::Combo, 11, kLineweights),
                     column(L"Plot", CellKind::Check, 4),
                     column(L"Description", CellKind::Text, 24)};
     grid.columns[1].readOnly = !system.empty();
@@ -201,8 +201,13 @@ class LayersDialog : public TableDialog {
   // The Color button opens the colour chooser: a dialog of its own, which
   // takes the person's next answer (a colour number or name).
   Refusal press(int row, int column) override {
+    PersonWindow chooser;
+    chooser.caption = L"Select Color";
+    chooser.text = L"Colour " + grid.rows[row].cells[column] +
+                   L". A colour number from 1 to 255, or red, yellow, green, cyan, blue, magenta, white.";
+    chooser.buttons = {L"OK", L"Cancel"};
     std::wstring answer;
-    if (!acedPersonAnswer(L"Select Color", &answer)) return std::nullopt;
+    if (!acedPersonAnswer(chooser, &answer)) return std::nullopt;
     answer = grid::unquote(answer);
     if (Refusal r = checkCell(row, column, answer)) return r;
     grid.rows[row].cells[column] = answer;
