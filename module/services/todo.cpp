@@ -63,12 +63,14 @@ int ol_ol_setToDoDrawing() {
   if (path.empty()) return 3;
   std::error_code ec;
   std::wstring full = text::fromUtf8(std::filesystem::absolute(text::nativePath(path), ec).lexically_normal().string());
-  // Nothing half written: the function first (a failure there leaves the
-  // old to-do whole), the drawing last.
-  if (!clearToDo() ||
-      (!function.empty() && !services::writeSetting(kToDoKey, L"Function", function)) ||
+  // Nothing half written: a write that fails puts the old to-do back.
+  std::optional<std::wstring> oldDrawing = services::readSetting(kToDoKey, L"Drawing");
+  std::optional<std::wstring> oldFunction = services::readSetting(kToDoKey, L"Function");
+  if (!clearToDo() || (!function.empty() && !services::writeSetting(kToDoKey, L"Function", function)) ||
       !services::writeSetting(kToDoKey, L"Drawing", full)) {
     clearToDo();
+    if (oldFunction) services::writeSetting(kToDoKey, L"Function", *oldFunction);
+    if (oldDrawing) services::writeSetting(kToDoKey, L"Drawing", *oldDrawing);
     services::tell(L"ol_ol-setToDoDrawing: the to-do could not be kept in the settings.");
     return 0;
   }
