@@ -24,6 +24,9 @@
 //   --save FILE      after the scripts, save the current drawing as FILE (DXF)
 //   --png FILE       after the scripts, draw the current drawing to FILE (PNG)
 //   --view VIEW      what pictures show: plan, isometric or both (the default)
+//   --window-pictures DIR
+//                    draw every module window shown (grid dialogs ...) to
+//                    DIR/NN-Caption.png as it opens
 //
 // The transcript (everything the host's command line shows) goes to
 // standard output. The exit status is 0 when every script ran to its end and
@@ -47,6 +50,7 @@
 #include "repl.h"
 #include "session/session.h"
 #include "render.h"
+#include "window_pictures.h"
 
 namespace {
 
@@ -63,7 +67,7 @@ struct Options {
   std::vector<std::string> dialogAnswers;
   std::vector<std::string> modules;
   std::string stepFile;
-  std::string drawing, saveAs, png;
+  std::string drawing, saveAs, png, windowPictures;
   vantry::render::Options picture;
   bool productModule = true;
 };
@@ -72,7 +76,7 @@ int usage() {
   std::fprintf(stderr,
                "usage: vantry [--input FILE] [--dialog TEXT] [--module NAME] [--no-module] [--step FILE]\n"
                "              [--drawing IN.dxf] [--save OUT.dxf] [--png OUT.png]\n"
-               "              [--view plan|isometric|both] run FILE...\n"
+               "              [--view plan|isometric|both] [--window-pictures DIR] run FILE...\n"
                "       vantry [options] -e EXPR\n"
                "       vantry [options] repl\n"
                "       vantry [options] render IN.dxf OUT.png\n"
@@ -195,6 +199,7 @@ int session(const Options &opt) {
   for (const std::string &f : opt.inputFiles)
     if (!queueInput(in, f)) return 2;
   for (const std::string &a : opt.dialogAnswers) s.dialogAnswers.push_back(vantry::text::fromUtf8(a));
+  if (!opt.windowPictures.empty()) vantry::cli::pictureWindows(opt.windowPictures);
 
   int status = 0;
   if (opt.command == "run")
@@ -261,6 +266,9 @@ int main(int argc, char **argv) {
     } else if (a == "--step") {
       if (i + 1 >= argc) return usage();
       opt.stepFile = argv[++i];
+    } else if (a == "--window-pictures") {
+      if (i + 1 >= argc) return usage();
+      opt.windowPictures = argv[++i];
     } else if (a == "--drawing" || a == "--save" || a == "--png") {
       if (i + 1 >= argc) return usage();
       (a == "--drawing" ? opt.drawing : a == "--save" ? opt.saveAs : opt.png) = argv[++i];

@@ -95,3 +95,11 @@ namespace vantry::render {
 bool writeDialogPng(host::dcl::Dialog &dialog, const std::string &path, std::string *error);
 
 }  // namespace vantry::render
+
+struct PersonWindow;  // host/person.h
+namespace vantry::render {
+// A module's own window (its grid dialogs, the colour chooser, the licence)
+// drawn as it opens (window.cpp). False with *error when the picture cannot
+// be written.
+bool writeWindowPng(const PersonWindow &window, const std::string &path, std::string *error);
+}  // namespace vantry::render

@@ -219,4 +219,21 @@ int signString();
 int verifyString();
 int ol_ol_submitBug();
 
+// The customisation dialogs over the standards tables (standards/).
+int ol_ol_LayerSystemOptionsHVAC();
+int ol_ol_LayerSystemOptionsPlumb();
+int ol_ol_LayerSystemOptionsElec();
+int ol_ol_customizeLayers();
+int ol_ol_customizeTextStyles();
+int ol_ol_customizeLabelGroup();
+
+// User options, the licence, the to-do drawing and safe continue
+// (services/user_options.cpp, services/todo.cpp).
+int EditUserOptions();
+int ol_photo_licenseDialog();
+int ol_ol_setToDoDrawing();
+int ol_ol_getToDoDrawing();
+int ol_ol_executeToDo();
+int ol_ol_safeContinue();
+
 }  // namespace vantry::lispfn
