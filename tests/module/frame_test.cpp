@@ -121,8 +121,8 @@ TEST_F(ModuleTest, StatusesBecomeResultsAndMessages) {
   // Status 4: the implementation spoke; the frame only shows the text screen.
   s.clearTranscript();
   int screens = s.textScreenCalls;
-  EXPECT_EQ(lisp(L"(ol_photo-licenseDialog)"), L"ERROR: ADS request error");
-  EXPECT_EQ(s.transcript(), L"\nol_photo-licenseDialog is not available in this build.\n");
+  EXPECT_EQ(lisp(L"(ol_ol-createLayer \"X\" 1 \"HIDDEN9\")"), L"ERROR: ADS request error");
+  EXPECT_EQ(s.transcript(), L"\nLinetype \"HIDDEN9\" is not loaded in this drawing.\n");
   EXPECT_EQ(s.textScreenCalls, screens + 1);
 }
 

@@ -374,5 +374,42 @@ TEST(DxfRealFaults, TablesLayoutsExtensionDictionariesAndLooseObjectsAreKept) {
     EXPECT_NE(kept.find(part), std::wstring::npos) << text::toUtf8(part) << " in " << text::toUtf8(kept);
 }
 
+// A MINSERT (an INSERT with columns and rows) was read as one reference:
+// its grid was dropped on saving and a picture showed one copy. The grid is
+// kept, and the copies lie along the reference's turned axes.
+TEST(DxfRealFaults, AGridOfCopiesKeepsItsColumnsAndRows) {
+  std::string text = kTables + "0\nTABLE\n2\nBLOCK_RECORD\n5\n1\n0\nBLOCK_RECORD\n5\n1F\n2\n*Model_Space\n"
+                     "0\nBLOCK_RECORD\n5\n60\n2\nBAR\n0\nENDTAB\n" + kEnd + "0\nSECTION\n2\nBLOCKS\n"
+                     "0\nBLOCK\n5\n61\n330\n60\n2\nBAR\n70\n0\n10\n0\n20\n0\n30\n0\n"
+                     "0\nLINE\n5\n63\n330\n60\n100\nAcDbEntity\n8\n0\n100\nAcDbLine\n10\n0\n20\n0\n30\n0\n"
+                     "11\n1\n21\n0\n31\n0\n0\nENDBLK\n5\n62\n330\n60\n" + kEnd + kEntities +
+                     "0\nINSERT\n5\n80\n330\n1F\n100\nAcDbEntity\n8\n0\n100\nAcDbMInsertBlock\n2\nBAR\n"
+                     "10\n100\n20\n0\n30\n0\n50\n90\n70\n3\n71\n2\n44\n10\n45\n5\n" + kEnd + kEof;
+  AcDbDatabase db, again;
+  std::string saved = roundTrip("minsert.dxf", text, db, again);
+  EXPECT_NE(saved.find("100\nAcDbMInsertBlock\n"), std::string::npos);
+  auto *ms = AcDbBlockTableRecord::cast(objectOf(again.impl()->modelSpace));
+  ASSERT_EQ(ms->entityIds().size(), 1u);
+  auto *grid = AcDbMInsertBlock::cast(objectOf(ms->entityIds()[0]));
+  ASSERT_TRUE(grid) << "read back as a grid";
+  EXPECT_EQ(grid->objectId().handle().value(), 0x80u);
+  EXPECT_EQ(grid->columns(), 3);
+  EXPECT_EQ(grid->rows(), 2);
+  EXPECT_EQ(grid->columnSpacing(), 10.0);
+  EXPECT_EQ(grid->rowSpacing(), 5.0);
+  // Turned a quarter: columns run up +y, rows along -x; the unit line of
+  // each copy points up too.
+  AcDbExtents ext;
+  ASSERT_EQ(grid->getGeomExtents(ext), Acad::eOk);
+  EXPECT_NEAR(ext.minPoint().x, 95, 1e-9);
+  EXPECT_NEAR(ext.maxPoint().x, 100, 1e-9);
+  EXPECT_NEAR(ext.minPoint().y, 0, 1e-9);
+  EXPECT_NEAR(ext.maxPoint().y, 21, 1e-9);
+  AcDbVoidPtrArray pieces;
+  ASSERT_EQ(grid->explode(pieces), Acad::eOk);
+  EXPECT_EQ(pieces.length(), 6);
+  for (int i = 0; i < pieces.length(); ++i) delete static_cast<AcDbEntity *>(pieces[i]);
+}
+
 }  // namespace
 }  // namespace vantry::host
