@@ -8,6 +8,7 @@
 
 #include "database/context.h"
 #include "frame/implementations.h"
+#include "frame/support.h"
 #include "common/files.h"
 #include "common/text.h"
 #include "frame/value_list.h"
@@ -39,19 +40,8 @@ std::wstring resolveDatabasePath(const std::wstring &path) {
   // A database server's URL is not a file: the engine opens it as it stands.
   if (path.rfind(L"postgresql://", 0) == 0 || path.rfind(L"postgres://", 0) == 0) return path;
   if (files::isFile(path)) return absolutePath(path);
-  resbuf rb{};
-  if (acedGetVar(L"ACADPREFIX", &rb) != RTNORM || rb.restype != RTSTR || !rb.resval.rstring) return L"";
-  std::wstring dirs = rb.resval.rstring;
-  acutDelString(rb.resval.rstring);
-  size_t start = 0;
-  while (start < dirs.size()) {
-    size_t end = dirs.find(L';', start);
-    if (end == std::wstring::npos) end = dirs.size();
-    std::wstring candidate = dirs.substr(start, end - start) + L"\\" + path;
-    if (end > start && files::isFile(candidate)) return absolutePath(candidate);
-    start = end + 1;
-  }
-  return L"";
+  std::wstring found = frame::findInSupportFolders(path);
+  return found.empty() ? found : absolutePath(found);
 }
 
 // Asks the product's LISP to repair a damaged file: (compactDatabase path nil "Repair").

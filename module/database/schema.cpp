@@ -34,6 +34,7 @@
 #include "database/context.h"
 #include "engine/schema.h"
 #include "frame/implementations.h"
+#include "frame/support.h"
 #include "frame/value_list.h"
 
 namespace vantry::lispfn {
@@ -593,17 +594,7 @@ int relationInfoBody() {
 // in each support folder (ACADPREFIX) joined with "\", as vt_connect looks.
 std::string findLinkedFile(const std::wstring &path) {
   if (files::isFile(path)) return text::nativePath(path);
-  resbuf rb{};
-  if (acedGetVar(L"ACADPREFIX", &rb) == RTNORM && rb.restype == RTSTR && rb.resval.rstring) {
-    std::wstring dirs = rb.resval.rstring;
-    acutDelString(rb.resval.rstring);
-    for (size_t start = 0; start < dirs.size();) {
-      size_t end = std::min(dirs.find(L';', start), dirs.size());
-      std::wstring candidate = dirs.substr(start, end - start) + L"\\" + path;
-      if (end > start && files::isFile(candidate)) return text::nativePath(candidate);
-      start = end + 1;
-    }
-  }
+  if (std::wstring found = frame::findInSupportFolders(path); !found.empty()) return text::nativePath(found);
   return text::nativePath(path);
 }
 

@@ -12,6 +12,7 @@
 
 #include "common/files.h"
 #include "frame/implementations.h"
+#include "frame/support.h"
 #include "frame/value_list.h"
 
 namespace vantry::lispfn {
@@ -65,19 +66,7 @@ bool shellOpen(const std::wstring &what, const wchar_t *verb, const wchar_t *par
 // (ACADPREFIX). Empty when not found.
 std::wstring findHelpFile(const std::wstring &name) {
   if (files::isFile(name) || name.find(L"://") != std::wstring::npos) return name;
-  resbuf rb{};
-  if (acedGetVar(L"ACADPREFIX", &rb) != RTNORM || rb.restype != RTSTR || !rb.resval.rstring) return L"";
-  std::wstring dirs = rb.resval.rstring;
-  acutDelString(rb.resval.rstring);
-  size_t start = 0;
-  while (start < dirs.size()) {
-    size_t end = dirs.find(L';', start);
-    if (end == std::wstring::npos) end = dirs.size();
-    std::wstring candidate = dirs.substr(start, end - start) + L"\\" + name;
-    if (end > start && files::isFile(candidate)) return candidate;
-    start = end + 1;
-  }
-  return L"";
+  return frame::findInSupportFolders(name);
 }
 
 bool isFolderPath(const std::wstring &path) {
