@@ -10,6 +10,7 @@
 #include "common/files.h"
 #include "common/text.h"
 #include "dcl/dcl.h"
+#include "paint.h"
 #include "render.h"
 
 namespace vantry::render {
@@ -17,10 +18,9 @@ namespace {
 
 namespace dcl = host::dcl;
 
-constexpr int kBorder = 8, kTitle = 28;
-constexpr double kFont = 12;
+using namespace paint;
 
-void rgb(cairo_t *cr, unsigned c) { cairo_set_source_rgb(cr, ((c >> 16) & 255) / 255.0, ((c >> 8) & 255) / 255.0, (c & 255) / 255.0); }
+constexpr int kBorder = 8, kTitle = 28;
 
 // The host's colour numbers in an image: the first nine drawing colours,
 // and the dialog's own (background -2 and -15, foreground -16, lines -18).
@@ -30,26 +30,6 @@ unsigned imageColor(int c) {
   if (c == -2 || c == -15) return 0xf0f0f0;
   if (c == -16 || c == -18) return 0x000000;
   return 0x808080;
-}
-
-void text(cairo_t *cr, const std::wstring &s, double x, double y, unsigned color = 0x000000, bool bold = false) {
-  cairo_select_font_face(cr, "sans-serif", CAIRO_FONT_SLANT_NORMAL, bold ? CAIRO_FONT_WEIGHT_BOLD : CAIRO_FONT_WEIGHT_NORMAL);
-  cairo_set_font_size(cr, kFont);
-  rgb(cr, color);
-  cairo_move_to(cr, x, y);
-  cairo_show_text(cr, text::toUtf8(s).c_str());
-}
-
-// Text centred on a line of a box: baseline a little below the middle.
-double baseline(double top, double height) { return top + height / 2 + kFont * 0.35; }
-
-void box(cairo_t *cr, double x, double y, double w, double h, unsigned fill, unsigned line) {
-  cairo_rectangle(cr, x + 0.5, y + 0.5, w - 1, h - 1);
-  rgb(cr, fill);
-  cairo_fill_preserve(cr);
-  rgb(cr, line);
-  cairo_set_line_width(cr, 1);
-  cairo_stroke(cr);
 }
 
 class Painter {

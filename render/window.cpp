@@ -11,36 +11,22 @@
 #include "common/files.h"
 #include "common/text.h"
 #include "host/person.h"
+#include "paint.h"
 #include "render.h"
 
 namespace vantry::render {
 namespace {
 
+using paint::box;
+using paint::rgb;
+
 constexpr int kBorder = 8, kTitle = 28, kRow = 20, kChar = 7, kNumber = 40, kButtonW = 80, kButtonH = 24;
 constexpr int kTextWidth = 60;  // characters of a text line when the window has no grid
-constexpr double kFont = 12;
 
-void rgb(cairo_t *cr, unsigned c) {
-  cairo_set_source_rgb(cr, ((c >> 16) & 255) / 255.0, ((c >> 8) & 255) / 255.0, (c & 255) / 255.0);
-}
-
-void box(cairo_t *cr, double x, double y, double w, double h, unsigned fill, unsigned line) {
-  cairo_rectangle(cr, x + 0.5, y + 0.5, w - 1, h - 1);
-  rgb(cr, fill);
-  cairo_fill_preserve(cr);
-  rgb(cr, line);
-  cairo_set_line_width(cr, 1);
-  cairo_stroke(cr);
-}
-
+// One line of text centred on a row from top, height high.
 void text(cairo_t *cr, const std::wstring &s, double x, double top, double height, unsigned color = 0,
           bool bold = false) {
-  cairo_select_font_face(cr, "sans-serif", CAIRO_FONT_SLANT_NORMAL,
-                         bold ? CAIRO_FONT_WEIGHT_BOLD : CAIRO_FONT_WEIGHT_NORMAL);
-  cairo_set_font_size(cr, kFont);
-  rgb(cr, color);
-  cairo_move_to(cr, x, top + height / 2 + kFont * 0.35);
-  cairo_show_text(cr, text::toUtf8(s).c_str());
+  paint::text(cr, s, x, paint::baseline(top, height), color, bold);
 }
 
 // Lines of at most `width` characters, broken at blanks where there is one.
