@@ -193,6 +193,28 @@ TEST_F(DclFiles, ThePictureShowsTheTitleBarAndTheDefaultButton) {
   const Tile &ok = *t->children[1]->children[0]->children[0];
   EXPECT_EQ(px[(28 + ok.y) * stride + 8 + ok.x] & 0xffffff, 0x0078d7u) << "the default button's outline";
   cairo_surface_destroy(png);
+
+  // Radio buttons side by side: nothing is drawn in the empty end of the
+  // first, wider than its label (a line from the label's end to the next
+  // circle was, while the text left its point in the path).
+  write("r.dcl", "r : dialog { : radio_row { : radio_button { key = \"a\"; label = \"Round\"; value = \"1\"; width = 24; }\n"
+                 ": radio_button { key = \"b\"; label = \"Rectangular\"; } } ok_only; }\n");
+  ASSERT_TRUE(render::writeDialogPng(L"r.dcl", L"r", "r.png", &error)) << error;
+  png = cairo_image_surface_create_from_png("r.png");
+  ASSERT_EQ(cairo_surface_status(png), CAIRO_STATUS_SUCCESS);
+  px = reinterpret_cast<uint32_t *>(cairo_image_surface_get_data(png));
+  stride = cairo_image_surface_get_stride(png) / 4;
+  std::shared_ptr<const File> rf = loadFile(L"r.dcl", nullptr);
+  auto rt = instance(*rf, L"r");
+  const Tile &row = *rt->children[0];
+  const Tile &first = *row.children[0], &second = *row.children[1];
+  int stray = 0;
+  for (int y = first.y; y < first.y + first.height; ++y)
+    for (int x = first.x + first.width - 16; x < first.x + first.width - 2; ++x)
+      if ((px[(28 + y) * stride + 8 + x] & 0xffffff) != 0xf0f0f0u) ++stray;
+  EXPECT_EQ(stray, 0) << "pixels drawn after the first radio button's label";
+  EXPECT_LE(second.x, first.x + first.width + 8) << "the buttons are neighbours";
+  cairo_surface_destroy(png);
   EXPECT_FALSE(render::writeDialogPng(L"p.dcl", L"nope", "q.png", &error));
   EXPECT_NE(error.find("no dialog \"nope\""), std::string::npos) << error;
 }
