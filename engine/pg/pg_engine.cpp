@@ -3,6 +3,7 @@
 // a dead engine (the module's per-call check reopens it), and the server's
 // types as the interface's values.
 #include "pg_engine.h"
+#include "pg_schema.h"
 
 #include <cstring>
 #include <fstream>
@@ -106,6 +107,7 @@ PgEngine::~PgEngine() {
 }
 
 bool PgEngine::fail(long number, const std::string &description) {
+  lastState_.clear();
   error_.number = number;
   error_.description = description;
   return false;
@@ -125,6 +127,10 @@ bool PgEngine::failFrom(const PGresult *r) {
                       : PQerrorMessage(conn_);
   const char *tableField = r ? PQresultErrorField(r, PG_DIAG_TABLE_NAME) : nullptr;
   const char *columnField = r ? PQresultErrorField(r, PG_DIAG_COLUMN_NAME) : nullptr;
+  struct KeepState {  // fail() clears it; the refusal's own state is kept
+    std::string &state, code;
+    ~KeepState() { state = code; }
+  } keep{lastState_, code};
   if (code == "23505")
     return fail(errc::kDuplicateKey,
                 "The changes you requested to the table were not successful because they would "
@@ -254,12 +260,51 @@ bool PgEngine::IsAlive() {
 }
 
 void PgEngine::Close() {
+  work_.clear();  // the server undoes a transaction left open when its connection ends
   cursors_.clear();
   current_ = nullptr;
   if (conn_) PQfinish(conn_);
   conn_ = nullptr;
   name_.clear();
   url_.clear();
+}
+
+bool PgEngine::BeginWork() {
+  if (!needDatabase()) return false;
+  bool savepoint = !work_.empty();
+  if (!exec(savepoint ? "SAVEPOINT vt_work_" + std::to_string(work_.size()) : std::string("BEGIN"))) return false;
+  work_.push_back(savepoint);
+  return true;
+}
+
+bool PgEngine::EndWork(bool commit) {
+  if (work_.empty() || !conn_) {
+    work_.clear();
+    return !commit || fail(errc::kDiskOrNetwork, "Disk or network error: the connection to the database server "
+                                                 "was lost before the work was committed.");
+  }
+  bool savepoint = work_.back();
+  work_.pop_back();
+  std::string name = "vt_work_" + std::to_string(work_.size());
+  // The error that made the work fail is the one to report, not the undo's.
+  LastError kept = error_;
+  if (!commit) {
+    Result r(PQexec(conn_, (savepoint ? "ROLLBACK TO SAVEPOINT " + name + "; RELEASE SAVEPOINT " + name
+                                      : std::string("ROLLBACK"))
+                               .c_str()));
+    error_ = kept;
+    return false;
+  }
+  Result done = exec(savepoint ? "RELEASE SAVEPOINT " + name : std::string("COMMIT"));
+  // COMMIT of a transaction that a refusal aborted answers ROLLBACK.
+  if (done && std::strcmp(PQcmdStatus(done.get()), "ROLLBACK") == 0)
+    return error_.number != errc::kNone ? false
+                                        : fail(errc::kGeneric, "The server rolled the work back: a step of it failed.");
+  if (done) return true;
+  if (!savepoint) return false;
+  // A release that failed leaves the outer work aborted: undo this level.
+  Result r(PQexec(conn_, ("ROLLBACK TO SAVEPOINT " + name).c_str()));
+  return false;
 }
 
 bool PgEngine::CompactDatabase(const std::string &, const std::string &) {

@@ -4,6 +4,7 @@
 // one engine object whatever the database lives in.
 #include "../sqlite_internal.h"
 #include "pg_engine.h"
+#include "pg_schema.h"
 
 namespace vantry::engine {
 
@@ -66,7 +67,6 @@ class RoutingEngine : public Engine {
     return active_->CreateQuery(name, sql);
   }
   bool ExecuteCommand(const std::string &sql, int32_t *n) override { return active_->ExecuteCommand(sql, n); }
-  // The server's engine has no schema operations yet (see docs/database.md).
   Schema *schema() override { return active_->schema(); }
 
  private:
