@@ -102,6 +102,8 @@ bool serverUrlOf(const std::string &path, std::string *url) {
   return true;
 }
 
+PgEngine::PgEngine() = default;
+
 PgEngine::~PgEngine() {
   Close();
 }

@@ -80,7 +80,7 @@ struct PgCursor {
 
 class PgEngine : public Engine {
  public:
-  PgEngine() = default;
+  PgEngine();
   ~PgEngine() override;
 
   std::string Open(const std::string &url, int32_t options, bool readOnly) override;

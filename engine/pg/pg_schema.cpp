@@ -256,7 +256,8 @@ void PgSchema::forget(const std::string &table) {
 }
 
 bool PgSchema::explainDependents(const std::string &what) {
-  if (e_.lastState_ != "2BP01") return false;
+  // 2BP01: objects depend on it; 0A000: the server cannot retype a field a view reads.
+  if (e_.lastState_ != "2BP01" && e_.lastState_ != "0A000") return false;
   std::string detail = e_.error_.description;
   return e_.fail(errc::kNotSupported, "Cannot change " + what + " on the server: views or other objects depend on it (" +
                                           detail + "). Drop them first, then make the change.");

@@ -4,7 +4,6 @@
 // one engine object whatever the database lives in.
 #include "../sqlite_internal.h"
 #include "pg_engine.h"
-#include "pg_schema.h"
 
 namespace vantry::engine {
 

@@ -13,6 +13,7 @@
 
 #include "engine/engine.h"
 #include "engine/schema.h"
+#include "../../engine/pg/pg_engine.h"
 #include "pg_server.h"
 
 // Field lists are written as {name, type, size, scale, required}; a default is
@@ -448,6 +449,97 @@ TEST_P(BothSchemas, TablesAreRenamedDeletedAndRefusedReadOnly) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Engines, BothSchemas, ::testing::Values("sqlite", "postgresql"),
+                         [](const auto &info) { return info.param; });
+
+// --- What only a server has ---
+
+// The engine's clock, moved on at will: the names the translator knows are
+// read again after a second, and a test moves past that instead of waiting.
+class MovedClock : public EnvWrapper {
+ public:
+  MovedClock() : EnvWrapper(defaultEnv()) { setEnv(this); }
+  ~MovedClock() override { setEnv(nullptr); }
+  int64_t monotonicNanos() override { return target()->monotonicNanos() + shift_; }
+  void later() { shift_ += 2'000'000'000; }
+
+ private:
+  int64_t shift_ = 0;
+};
+
+class ServerSchema : public BothSchemas {};
+
+TEST_P(ServerSchema, RefusesLinksAndChangesUnderViewsAndSaysWhy) {
+  EXPECT_FALSE(s->LinkTable(dir / "other.db", "Catalog", ""));
+  EXPECT_EQ(error(), 3251);
+  EXPECT_NE(e->GetLastError().description.find("server"), std::string::npos) << e->GetLastError().description;
+  EXPECT_EQ(tables(), "Ducts,Log,Systems");
+
+  ASSERT_EQ(sql("CREATE VIEW [Wide] AS SELECT Tag, Flow FROM Ducts WHERE Width > 300"), "");
+  EXPECT_FALSE(s->DropField("Ducts", "Flow"));
+  EXPECT_EQ(error(), 3251);
+  EXPECT_NE(e->GetLastError().description.find("depend"), std::string::npos) << e->GetLastError().description;
+  EXPECT_EQ(columnType("Ducts", "Flow"), "double precision");
+  EXPECT_FALSE(s->AlterField("Ducts", {"Flow", "Single"}));
+  EXPECT_EQ(error(), 3251);
+  EXPECT_EQ(columnType("Ducts", "Flow"), "double precision");
+
+  // A text the checks let through but the server cannot read as a date.
+  ASSERT_EQ(sql("DROP VIEW Wide"), "");
+  ASSERT_EQ(sql("UPDATE Ducts SET Tag = '2024-13-45' WHERE Tag = 'D-1'"), "1");
+  EXPECT_FALSE(s->AlterField("Ducts", {"Tag", "DateTime"}));
+  EXPECT_EQ(error(), 3421) << e->GetLastError().description;
+  EXPECT_EQ(columnType("Ducts", "Tag"), "character varying(20) not null");
+  EXPECT_EQ(catalog("SELECT \"Tag\" FROM \"Ducts\" ORDER BY \"ID\"", ""), "2024-13-45,D-2");
+}
+
+TEST_P(ServerSchema, WorkLandsWholeOrNotAtAll) {
+  // The import's way: many schema changes in one transaction of the server's,
+  // each change a savepoint within it.
+  pg::PgEngine server;
+  ASSERT_EQ(server.Open(target, 0, false), "OK") << server.GetLastError().description;
+  Schema *schema = server.schema();
+  ASSERT_TRUE(server.BeginWork());
+  ASSERT_TRUE(schema->CreateTable("Kept", {{"a", "Long"}}, {}));
+  EXPECT_FALSE(schema->CreateTable("kept", {{"a", "Long"}}, {}));
+  EXPECT_EQ(server.GetLastError().number, 3010);
+  ASSERT_TRUE(server.BeginWork());
+  ASSERT_TRUE(schema->CreateTable("Undone", {{"a", "Long"}}, {}));
+  EXPECT_FALSE(server.EndWork(false));
+  EXPECT_EQ(tables(), "Ducts,Log,Systems") << "another user sees nothing before the commit";
+  ASSERT_TRUE(schema->CreateIndex("Kept", {"ByA", {"a"}, {false}, true})) << server.GetLastError().description;
+  ASSERT_TRUE(server.EndWork(true)) << server.GetLastError().description;
+  EXPECT_EQ(tables(), "Ducts,Kept,Log,Systems");
+  EXPECT_EQ(indexNames("Kept"), "ByA");
+
+  ASSERT_TRUE(server.BeginWork());
+  ASSERT_TRUE(schema->DeleteTable("Kept"));
+  ASSERT_TRUE(schema->CreateTable("Gone", {{"a", "Long"}}, {}));
+  EXPECT_FALSE(server.EndWork(false));
+  EXPECT_EQ(tables(), "Ducts,Kept,Log,Systems") << "undone whole";
+  EXPECT_FALSE(server.InWork());
+}
+
+TEST_P(ServerSchema, SqlNamesMixedCaseTablesAndFieldsWithoutRegardToCase) {
+  MovedClock clock;
+  ASSERT_TRUE(s->CreateTable("Fittings", {{"FittingID", "Counter"}, {"Kind", "Text", 10}}, {}));
+  EXPECT_EQ(sql("INSERT INTO FITTINGS (kind) VALUES ('Elbow')"), "1");
+  EXPECT_EQ(sql("SELECT fittingid, KIND FROM fittings"), "\"*NewRecord*\" \"FittingID\" 1 \"Kind\" \"Elbow\"");
+  EXPECT_EQ(sql("SELECT [kind] FROM [fittings] WHERE Kind LIKE 'e*'"), "\"*NewRecord*\" \"Kind\" \"Elbow\"");
+  // Another user's table shows a second later; a name spelled two ways on
+  // the server is left to the server's own folding.
+  ASSERT_TRUE(PgServer::shared().admin("CREATE TABLE " + target.substr(target.find("schema=") + 7) +
+                                       ".\"Hangers\" (\"Rod\" integer); CREATE TABLE " +
+                                       target.substr(target.find("schema=") + 7) +
+                                       ".kinds (kind text); INSERT INTO " + target.substr(target.find("schema=") + 7) +
+                                       ".kinds VALUES ('lower')"));
+  clock.later();
+  EXPECT_EQ(sql("SELECT rod FROM hangers"), "");
+  EXPECT_EQ(sql("SELECT kind FROM kinds"), "\"*NewRecord*\" \"kind\" \"lower\"");
+  EXPECT_EQ(sql("SELECT Kind FROM Fittings"), "error 3061") << "the bare name folds to the server's kind";
+  EXPECT_EQ(sql("SELECT [Kind] FROM Fittings"), "\"*NewRecord*\" \"Kind\" \"Elbow\"");
+}
+
+INSTANTIATE_TEST_SUITE_P(Server, ServerSchema, ::testing::Values("postgresql"),
                          [](const auto &info) { return info.param; });
 
 }  // namespace
