@@ -28,7 +28,7 @@ std::string accessFile(const std::string &name) {
   return dir + "/access/" + name;
 }
 
-class ServerImport : public ::testing::Test {
+class PgAccessImport : public ::testing::Test {
  protected:
   void SetUp() override {
     if (!PgServer::shared().running()) GTEST_SKIP() << "no PostgreSQL server: " << PgServer::shared().why();
@@ -119,7 +119,7 @@ class ServerImport : public ::testing::Test {
   PGconn *raw = nullptr;
 };
 
-TEST_F(ServerImport, AnAccessFileLandsOnTheServerAsItsSqliteCopyHoldsIt) {
+TEST_F(PgAccessImport, AnAccessFileLandsOnTheServerAsItsSqliteCopyHoldsIt) {
   for (const char *file : {"indexTestV2000.mdb", "compIndexTestV2003.mdb", "testV2010.accdb"}) {
     SCOPED_TRACE(file);
     url = PgServer::shared().freshSchema("imp");
@@ -180,7 +180,7 @@ TEST_F(ServerImport, AnAccessFileLandsOnTheServerAsItsSqliteCopyHoldsIt) {
             "3");
 }
 
-TEST_F(ServerImport, AFailedImportLeavesTheServerAsItWas) {
+TEST_F(PgAccessImport, AFailedImportLeavesTheServerAsItWas) {
   // The file's last table is taken: the first two are written, then undone.
   ASSERT_TRUE(PgServer::shared().admin("CREATE TABLE " + schemaName + ".table3 (kept integer); INSERT INTO " +
                                        schemaName + ".table3 VALUES (7)"));
@@ -205,7 +205,7 @@ TEST_F(ServerImport, AFailedImportLeavesTheServerAsItWas) {
   EXPECT_EQ(tables(), "table3");
 }
 
-TEST_F(ServerImport, TheCommandImportsIntoAServerAndRefusesASecondTime) {
+TEST_F(PgAccessImport, TheCommandImportsIntoAServerAndRefusesASecondTime) {
   std::string command = std::string(VANTRY_BIN_DIR) + "/vantry import " + accessFile("compIndexTestV2003.mdb") + " '" +
                         url + "' 2>" + dir + "/err";
   FILE *p = popen(command.c_str(), "r");

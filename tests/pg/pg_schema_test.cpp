@@ -466,9 +466,9 @@ class MovedClock : public EnvWrapper {
   int64_t shift_ = 0;
 };
 
-class ServerSchema : public BothSchemas {};
+class PgServerSchema : public BothSchemas {};
 
-TEST_P(ServerSchema, RefusesLinksAndChangesUnderViewsAndSaysWhy) {
+TEST_P(PgServerSchema, RefusesLinksAndChangesUnderViewsAndSaysWhy) {
   EXPECT_FALSE(s->LinkTable(dir / "other.db", "Catalog", ""));
   EXPECT_EQ(error(), 3251);
   EXPECT_NE(e->GetLastError().description.find("server"), std::string::npos) << e->GetLastError().description;
@@ -492,7 +492,7 @@ TEST_P(ServerSchema, RefusesLinksAndChangesUnderViewsAndSaysWhy) {
   EXPECT_EQ(catalog("SELECT \"Tag\" FROM \"Ducts\" ORDER BY \"ID\"", ""), "2024-13-45,D-2");
 }
 
-TEST_P(ServerSchema, WorkLandsWholeOrNotAtAll) {
+TEST_P(PgServerSchema, WorkLandsWholeOrNotAtAll) {
   // The import's way: many schema changes in one transaction of the server's,
   // each change a savepoint within it.
   pg::PgEngine server;
@@ -519,7 +519,7 @@ TEST_P(ServerSchema, WorkLandsWholeOrNotAtAll) {
   EXPECT_FALSE(server.InWork());
 }
 
-TEST_P(ServerSchema, SqlNamesMixedCaseTablesAndFieldsWithoutRegardToCase) {
+TEST_P(PgServerSchema, SqlNamesMixedCaseTablesAndFieldsWithoutRegardToCase) {
   MovedClock clock;
   ASSERT_TRUE(s->CreateTable("Fittings", {{"FittingID", "Counter"}, {"Kind", "Text", 10}}, {}));
   EXPECT_EQ(sql("INSERT INTO FITTINGS (kind) VALUES ('Elbow')"), "1");
@@ -539,7 +539,7 @@ TEST_P(ServerSchema, SqlNamesMixedCaseTablesAndFieldsWithoutRegardToCase) {
   EXPECT_EQ(sql("SELECT [Kind] FROM Fittings"), "\"*NewRecord*\" \"Kind\" \"Elbow\"");
 }
 
-INSTANTIATE_TEST_SUITE_P(Server, ServerSchema, ::testing::Values("postgresql"),
+INSTANTIATE_TEST_SUITE_P(Pg, PgServerSchema, ::testing::Values("postgresql"),
                          [](const auto &info) { return info.param; });
 
 }  // namespace
