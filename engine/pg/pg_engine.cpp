@@ -282,8 +282,9 @@ bool PgEngine::BeginWork() {
 bool PgEngine::EndWork(bool commit) {
   if (work_.empty() || !conn_) {
     work_.clear();
-    return !commit || fail(errc::kDiskOrNetwork, "Disk or network error: the connection to the database server "
-                                                 "was lost before the work was committed.");
+    if (!commit) return false;
+    return fail(errc::kDiskOrNetwork, "Disk or network error: the connection to the database server was lost "
+                                      "before the work was committed.");
   }
   bool savepoint = work_.back();
   work_.pop_back();
