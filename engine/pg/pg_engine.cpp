@@ -155,6 +155,8 @@ bool PgEngine::failFrom(const PGresult *r) {
     return fail(errc::kLocked, "Could not update; currently locked by another user (" + msg + ").");
   if (code == "25006") return fail(errc::kReadOnly, "The database is open read-only (" + msg + ").");
   if (code == "57014") return fail(errc::kCancelled, "The operation was cancelled.");
+  if (code == "42501")
+    return fail(errc::kCannotOpen, "The server does not let this user make that change (" + msg + ").");
   if (startsWith(code, "22")) return fail(errc::kConversion, "Data type conversion error (" + msg + ").");
   if (startsWith(code, "42")) return fail(errc::kSyntaxExpression, "Syntax error in query expression (" + msg + ").");
   if (startsWith(code, "08") || startsWith(code, "57P"))

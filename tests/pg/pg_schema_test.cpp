@@ -492,6 +492,27 @@ TEST_P(PgServerSchema, RefusesLinksAndChangesUnderViewsAndSaysWhy) {
   EXPECT_EQ(catalog("SELECT \"Tag\" FROM \"Ducts\" ORDER BY \"ID\"", ""), "2024-13-45,D-2");
 }
 
+TEST_P(PgServerSchema, AUserWithoutTheRightToChangeTablesIsToldSo) {
+  std::string schemaName = target.substr(target.find("schema=") + 7), role = "reader_" + schemaName;
+  ASSERT_TRUE(PgServer::shared().admin("DROP ROLE IF EXISTS " + role + "; CREATE ROLE " + role +
+                                       " LOGIN; GRANT USAGE ON SCHEMA " + schemaName + " TO " + role +
+                                       "; GRANT SELECT ON ALL TABLES IN SCHEMA " + schemaName + " TO " + role));
+  std::string base = target.substr(0, target.find('?'));
+  std::string url = "postgresql://" + role + "@" + base.substr(base.find('@') + 1) + "?schema=" + schemaName;
+  EngineConnection reader = createEngine();
+  ASSERT_EQ(reader->Open(url, 0, false), "OK") << reader->GetLastError().description;
+  std::vector<FieldSpec> fields;
+  EXPECT_TRUE(reader->schema()->Structure("Ducts", &fields)) << "reading the design needs no right to change it";
+  EXPECT_FALSE(reader->schema()->AddField("Ducts", {"More", "Long"}));
+  EXPECT_EQ(reader->GetLastError().number, 3051) << reader->GetLastError().description;
+  EXPECT_FALSE(reader->schema()->CreateTable("Mine", {{"a", "Long"}}, {}));
+  EXPECT_EQ(reader->GetLastError().number, 3051) << reader->GetLastError().description;
+  EXPECT_EQ(tables(), "Ducts,Log,Systems");
+  EXPECT_EQ(columnType("Ducts", "More"), "");
+  reader->Close();
+  PgServer::shared().admin("DROP OWNED BY " + role + "; DROP ROLE " + role);
+}
+
 TEST_P(PgServerSchema, WorkLandsWholeOrNotAtAll) {
   // The import's way: many schema changes in one transaction of the server's,
   // each change a savepoint within it.
