@@ -156,7 +156,14 @@ bool PgSchema::AlterField(const std::string &table, const FieldSpec &field) {
   for (const std::string &check : col->byteChecks)
     steps.push_back("ALTER TABLE " + t.qualified + " DROP CONSTRAINT " + quoteIdent(check));
   if (!col->counter) steps.push_back(alter + " TYPE " + type + " USING " + conv.expr);
-  steps.push_back(alter + (field.required || col->counter ? " SET" : " DROP") + " NOT NULL");
+  // A key's fields stay required: the server holds no null in a primary key.
+  std::vector<IndexSpec> indexes;
+  if (!ListIndexes(t.name, &indexes)) return false;
+  bool inKey = false;
+  for (const IndexSpec &ix : indexes)
+    if (ix.primary)
+      for (const std::string &f : ix.fields) inKey |= f == name;
+  steps.push_back(alter + (field.required || col->counter || inKey ? " SET" : " DROP") + " NOT NULL");
   if (!field.defaultValue.empty() && !col->counter)
     steps.push_back(alter + " SET DEFAULT " + defaultSql(field.defaultValue, type));
   if (byte) steps.push_back("ALTER TABLE " + t.qualified + " ADD CHECK (" + q + " BETWEEN 0 AND 255)");

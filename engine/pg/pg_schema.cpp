@@ -506,6 +506,15 @@ bool PgSchema::SetRequired(const std::string &table, const std::string &field, b
   if (!col) return false;
   if (col->notNull == required) return true;
   std::string name = quoteIdent(col->name);
+  if (!required) {
+    std::vector<IndexSpec> indexes;
+    if (!ListIndexes(t.name, &indexes)) return false;
+    for (const IndexSpec &ix : indexes)
+      for (const std::string &f : ix.fields)
+        if (ix.primary && f == col->name)
+          return e_.fail(errc::kFieldInIndex, "The field '" + col->name +
+                                                  "' cannot be made optional: it is part of the primary key.");
+  }
   if (required) {
     Result r = e_.exec("SELECT 1 FROM " + t.qualified + " WHERE " + name + " IS NULL LIMIT 1");
     if (!r) return false;

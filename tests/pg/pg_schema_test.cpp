@@ -278,6 +278,14 @@ TEST_P(BothSchemas, FieldsAreAddedRenamedAndDroppedUnlessInUse) {
   EXPECT_EQ(columnType("Ducts", "Tag"), either("character varying(20)", "TEXT(20)"));
   ASSERT_TRUE(s->SetRequired("Ducts", "Tag", true));
   EXPECT_EQ(field("Ducts", "Tag"), "Text/20/required");
+  if (pg()) {
+    // The server holds no null in a primary key: its fields stay required.
+    EXPECT_FALSE(s->SetRequired("Systems", "Name", false));
+    EXPECT_EQ(error(), 3280);
+    ASSERT_TRUE(s->CreateIndex("Log", {"PK", {"n"}, {false}, true, true})) << e->GetLastError().description;
+    ASSERT_TRUE(s->AlterField("Log", {"n", "Double"})) << e->GetLastError().description;
+    EXPECT_EQ(columnType("Log", "n"), "double precision not null");
+  }
 }
 
 TEST_P(BothSchemas, RetypeConvertsOrRefusesWholeAndKeepsTheRest) {
