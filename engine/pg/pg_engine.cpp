@@ -265,6 +265,7 @@ bool PgEngine::IsAlive() {
 
 void PgEngine::Close() {
   work_.clear();  // the server undoes a transaction left open when its connection ends
+  namesChanged();  // the next database may be another schema
   cursors_.clear();
   current_ = nullptr;
   if (conn_) PQfinish(conn_);
