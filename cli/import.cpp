@@ -11,9 +11,27 @@
 
 namespace vantry::cli {
 
+namespace {
+
+bool isServerUrl(const std::string &s) {
+  return s.rfind("postgresql://", 0) == 0 || s.rfind("postgres://", 0) == 0;
+}
+
+// A URL as it may be shown: without the password.
+std::string shown(const std::string &url) {
+  size_t scheme = url.find("://"), at = url.find('@');
+  if (scheme == std::string::npos || at == std::string::npos) return url;
+  size_t colon = url.find(':', scheme + 3);
+  if (colon == std::string::npos || colon > at) return url;
+  return url.substr(0, colon) + url.substr(at);
+}
+
+}  // namespace
+
 int importAccess(const std::string &accessPath, const std::string &out) {
   struct stat st {};
-  if (::stat(out.c_str(), &st) == 0) {
+  bool server = isServerUrl(out);
+  if (!server && ::stat(out.c_str(), &st) == 0) {
     std::fprintf(stderr, "vantry import: '%s' exists already; nothing was written\n", out.c_str());
     return 2;
   }
@@ -34,14 +52,15 @@ int importAccess(const std::string &accessPath, const std::string &out) {
     std::fprintf(stderr, "\r[%s] %zu/%zu rows  %-24.24s", bar.c_str(), done, total, table.c_str());
     std::fflush(stderr);
   };
-  engine::access::ImportReport r = engine::access::importFile(accessPath, out, progress);
+  engine::access::ImportReport r = server ? engine::access::importFileToServer(accessPath, out, progress)
+                                          : engine::access::importFile(accessPath, out, progress);
   if (drawn) std::fprintf(stderr, "\n");
   if (!r.ok) {
     std::fprintf(stderr, "vantry import: (%ld) %s\n", r.number, r.message.c_str());
     return 1;
   }
   std::printf("imported %zu tables, %zu rows, %zu indexes, %zu relations, %zu stored queries into %s\n", r.tables,
-              r.rows, r.indexes, r.relations, r.queries, out.c_str());
+              r.rows, r.indexes, r.relations, r.queries, shown(out).c_str());
   if (!r.notes.empty()) std::printf("not carried over:\n%s", r.notes.c_str());
   return 0;
 }

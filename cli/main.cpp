@@ -6,6 +6,8 @@
 //   vantry [options] render IN.dxf OUT.png
 //                                  draw a drawing to a PNG picture
 //   vantry import FILE.mdb OUT.db  copy an Access database into a new SQLite one
+//   vantry import FILE.mdb postgresql://...
+//                                  or into a PostgreSQL server's schema
 //   vantry render-dialog FILE.dcl NAME OUT.png
 //                                  draw a DCL dialog's layout to a PNG picture
 //
@@ -81,7 +83,8 @@ int usage() {
                "       vantry [options] repl\n"
                "       vantry [options] render IN.dxf OUT.png\n"
                "       vantry render-dialog FILE.dcl NAME OUT.png\n"
-               "       vantry import FILE.mdb OUT.db\n");
+               "       vantry import FILE.mdb OUT.db\n"
+               "       vantry import FILE.mdb postgresql://USER@HOST/DB?schema=NAME\n");
   return 2;
 }
 

@@ -3,6 +3,7 @@
 // a dead engine (the module's per-call check reopens it), and the server's
 // types as the interface's values.
 #include "pg_engine.h"
+#include "pg_schema.h"
 
 #include <cstring>
 #include <fstream>
@@ -101,11 +102,14 @@ bool serverUrlOf(const std::string &path, std::string *url) {
   return true;
 }
 
+PgEngine::PgEngine() = default;
+
 PgEngine::~PgEngine() {
   Close();
 }
 
 bool PgEngine::fail(long number, const std::string &description) {
+  lastState_.clear();
   error_.number = number;
   error_.description = description;
   return false;
@@ -125,6 +129,10 @@ bool PgEngine::failFrom(const PGresult *r) {
                       : PQerrorMessage(conn_);
   const char *tableField = r ? PQresultErrorField(r, PG_DIAG_TABLE_NAME) : nullptr;
   const char *columnField = r ? PQresultErrorField(r, PG_DIAG_COLUMN_NAME) : nullptr;
+  struct KeepState {  // fail() clears it; the refusal's own state is kept
+    std::string &state, code;
+    ~KeepState() { state = code; }
+  } keep{lastState_, code};
   if (code == "23505")
     return fail(errc::kDuplicateKey,
                 "The changes you requested to the table were not successful because they would "
@@ -147,6 +155,8 @@ bool PgEngine::failFrom(const PGresult *r) {
     return fail(errc::kLocked, "Could not update; currently locked by another user (" + msg + ").");
   if (code == "25006") return fail(errc::kReadOnly, "The database is open read-only (" + msg + ").");
   if (code == "57014") return fail(errc::kCancelled, "The operation was cancelled.");
+  if (code == "42501")
+    return fail(errc::kCannotOpen, "The server does not let this user make that change (" + msg + ").");
   if (startsWith(code, "22")) return fail(errc::kConversion, "Data type conversion error (" + msg + ").");
   if (startsWith(code, "42")) return fail(errc::kSyntaxExpression, "Syntax error in query expression (" + msg + ").");
   if (startsWith(code, "08") || startsWith(code, "57P"))
@@ -254,12 +264,53 @@ bool PgEngine::IsAlive() {
 }
 
 void PgEngine::Close() {
+  work_.clear();  // the server undoes a transaction left open when its connection ends
+  namesChanged();  // the next database may be another schema
   cursors_.clear();
   current_ = nullptr;
   if (conn_) PQfinish(conn_);
   conn_ = nullptr;
   name_.clear();
   url_.clear();
+}
+
+bool PgEngine::BeginWork() {
+  if (!needDatabase()) return false;
+  bool savepoint = !work_.empty();
+  if (!exec(savepoint ? "SAVEPOINT vt_work_" + std::to_string(work_.size()) : std::string("BEGIN"))) return false;
+  work_.push_back(savepoint);
+  return true;
+}
+
+bool PgEngine::EndWork(bool commit) {
+  if (work_.empty() || !conn_) {
+    work_.clear();
+    if (!commit) return false;
+    return fail(errc::kDiskOrNetwork, "Disk or network error: the connection to the database server was lost "
+                                      "before the work was committed.");
+  }
+  bool savepoint = work_.back();
+  work_.pop_back();
+  std::string name = "vt_work_" + std::to_string(work_.size());
+  // The error that made the work fail is the one to report, not the undo's.
+  LastError kept = error_;
+  if (!commit) {
+    Result r(PQexec(conn_, (savepoint ? "ROLLBACK TO SAVEPOINT " + name + "; RELEASE SAVEPOINT " + name
+                                      : std::string("ROLLBACK"))
+                               .c_str()));
+    error_ = kept;
+    return false;
+  }
+  Result done = exec(savepoint ? "RELEASE SAVEPOINT " + name : std::string("COMMIT"));
+  // COMMIT of a transaction that a refusal aborted answers ROLLBACK.
+  if (done && std::strcmp(PQcmdStatus(done.get()), "ROLLBACK") == 0)
+    return error_.number != errc::kNone ? false
+                                        : fail(errc::kGeneric, "The server rolled the work back: a step of it failed.");
+  if (done) return true;
+  if (!savepoint) return false;
+  // A release that failed leaves the outer work aborted: undo this level.
+  Result r(PQexec(conn_, ("ROLLBACK TO SAVEPOINT " + name).c_str()));
+  return false;
 }
 
 bool PgEngine::CompactDatabase(const std::string &, const std::string &) {

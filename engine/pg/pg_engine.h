@@ -16,6 +16,8 @@
 
 namespace vantry::engine::pg {
 
+class PgSchema;  // pg_schema.h
+
 // Couldn't update; the record was changed or is locked by another user.
 inline constexpr long kChangedByOther = 3260;
 
@@ -78,7 +80,7 @@ struct PgCursor {
 
 class PgEngine : public Engine {
  public:
-  PgEngine() = default;
+  PgEngine();
   ~PgEngine() override;
 
   std::string Open(const std::string &url, int32_t options, bool readOnly) override;
@@ -116,7 +118,21 @@ class PgEngine : public Engine {
   bool CreateQuery(const std::string &name, const std::string &sql) override;
   bool ExecuteCommand(const std::string &sql, int32_t *affected) override;
 
+  // Tables, fields, indexes and relations in the connection's schema
+  // (pg_schema.cpp); owned by the engine.
+  Schema *schema() override;
+
+  // Work that must land whole: between BeginWork and EndWork every change
+  // is one transaction of the server's, committed by EndWork(true) and
+  // undone by EndWork(false). Nested work is a savepoint of the work around
+  // it. A lost connection undoes it all (the server rolls back).
+  bool BeginWork();
+  bool EndWork(bool commit);
+  bool InWork() const { return !work_.empty(); }
+
  private:
+  friend class PgSchema;
+
   // Errors.
   void clearError() { error_ = {}; }
   bool fail(long number, const std::string &description);
@@ -153,6 +169,14 @@ class PgEngine : public Engine {
   bool runStatement(const std::string &sql, const std::vector<std::optional<std::string>> &params,
                     bool allowRows, ValueArray *result, int32_t *affected);
   std::string translate(const std::string &sql, const std::vector<std::string> &params = {});
+  // The schema's names (tables, views, indexes, fields) that the server
+  // keeps in mixed case, by their lower-case form: the server folds a bare
+  // name to lower case, Access compares names without regard to case, so
+  // the translator writes such a name quoted as it is declared. Read again
+  // after this connection changes the schema, and once a second for other
+  // users' changes.
+  const std::unordered_map<std::string, std::string> &mixedCaseNames();
+  void namesChanged() { namesRead_ = 0; }
 
   PGconn *conn_ = nullptr;
   std::string name_;
@@ -160,9 +184,14 @@ class PgEngine : public Engine {
   std::string schema_ = "public";
   bool readOnly_ = false;
   LastError error_;
+  std::string lastState_;  // the SQLSTATE of the last refusal from the server; "" for others
   int64_t lastContact_ = 0;  // monotonic nanoseconds of the last answer from the server
   std::map<std::string, std::unique_ptr<PgCursor>> cursors_;  // by lower-case table name
   PgCursor *current_ = nullptr;
+  std::unordered_map<std::string, std::string> names_;
+  int64_t namesRead_ = 0;   // monotonic nanoseconds; 0: to be read
+  std::vector<bool> work_;  // per level of BeginWork: true for a savepoint
+  std::unique_ptr<PgSchema> schemaOps_;
 };
 
 }  // namespace vantry::engine::pg

@@ -6,6 +6,7 @@
 // this connection's own (made in pg_temp at open, so nothing is left in the
 // shared database).
 #include <cstring>
+#include <set>
 
 #include "../sqlite_internal.h"
 #include "pg_engine.h"
@@ -66,7 +67,63 @@ const char *kSessionSetup =
     "CREATE OR REPLACE FUNCTION pg_temp.iif(boolean, anycompatible, anycompatible) RETURNS anycompatible "
     "  LANGUAGE sql IMMUTABLE AS 'SELECT CASE WHEN $1 THEN $2 ELSE $3 END';";
 
+// Words a bare name is never taken for: SQL's own, in statements that read
+// and write records; and in statements that define tables, the types and
+// clauses of a definition too.
+bool keyword(const std::string &lowerWord, bool ddl) {
+  static const std::set<std::string> kWords = {
+      "select", "from", "where", "and", "or", "not", "null", "is", "in", "like", "ilike", "between", "join",
+      "inner", "left", "right", "outer", "full", "cross", "natural", "on", "using", "as", "order", "by", "group",
+      "having", "limit", "offset", "union", "all", "distinct", "insert", "into", "values", "update", "set",
+      "delete", "create", "drop", "alter", "add", "column", "table", "index", "view", "case", "when", "then",
+      "else", "end", "exists", "any", "some", "cast", "escape", "true", "false", "asc", "desc", "returning",
+      "collate", "with", "unique", "default", "check", "constraint", "primary", "foreign", "references"};
+  static const std::set<std::string> kDefinitionWords = {
+      "key", "cascade", "restrict", "action", "no", "rename", "to", "type", "generated", "always", "identity",
+      "integer", "int", "smallint", "bigint", "varchar", "character", "varying", "text", "boolean", "real",
+      "double", "precision", "numeric", "decimal", "bytea", "uuid", "timestamp", "date", "time", "zone",
+      "without", "if", "temp", "temporary", "only"};
+  return kWords.count(lowerWord) || (ddl && kDefinitionWords.count(lowerWord));
+}
+
+// Whether a name followed by "(" is a table's (INSERT INTO t(a), REFERENCES
+// t(a)) rather than a function's.
+bool tableBefore(const std::string &upperWord) {
+  return upperWord == "INTO" || upperWord == "TABLE" || upperWord == "ON" || upperWord == "REFERENCES";
+}
+
+std::string lowerOf(std::string s) {
+  for (char &ch : s) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+  return s;
+}
+
 }  // namespace
+
+const std::unordered_map<std::string, std::string> &PgEngine::mixedCaseNames() {
+  int64_t now = env().monotonicNanos();
+  if (namesRead_ != 0 && now - namesRead_ < 1'000'000'000) return names_;
+  names_.clear();
+  namesRead_ = now;
+  LastError kept = error_;
+  Result r = exec(
+      "SELECT c.relname FROM pg_class c JOIN pg_namespace n ON n.oid = c.relnamespace "
+      "WHERE n.nspname = $1 AND c.relkind IN ('r', 'p', 'v', 'm', 'i') "
+      "UNION ALL SELECT DISTINCT a.attname FROM pg_attribute a JOIN pg_class c ON c.oid = a.attrelid "
+      "JOIN pg_namespace n ON n.oid = c.relnamespace WHERE n.nspname = $1 AND c.relkind IN ('r', 'p', 'v', 'm') "
+      "AND a.attnum > 0 AND NOT a.attisdropped",
+      {schema_});
+  error_ = kept;
+  if (!r) return names_;
+  // A name is written as declared only when no other spelling of it exists.
+  std::unordered_map<std::string, std::set<std::string>> spellings;
+  for (int i = 0; i < PQntuples(r.get()); ++i) {
+    std::string name = PQgetvalue(r.get(), i, 0);
+    spellings[lowerOf(name)].insert(name);
+  }
+  for (auto &[key, names] : spellings)
+    if (names.size() == 1 && *names.begin() != key) names_[key] = *names.begin();
+  return names_;
+}
 
 bool PgEngine::prepareSession() {
   Result r(PQexec(conn_, kSessionSetup));
@@ -77,6 +134,7 @@ bool PgEngine::prepareSession() {
 // names pass as they stand.
 std::string PgEngine::translate(const std::string &sql, const std::vector<std::string> &params) {
   std::string s = sqlite::rewriteAccessSql(sql, params);
+  const auto &names = mixedCaseNames();
   std::string out;
   out.reserve(s.size() + 16);
   size_t i = 0, n = s.size();
@@ -89,8 +147,14 @@ std::string PgEngine::translate(const std::string &sql, const std::vector<std::s
     if (ch == '\'' || ch == '"') {
       size_t j = i + 1;
       while (j < n && !(s[j] == ch && (j + 1 >= n || s[j + 1] != ch))) j += s[j] == ch ? 2 : 1;
-      out.append(s, i, std::min(n, j + 1) - i);
+      std::string quoted = s.substr(i, std::min(n, j + 1) - i);
+      // A quoted name ([Duct Size] in Access) as the server declares it.
+      auto found = ch == '"' && quoted.size() >= 2 && quoted.find("\"\"") == std::string::npos
+                       ? names.find(lowerOf(quoted.substr(1, quoted.size() - 2)))
+                       : names.end();
+      out += found != names.end() ? "\"" + found->second + "\"" : quoted;
       i = j + 1;
+      prevWord = quoted;  // a name: a type may follow it
       continue;
     }
     if (ch == '?') {
@@ -123,6 +187,11 @@ std::string PgEngine::translate(const std::string &sql, const std::vector<std::s
       } else if (w.rfind("VT_", 0) == 0 || w == "UCASE" || w == "LCASE" || w == "LEN" || w == "NZ" ||
                  w == "IIF" || (w == "NOW" && i < n && s[i] == '(')) {
         out += "pg_temp." + word;
+      } else if (auto found = names.find(lowerOf(word));
+                 found != names.end() && !keyword(found->first, ddl || first == "DROP") &&
+                 !(i < n && s[i] == '(' && !tableBefore(upper(prevWord))) &&
+                 !(out.size() >= 2 && out.compare(out.size() - 2, 2, "::") == 0)) {
+        out += "\"" + found->second + "\"";  // mixed-case names hold no quote
       } else {
         out += word;
       }
@@ -186,6 +255,7 @@ bool PgEngine::runStatement(const std::string &text, const std::vector<std::opti
   std::string verb = upper(text.substr(w, 6));
   if (verb.rfind("CREATE", 0) == 0 || verb.rfind("DROP", 0) == 0 || verb.rfind("ALTER", 0) == 0) {
     // A schema change leaves the open cursors' field lists behind: read them again.
+    namesChanged();
     for (auto &[key, c] : cursors_) {
       PgTable fresh;
       if (loadTable(c->table.name, &fresh)) c->table.columns = std::move(fresh.columns);

@@ -66,7 +66,6 @@ class RoutingEngine : public Engine {
     return active_->CreateQuery(name, sql);
   }
   bool ExecuteCommand(const std::string &sql, int32_t *n) override { return active_->ExecuteCommand(sql, n); }
-  // The server's engine has no schema operations yet (see docs/database.md).
   Schema *schema() override { return active_->schema(); }
 
  private:

@@ -37,6 +37,16 @@ bool isAccessFile(const std::string &path);
 // is left as it was.
 ImportReport importFile(const std::string &accessPath, const std::string &out, const Progress &progress = {});
 
+// Writes what `accessPath` holds into the PostgreSQL database that `url`
+// names (a "postgresql://" URL, "?schema=NAME" choosing the schema), with
+// the tables' fields mapped to the server's types as the schema functions
+// map them. One transaction: a table of a name the schema holds already
+// (3010), an unreachable server (3043) or any other failure leaves the
+// server as it was. `notes` also says what the server cannot hold (OLE
+// values, indexes and queries it refuses).
+ImportReport importFileToServer(const std::string &accessPath, const std::string &url,
+                                const Progress &progress = {});
+
 // The SQLite copy the engine answers from, made when missing or older than
 // the Access file. Kept in $VANTRY_ACCESS_CACHE, else $XDG_CACHE_HOME/vantry/access,
 // else ~/.cache/vantry/access, named by the Access file's path; beside the
