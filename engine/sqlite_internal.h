@@ -68,12 +68,20 @@ struct ColumnInfo {
   std::string declType;
   FieldKind kind = FieldKind::kPlain;
   Affinity affinity = Affinity::kBlob;
+  // What toRaw reads from declType, worked out at its first value (reading
+  // the type per value cost more than the value): -1 not yet known.
+  mutable int8_t wholeNumbers = -1;  // 1 a field of whole numbers
+  mutable int8_t decimal = -1;       // 1 DECIMAL(p,s), with these:
+  mutable int8_t decimalPrecision = 0, decimalScale = 0;
 };
 
 FieldKind fieldKindOf(const std::string &declType);
 Affinity affinityOf(const std::string &declType);
 // Engine value from a stored value of a field of `kind` (its text moves into the value).
 Value fromRaw(RawValue raw, FieldKind kind);
+// The same straight from a column of a row, without the stored value between:
+// equal to fromRaw(RawValue::column(st, col), kind).
+Value columnValue(sqlite3_stmt *st, int col, FieldKind kind);
 // Stored value for a field; false with *error (an errc description) when the
 // value does not fit the field (errc::kConversion).
 bool toRaw(const Value &v, const ColumnInfo &col, RawValue *out, std::string *error);
@@ -167,6 +175,10 @@ struct Cursor {
   Stmt fetch;  // SELECT rowid, * FROM t WHERE rowid = ?1
   Stmt range;  // SELECT rowid, * FROM t WHERE rowid BETWEEN ?1 AND ?2 ORDER BY rowid (rowid order only)
   std::map<std::string, Stmt> seekStmts;  // by their SQL text
+  // The seek statement used last, and its key's shape: seeks on one index
+  // come by the thousand with keys of one shape.
+  std::string lastSeekShape;
+  Stmt *lastSeek = nullptr;
 };
 
 class SqliteEngine final : public Engine {
@@ -260,7 +272,7 @@ class SqliteEngine final : public Engine {
   bool locate(Cursor *c, size_t *index, bool *gap);
   bool firstInOrder(Cursor *c, bool last, Record *out);
   bool buildSnapshot(Cursor *c);
-  bool seekKeys(const std::vector<Value> &keys, Record *out);
+  bool seekKeys(const Value *keys, size_t count, Record *out);
   bool runStatement(const std::string &sql, const std::vector<RawValue> &params, ValueArray *result,
                     int32_t *affected, bool refuseSelect, bool expanded = false);
   // Names in `sql` that SQLite cannot resolve by itself, put in place: a
