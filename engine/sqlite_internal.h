@@ -179,6 +179,9 @@ struct Cursor {
   // come by the thousand with keys of one shape.
   std::string lastSeekShape;
   Stmt *lastSeek = nullptr;
+  // Set once an append saw a trigger change rows: the stored record is read
+  // back from then on, in the append's own transaction.
+  bool appendReadsBack = false;
 };
 
 class SqliteEngine final : public Engine {

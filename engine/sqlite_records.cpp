@@ -114,12 +114,29 @@ bool SqliteEngine::AppendRecord(const Record &record, bool keepCounter, Record *
   bool numbered =
       t.counter >= 0 && !t.autoincrement &&
       std::none_of(fields.begin(), fields.end(), [&](const auto &p) { return p.first == t.counter; });
-  // One write transaction holds the numbering, the insert and the read-back,
-  // so the record answered is the record committed, with no second locking.
-  if (!txn(Txn::kBeginImmediate)) return false;
+  // The record as stored is the record as bound when every field is given a
+  // value that its affinity keeps as it is (no default filled in, nothing
+  // converted) and no trigger changes a row; then nothing is read back.
+  std::vector<const RawValue *> byColumn(t.columns.size(), nullptr);
+  for (const auto &[col, raw] : fields) byColumn[col] = &raw;
+  bool known = !c->appendReadsBack &&
+               sqlite3_column_count(c->fetch.get()) == static_cast<int>(t.columns.size()) + 1;
+  for (size_t i = 0; known && i < t.columns.size(); ++i) {
+    if (static_cast<int>(i) == t.counter && !byColumn[i]) continue;  // the rowid
+    known = byColumn[i] && storedAsBound(*byColumn[i], t.columns[i].affinity);
+  }
+  // A numbering or a read-back shares one write transaction with the
+  // insert, so the record answered is the record committed; a plain insert
+  // is one statement in its own transaction.
+  const bool ownTxn = numbered || !known;
+  if (ownTxn && !txn(Txn::kBeginImmediate)) return false;
   // Records the failure (while SQLite's message is still the failing one),
   // then rolls back, keeping that error.
   auto abandon = [&](int rc) {
+    if (!ownTxn) {  // SQLite rolled the statement back itself
+      if (rc != SQLITE_OK) failSqlite(rc);
+      return false;
+    }
     if (rc != SQLITE_OK) {
       try {
         failSqlite(rc);
@@ -133,18 +150,14 @@ bool SqliteEngine::AppendRecord(const Record &record, bool keepCounter, Record *
     error_ = kept;
     return false;
   };
-  auto cached = [&](const std::string &sql) -> Stmt * {
-    auto it = c->seekStmts.find(sql);
-    if (it == c->seekStmts.end()) {
-      Stmt st = prepare(sql);
-      if (!st) return nullptr;
-      it = c->seekStmts.emplace(sql, std::move(st)).first;
-    }
-    return &it->second;
-  };
   if (numbered) {
-    Stmt *top = cached("SELECT max(" + quoteIdent(t.rowid) + ") FROM " + t.from());
-    if (!top) return abandon(SQLITE_OK);
+    auto it = c->seekStmts.find("?max");  // "?max" cannot begin an SQL text
+    if (it == c->seekStmts.end()) {
+      Stmt st = prepare("SELECT max(" + quoteIdent(t.rowid) + ") FROM " + t.from());
+      if (!st) return abandon(SQLITE_OK);
+      it = c->seekStmts.emplace("?max", std::move(st)).first;
+    }
+    Stmt *top = &it->second;
     int rc = sqlite3_step(top->get());
     int64_t highest = rc == SQLITE_ROW ? sqlite3_column_int64(top->get(), 0) : 0;
     top->reset();
@@ -154,6 +167,8 @@ bool SqliteEngine::AppendRecord(const Record &record, bool keepCounter, Record *
     next = std::max(next, given);
     given = next + 1;
     fields.emplace_back(t.counter, RawValue{SQLITE_INTEGER, next, 0, {}});
+    byColumn.assign(t.columns.size(), nullptr);  // `fields` may have moved
+    for (const auto &[col, raw] : fields) byColumn[col] = &raw;
   }
   // The statement is kept under the fields it sets, in their order ("?ins:"
   // cannot begin an SQL text), so its text is made once per shape.
@@ -178,24 +193,20 @@ bool SqliteEngine::AppendRecord(const Record &record, bool keepCounter, Record *
   ins->reset();
   if (rc != SQLITE_DONE) return abandon(rc);
   const int64_t rowid = sqlite3_last_insert_rowid(db_);
-  // The record as stored is the record as bound when every field was given
-  // a value that its affinity keeps as it is (no default filled in, nothing
-  // converted) and no trigger changed a row (SQLite counts the rows that
-  // triggers change with the insert's own); then it is not read back.
-  bool known = sqlite3_total_changes64(db_) - changesBefore == 1 &&
-               sqlite3_column_count(c->fetch.get()) == static_cast<int>(t.columns.size()) + 1;
-  std::vector<const RawValue *> byColumn;
-  if (known) {
-    byColumn.assign(t.columns.size(), nullptr);
-    for (const auto &[col, raw] : fields) byColumn[col] = &raw;
-    for (size_t i = 0; known && i < t.columns.size(); ++i) {
-      if (static_cast<int>(i) == t.counter && !byColumn[i]) continue;  // the rowid
-      known = byColumn[i] && storedAsBound(*byColumn[i], t.columns[i].affinity);
-    }
+  // SQLite counts the rows that triggers change with the insert's own.
+  if (known && sqlite3_total_changes64(db_) - changesBefore != 1) {
+    known = false;
+    c->appendReadsBack = true;  // from now on in the insert's transaction
   }
   Record row;
   if (!known) {
-    if (!readRow(c, rowid, &row)) return abandon(SQLITE_OK);
+    bool read = readRow(c, rowid, &row);
+    if (!ownTxn) {  // committed already (found out only now, once per table)
+      afterWrite(nullptr);
+      if (read && stored) *stored = std::move(row);
+      return read;
+    }
+    if (!read) return abandon(SQLITE_OK);
   } else if (stored) {
     row.reserve(t.columns.size());
     for (size_t i = 0; i < t.columns.size(); ++i) {
@@ -203,7 +214,7 @@ bool SqliteEngine::AppendRecord(const Record &record, bool keepCounter, Record *
       row.push_back(Field{t.columns[i].name, fromRaw(std::move(raw), t.columns[i].kind)});
     }
   }
-  if (!txn(Txn::kCommit)) return abandon(SQLITE_OK);
+  if (ownTxn && !txn(Txn::kCommit)) return abandon(SQLITE_OK);
   if (known) {  // the new record becomes current, as readRow makes it
     c->rowid = rowid;
     c->where = Cursor::Where::kOn;

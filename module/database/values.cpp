@@ -11,6 +11,24 @@ namespace vantry::database {
 
 using frame::ResultChain;
 
+namespace {
+
+// A node's text as UTF-8. Field names and most values are ASCII, copied as
+// they stand; anything else goes through the module's UTF-8 writing.
+std::string utf8Of(const ACHAR *w) {
+  if (!w) return std::string();
+  size_t n = 0;
+  bool ascii = true;
+  for (; w[n]; ++n) ascii &= static_cast<uint32_t>(w[n]) < 0x80;
+  if (!ascii) return text::toUtf8(std::wstring_view(w, n));
+  std::string s;
+  s.resize(n);
+  for (size_t i = 0; i < n; ++i) s[i] = static_cast<char>(w[i]);
+  return s;
+}
+
+}  // namespace
+
 bool toEngineValue(const resbuf *rb, engine::Value &out) {
   if (!rb) return false;
   switch (rb->restype) {
@@ -24,7 +42,7 @@ bool toEngineValue(const resbuf *rb, engine::Value &out) {
       out = engine::Value::integer(rb->resval.rlong);
       return true;
     case RTSTR:
-      out = engine::Value::text(text::toUtf8(rb->resval.rstring ? rb->resval.rstring : L""));
+      out = engine::Value::text(utf8Of(rb->resval.rstring));
       return true;
     case RTT:
       out = engine::Value::boolean(true);
@@ -342,12 +360,12 @@ bool readRecord(resbuf *cur, engine::Record &out) {
   for (;;) {
     while (cur && (cur->restype == RTLB || cur->restype == RTLE || cur->restype == RTDOTE)) cur = cur->rbnext;
     if (!cur) break;
-    std::wstring name;
-    if (!frame::readString(cur, name)) return false;
+    if (cur->restype != RTSTR) return false;
+    engine::Field f;
+    f.name = utf8Of(cur->resval.rstring);
+    cur = cur->rbnext;
     if (cur && cur->restype == RTDOTE) cur = cur->rbnext;
     if (!cur) return false;
-    engine::Field f;
-    f.name = text::toUtf8(name);
     if (cur->restype == RTLE) {
       f.value = engine::Value::null();
     } else {
