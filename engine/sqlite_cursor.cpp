@@ -170,16 +170,30 @@ bool SqliteEngine::GetRecord(Record *out) {
   return readRow(current_, current_->rowid, out);
 }
 
+std::optional<size_t> snapshotPlace(const Cursor &c, int64_t rowid) {
+  if (c.order.empty()) {
+    auto it = std::lower_bound(c.rows.begin(), c.rows.end(), rowid);
+    if (it == c.rows.end() || *it != rowid) return std::nullopt;
+    return static_cast<size_t>(it - c.rows.begin());
+  }
+  auto it = c.indexOf.find(rowid);
+  if (it == c.indexOf.end()) return std::nullopt;
+  return it->second;
+}
+
 bool SqliteEngine::buildSnapshot(Cursor *c) {
   Stmt st = prepare("SELECT " + quoteIdent(c->table.rowid) + " FROM " + c->table.from() +
                     " ORDER BY " + c->orderBy);
   if (!st) return false;
   c->rows.clear();
   c->indexOf.clear();
+  // In rowid order the snapshot is sorted and is searched as it stands; an
+  // index order keeps a map from rowid to place.
+  const bool byRowid = c->order.empty();
   int rc;
   while ((rc = sqlite3_step(st.get())) == SQLITE_ROW) {
     int64_t id = sqlite3_column_int64(st.get(), 0);
-    c->indexOf.emplace(id, c->rows.size());
+    if (!byRowid) c->indexOf.emplace(id, c->rows.size());
     c->rows.push_back(id);
   }
   if (rc != SQLITE_DONE) return failSqlite(rc);
@@ -198,9 +212,8 @@ bool SqliteEngine::locate(Cursor *c, size_t *index, bool *gap) {
     *gap = true;
     return true;
   }
-  auto it = c->indexOf.find(c->rowid);
-  if (it != c->indexOf.end()) {
-    *index = it->second;
+  if (std::optional<size_t> at = snapshotPlace(*c, c->rowid)) {
+    *index = *at;
     return true;
   }
   // Deleted since: count the rows that sort before where it was.

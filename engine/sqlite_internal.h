@@ -158,7 +158,7 @@ struct Cursor {
   uint32_t snapVersion = 0;
   std::vector<int64_t> rows;
   std::vector<uint8_t> gone;  // tombstones, parallel to rows
-  std::unordered_map<int64_t, size_t> indexOf;
+  std::unordered_map<int64_t, size_t> indexOf;  // index orders only: see snapshotPlace
   std::optional<size_t> gapIndex;
 
   // Records read ahead for Skip: snapshot indexes [blockStart, blockStart +
@@ -183,6 +183,10 @@ struct Cursor {
   // back from then on, in the append's own transaction.
   bool appendReadsBack = false;
 };
+
+// The place of `rowid` in the cursor's snapshot, if it is there: a binary
+// search in rowid order (the snapshot is sorted), a map look-up otherwise.
+std::optional<size_t> snapshotPlace(const Cursor &c, int64_t rowid);
 
 class SqliteEngine final : public Engine {
  public:
@@ -297,6 +301,10 @@ class SqliteEngine final : public Engine {
   // for an unchanged database (then nothing read may be kept). No system
   // call in WAL mode, one fstat otherwise. (sqlite_liveness.cpp)
   bool changeStamp(ChangeStamp *out);
+  // The open database's file in SQLite's VFS, asked once per connection: a
+  // step of a walk reads the change stamp through it. Forgotten by Open.
+  sqlite3_file *mainFile();
+  sqlite3_file *mainFile_ = nullptr;
   // After Open and after a statement that may switch the journal mode.
   void noteJournalMode();
   // Opens the descriptor that IsAlive watches; closed by Close.

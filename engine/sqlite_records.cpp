@@ -256,8 +256,7 @@ bool SqliteEngine::DeleteRecord() {
   }
   bool keep = c->snapValid && before == c->snapVersion;
   if (keep) {
-    auto at = c->indexOf.find(c->rowid);
-    if (at != c->indexOf.end()) c->gone[at->second] = 1;
+    if (std::optional<size_t> at = snapshotPlace(*c, c->rowid)) c->gone[*at] = 1;
   }
   afterWrite(keep ? c : nullptr);
   c->where = Cursor::Where::kGone;

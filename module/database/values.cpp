@@ -60,15 +60,21 @@ namespace {
 // ASCII is copied as it stands; anything else goes through the module's
 // UTF-8 reading, so the result is the same either way.
 ACHAR *newWideString(const std::string &s) {
-  bool ascii = true;
-  for (char ch : s) ascii &= static_cast<unsigned char>(ch) < 0x80;
-  std::wstring wide;
-  if (!ascii) wide = text::fromUtf8(s);
-  size_t n = ascii ? s.size() : wide.size();
+  size_t n = s.size();
   auto *w = static_cast<ACHAR *>(std::malloc((n + 1) * sizeof(ACHAR)));
   if (!w) return nullptr;
-  for (size_t i = 0; i < n; ++i) w[i] = ascii ? static_cast<ACHAR>(s[i]) : wide[i];
+  unsigned char high = 0;  // copied while it is checked: texts are ASCII far more often than not
+  for (size_t i = 0; i < n; ++i) {
+    auto ch = static_cast<unsigned char>(s[i]);
+    high |= ch;
+    w[i] = static_cast<ACHAR>(ch);
+  }
   w[n] = 0;
+  if (high < 0x80) return w;
+  std::free(w);
+  std::wstring wide = text::fromUtf8(s);
+  w = static_cast<ACHAR *>(std::malloc((wide.size() + 1) * sizeof(ACHAR)));
+  if (w) std::wmemcpy(w, wide.c_str(), wide.size() + 1);
   return w;
 }
 
@@ -117,7 +123,8 @@ void addValue(ResultChain &c, const engine::Value &v) {
 }
 
 bool isRecordMarker(const engine::Value &v) {
-  return v.type() == engine::ValueType::kText && v.asText() == engine::kNewRecordMarker;
+  static const std::string marker = engine::kNewRecordMarker;
+  return v.type() == engine::ValueType::kText && v.asText() == marker;
 }
 
 // The chain of the last record returned, kept for the next one. Walks and
