@@ -362,6 +362,27 @@ void returnValueArray(const engine::ValueArray &values) {
   names.detach();
 }
 
+namespace {
+engine::ValueArray *sharedAnswer = nullptr;  // released when the module unloads
+bool sharedAnswerInUse = false;
+}  // namespace
+
+AnswerBuffer::AnswerBuffer() : shared_(!sharedAnswerInUse) {
+  if (shared_) {
+    static engine::ValueArray shared;
+    sharedAnswer = &shared;
+    sharedAnswerInUse = true;
+    shared.clear();
+  }
+  values_ = shared_ ? sharedAnswer : &own_;
+}
+
+AnswerBuffer::~AnswerBuffer() {
+  if (!shared_) return;
+  sharedAnswer->clear();  // the values go; the room stays
+  sharedAnswerInUse = false;
+}
+
 bool readRecord(resbuf *cur, engine::Record &out) {
   out.clear();
   for (;;) {
