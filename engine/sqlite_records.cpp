@@ -173,7 +173,14 @@ bool SqliteEngine::AppendRecord(const Record &record, bool keepCounter, Record *
   // The statement is kept under the fields it sets, in their order ("?ins:"
   // cannot begin an SQL text), so its text is made once per shape.
   std::string shape = "?ins:";
-  for (const auto &field : fields) shape += std::to_string(field.first) + ',';
+  for (const auto &field : fields) {
+    if (field.first < 255) {
+      shape += static_cast<char>(field.first + 1);  // one byte a field, never 0
+    } else {
+      shape += '\0';
+      shape += std::to_string(field.first) + ',';
+    }
+  }
   auto it = c->seekStmts.find(shape);
   if (it == c->seekStmts.end()) {
     std::string names, marks;
@@ -187,7 +194,15 @@ bool SqliteEngine::AppendRecord(const Record &record, bool keepCounter, Record *
     it = c->seekStmts.emplace(shape, std::move(st)).first;
   }
   Stmt *ins = &it->second;
-  for (size_t i = 0; i < fields.size(); ++i) ins->bind(static_cast<int>(i + 1), fields[i].second);
+  // Texts are bound in place: `fields` outlives the step, and the reset
+  // after it unbinds them.
+  for (size_t i = 0; i < fields.size(); ++i) {
+    const RawValue &v = fields[i].second;
+    if (v.type == SQLITE_TEXT)
+      sqlite3_bind_text(ins->get(), static_cast<int>(i + 1), v.s.data(), static_cast<int>(v.s.size()), SQLITE_STATIC);
+    else
+      ins->bind(static_cast<int>(i + 1), v);
+  }
   const int64_t changesBefore = sqlite3_total_changes64(db_);
   int rc = sqlite3_step(ins->get());
   ins->reset();
