@@ -47,6 +47,9 @@ bool storedAsBound(const RawValue &v, Affinity affinity) {
     case SQLITE_INTEGER:
       return affinity == Affinity::kInteger || affinity == Affinity::kNumeric || affinity == Affinity::kBlob;
     case SQLITE_FLOAT:
+      // SQLite stores a NaN as null, and may keep a whole real as an
+      // integer on disk, which reads back without the sign of a -0.0.
+      if (std::isnan(v.d) || (v.d == 0 && std::signbit(v.d))) return false;
       if (affinity == Affinity::kReal || affinity == Affinity::kBlob) return true;
       if (affinity == Affinity::kText) return false;
       return std::isfinite(v.d) && v.d != std::floor(v.d);  // a fraction stays a real

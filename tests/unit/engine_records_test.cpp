@@ -4,6 +4,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cmath>
+
 #include "engine/engine.h"
 #include "engine_testing.h"
 
@@ -107,9 +109,14 @@ TEST_F(EngineRecordsTest, TheStoredRecordIsWhatTheFileHoldsAfterDefaultsAffiniti
   EXPECT_EQ(testing::show(append(rec({{"tag", Value::text("C")}, {"size", Value::real(4.0)}, {"note", Value::null()},
                         {"made", Value::text("2024-05-06")}, {"weight", Value::real(1)}}))),
             "id=3 tag=\"C\" size=4r note=<null> made=#2024-05-06 00:00:00# weight=1r");
+  // SQLite keeps a NaN as null.
+  EXPECT_EQ(field(append(rec({{"tag", Value::text("N")}, {"size", Value::real(2.5)}, {"note", Value::text("z")},
+                              {"made", Value::text("2024-05-06")}, {"weight", Value::real(std::nan(""))}})),
+                  "weight"),
+            "<null>");
   // A field left out takes its default.
   EXPECT_EQ(testing::show(append(rec({{"tag", Value::text("D")}}))),
-            "id=4 tag=\"D\" size=<null> note=<null> made=#2020-01-02 03:04:05# weight=<null>");
+            "id=5 tag=\"D\" size=<null> note=<null> made=#2020-01-02 03:04:05# weight=<null>");
   // A trigger that rewrites the new row is seen in the answer, every time.
   rawSql(db, "CREATE TRIGGER stamp AFTER INSERT ON parts BEGIN UPDATE parts SET note = 'seen ' || NEW.tag "
              "WHERE id = NEW.id; END;");
