@@ -120,8 +120,7 @@ void SqliteEngine::takeRow(Cursor *c, sqlite3_stmt *st, Record *out) {
   out->clear();
   out->reserve(cols.size());
   int n = std::min(static_cast<int>(cols.size()), sqlite3_column_count(st) - 1);
-  for (int i = 0; i < n; ++i)
-    out->push_back(Field{cols[i].name, fromRaw(RawValue::column(st, i + 1), cols[i].kind)});
+  for (int i = 0; i < n; ++i) out->push_back(Field{cols[i].name, columnValue(st, i + 1, cols[i].kind)});
 }
 
 bool SqliteEngine::readRow(Cursor *c, int64_t rowid, Record *out) {
@@ -171,16 +170,30 @@ bool SqliteEngine::GetRecord(Record *out) {
   return readRow(current_, current_->rowid, out);
 }
 
+std::optional<size_t> snapshotPlace(const Cursor &c, int64_t rowid) {
+  if (c.order.empty()) {
+    auto it = std::lower_bound(c.rows.begin(), c.rows.end(), rowid);
+    if (it == c.rows.end() || *it != rowid) return std::nullopt;
+    return static_cast<size_t>(it - c.rows.begin());
+  }
+  auto it = c.indexOf.find(rowid);
+  if (it == c.indexOf.end()) return std::nullopt;
+  return it->second;
+}
+
 bool SqliteEngine::buildSnapshot(Cursor *c) {
   Stmt st = prepare("SELECT " + quoteIdent(c->table.rowid) + " FROM " + c->table.from() +
                     " ORDER BY " + c->orderBy);
   if (!st) return false;
   c->rows.clear();
   c->indexOf.clear();
+  // In rowid order the snapshot is sorted and is searched as it stands; an
+  // index order keeps a map from rowid to place.
+  const bool byRowid = c->order.empty();
   int rc;
   while ((rc = sqlite3_step(st.get())) == SQLITE_ROW) {
     int64_t id = sqlite3_column_int64(st.get(), 0);
-    c->indexOf.emplace(id, c->rows.size());
+    if (!byRowid) c->indexOf.emplace(id, c->rows.size());
     c->rows.push_back(id);
   }
   if (rc != SQLITE_DONE) return failSqlite(rc);
@@ -199,9 +212,8 @@ bool SqliteEngine::locate(Cursor *c, size_t *index, bool *gap) {
     *gap = true;
     return true;
   }
-  auto it = c->indexOf.find(c->rowid);
-  if (it != c->indexOf.end()) {
-    *index = it->second;
+  if (std::optional<size_t> at = snapshotPlace(*c, c->rowid)) {
+    *index = *at;
     return true;
   }
   // Deleted since: count the rows that sort before where it was.
@@ -418,11 +430,11 @@ bool SqliteEngine::RecordCount(int32_t *count) {
   return true;
 }
 
-bool SqliteEngine::seekKeys(const std::vector<Value> &keys, Record *out) {
+bool SqliteEngine::seekKeys(const Value *keys, size_t count, Record *out) {
   clearError();
   if (!needCursor()) return false;
   Cursor *c = current_;
-  size_t n = keys.size();
+  size_t n = count;
   while (n > 0 && keys[n - 1].isEmptyOrNull()) --n;
   if (n == 0) return fail(errc::kNoCurrentRecord, "No current record: no key value was given.");
   // As Access's Seek: a table opened without naming an index has no current
@@ -437,7 +449,9 @@ bool SqliteEngine::seekKeys(const std::vector<Value> &keys, Record *out) {
                 "Too many key values (" + std::to_string(n) + ") for index '" + c->indexName + "'.");
   // The statement depends only on which of the n keys are null; it is kept
   // under that shape ("?seek:" cannot begin an SQL text) and made once.
-  std::vector<RawValue> binds;
+  // At most two values per key (a text key binds two forms).
+  std::array<RawValue, 20> binds;
+  size_t bound = 0;
   std::string shape = "?seek:";
   for (size_t i = 0; i < n; ++i) {
     RawValue raw;
@@ -465,61 +479,75 @@ bool SqliteEngine::seekKeys(const std::vector<Value> &keys, Record *out) {
         if (ch >= 'A' && ch <= 'Z') ch = static_cast<char>(ch - 'A' + 'a');
       for (char &ch : raw.s)
         if (ch >= 'a' && ch <= 'z') ch = static_cast<char>(ch - 'a' + 'A');
-      binds.push_back(std::move(raw));
-      binds.push_back(RawValue{SQLITE_TEXT, 0, 0, std::move(lower)});
+      binds[bound++] = std::move(raw);
+      binds[bound++] = RawValue{SQLITE_TEXT, 0, 0, std::move(lower)};
     } else if (raw.type != SQLITE_NULL) {
-      binds.push_back(std::move(raw));
+      binds[bound++] = std::move(raw);
     }
   }
-  auto it = c->seekStmts.find(shape);
-  if (it == c->seekStmts.end()) {
-    std::string sql =
-        "SELECT " + quoteIdent(c->table.rowid) + ", * FROM " + c->table.from() + " WHERE ";
-    int bound = 0;
-    for (size_t i = 0; i < n; ++i) {
-      if (i) sql += " AND ";
-      sql += quoteIdent(c->order.empty() ? c->table.rowid : c->table.columns[c->order[i].column].name);
-      if (shape[6 + i] == 'n') {
-        sql += " IS NULL";
-      } else if (shape[6 + i] == 't') {
-        std::string col = quoteIdent(c->table.columns[c->order[i].column].name);
-        sql += " >= ?" + std::to_string(bound + 1) + " AND " + col + " <= ?" + std::to_string(bound + 2) + " AND " +
-               col + " = ?" + std::to_string(bound + 1) + " COLLATE NOCASE";
-        bound += 2;
-      } else {
-        sql += " = ?" + std::to_string(++bound);
-        if (!c->order.empty()) sql += " COLLATE " + c->order[i].collation;
+  if (!c->lastSeek || c->lastSeekShape != shape) {
+    auto it = c->seekStmts.find(shape);
+    if (it == c->seekStmts.end()) {
+      std::string sql =
+          "SELECT " + quoteIdent(c->table.rowid) + ", * FROM " + c->table.from() + " WHERE ";
+      int marks = 0;
+      for (size_t i = 0; i < n; ++i) {
+        if (i) sql += " AND ";
+        sql += quoteIdent(c->order.empty() ? c->table.rowid : c->table.columns[c->order[i].column].name);
+        if (shape[6 + i] == 'n') {
+          sql += " IS NULL";
+        } else if (shape[6 + i] == 't') {
+          std::string col = quoteIdent(c->table.columns[c->order[i].column].name);
+          sql += " >= ?" + std::to_string(marks + 1) + " AND " + col + " <= ?" + std::to_string(marks + 2) + " AND " +
+                 col + " = ?" + std::to_string(marks + 1) + " COLLATE NOCASE";
+          marks += 2;
+        } else {
+          sql += " = ?" + std::to_string(++marks);
+          if (!c->order.empty()) sql += " COLLATE " + c->order[i].collation;
+        }
       }
+      sql += " ORDER BY " + c->orderBy + " LIMIT 1";
+      Stmt st = prepare(sql);
+      if (!st) return false;
+      it = c->seekStmts.emplace(shape, std::move(st)).first;
     }
-    sql += " ORDER BY " + c->orderBy + " LIMIT 1";
-    Stmt st = prepare(sql);
-    if (!st) return false;
-    it = c->seekStmts.emplace(shape, std::move(st)).first;
+    c->lastSeek = &it->second;
+    c->lastSeekShape = shape;
   }
-  Stmt &st = it->second;
-  for (size_t i = 0; i < binds.size(); ++i) st.bind(static_cast<int>(i + 1), binds[i]);
+  Stmt &st = *c->lastSeek;
+  // Texts are bound in place (they outlive the step) and unbound after it.
+  for (size_t i = 0; i < bound; ++i) {
+    if (binds[i].type == SQLITE_TEXT)
+      sqlite3_bind_text(st.get(), static_cast<int>(i + 1), binds[i].s.data(), static_cast<int>(binds[i].s.size()),
+                        SQLITE_STATIC);
+    else
+      st.bind(static_cast<int>(i + 1), binds[i]);
+  }
   int rc = sqlite3_step(st.get());
   if (rc == SQLITE_ROW) takeRow(c, st.get(), out);
   sqlite3_reset(st.get());
+  sqlite3_clear_bindings(st.get());
   if (rc == SQLITE_ROW) return true;
   if (rc != SQLITE_DONE) return failSqlite(rc);
   return fail(errc::kNoCurrentRecord, "No current record: the key was not found.");
 }
 
 bool SqliteEngine::SeekValue(const Value &key, Record *out) {
-  return seekKeys({key}, out);
+  return seekKeys(&key, 1, out);
 }
 
 bool SqliteEngine::SeekPoint2(double x, double y, Record *out) {
-  return seekKeys({Value::real(x), Value::real(y)}, out);
+  const Value keys[] = {Value::real(x), Value::real(y)};
+  return seekKeys(keys, 2, out);
 }
 
 bool SqliteEngine::SeekPoint3(double x, double y, double z, Record *out) {
-  return seekKeys({Value::real(x), Value::real(y), Value::real(z)}, out);
+  const Value keys[] = {Value::real(x), Value::real(y), Value::real(z)};
+  return seekKeys(keys, 3, out);
 }
 
 bool SqliteEngine::SeekValues(const std::array<Value, 10> &keys, Record *out) {
-  return seekKeys(std::vector<Value>(keys.begin(), keys.end()), out);
+  return seekKeys(keys.data(), keys.size(), out);
 }
 
 }  // namespace vantry::engine::sqlite

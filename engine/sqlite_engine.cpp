@@ -284,6 +284,7 @@ bool SqliteEngine::checkFileDamage() {
 std::string SqliteEngine::Open(const std::string &path, int32_t options, bool readOnly) {
   clearError();
   if (db_ || detached_) Close();
+  mainFile_ = nullptr;  // the connection about to be opened has its own
   name_ = path;
   path_ = normalizePath(path);
   auto failOpen = [&](long number, std::string description) {

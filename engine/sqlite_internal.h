@@ -68,12 +68,20 @@ struct ColumnInfo {
   std::string declType;
   FieldKind kind = FieldKind::kPlain;
   Affinity affinity = Affinity::kBlob;
+  // What toRaw reads from declType, worked out at its first value (reading
+  // the type per value cost more than the value): -1 not yet known.
+  mutable int8_t wholeNumbers = -1;  // 1 a field of whole numbers
+  mutable int8_t decimal = -1;       // 1 DECIMAL(p,s), with these:
+  mutable int8_t decimalPrecision = 0, decimalScale = 0;
 };
 
 FieldKind fieldKindOf(const std::string &declType);
 Affinity affinityOf(const std::string &declType);
 // Engine value from a stored value of a field of `kind` (its text moves into the value).
 Value fromRaw(RawValue raw, FieldKind kind);
+// The same straight from a column of a row, without the stored value between:
+// equal to fromRaw(RawValue::column(st, col), kind).
+Value columnValue(sqlite3_stmt *st, int col, FieldKind kind);
 // Stored value for a field; false with *error (an errc description) when the
 // value does not fit the field (errc::kConversion).
 bool toRaw(const Value &v, const ColumnInfo &col, RawValue *out, std::string *error);
@@ -150,7 +158,7 @@ struct Cursor {
   uint32_t snapVersion = 0;
   std::vector<int64_t> rows;
   std::vector<uint8_t> gone;  // tombstones, parallel to rows
-  std::unordered_map<int64_t, size_t> indexOf;
+  std::unordered_map<int64_t, size_t> indexOf;  // index orders only: see snapshotPlace
   std::optional<size_t> gapIndex;
 
   // Records read ahead for Skip: snapshot indexes [blockStart, blockStart +
@@ -167,7 +175,18 @@ struct Cursor {
   Stmt fetch;  // SELECT rowid, * FROM t WHERE rowid = ?1
   Stmt range;  // SELECT rowid, * FROM t WHERE rowid BETWEEN ?1 AND ?2 ORDER BY rowid (rowid order only)
   std::map<std::string, Stmt> seekStmts;  // by their SQL text
+  // The seek statement used last, and its key's shape: seeks on one index
+  // come by the thousand with keys of one shape.
+  std::string lastSeekShape;
+  Stmt *lastSeek = nullptr;
+  // Set once an append saw a trigger change rows: the stored record is read
+  // back from then on, in the append's own transaction.
+  bool appendReadsBack = false;
 };
+
+// The place of `rowid` in the cursor's snapshot, if it is there: a binary
+// search in rowid order (the snapshot is sorted), a map look-up otherwise.
+std::optional<size_t> snapshotPlace(const Cursor &c, int64_t rowid);
 
 class SqliteEngine final : public Engine {
  public:
@@ -260,7 +279,7 @@ class SqliteEngine final : public Engine {
   bool locate(Cursor *c, size_t *index, bool *gap);
   bool firstInOrder(Cursor *c, bool last, Record *out);
   bool buildSnapshot(Cursor *c);
-  bool seekKeys(const std::vector<Value> &keys, Record *out);
+  bool seekKeys(const Value *keys, size_t count, Record *out);
   bool runStatement(const std::string &sql, const std::vector<RawValue> &params, ValueArray *result,
                     int32_t *affected, bool refuseSelect, bool expanded = false);
   // Names in `sql` that SQLite cannot resolve by itself, put in place: a
@@ -282,6 +301,10 @@ class SqliteEngine final : public Engine {
   // for an unchanged database (then nothing read may be kept). No system
   // call in WAL mode, one fstat otherwise. (sqlite_liveness.cpp)
   bool changeStamp(ChangeStamp *out);
+  // The open database's file in SQLite's VFS, asked once per connection: a
+  // step of a walk reads the change stamp through it. Forgotten by Open.
+  sqlite3_file *mainFile();
+  sqlite3_file *mainFile_ = nullptr;
   // After Open and after a statement that may switch the journal mode.
   void noteJournalMode();
   // Opens the descriptor that IsAlive watches; closed by Close.

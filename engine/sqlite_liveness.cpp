@@ -82,11 +82,9 @@ static_assert(sizeof(ChangeStamp) == kWalHeaderBytes);
 // The first region of the WAL index in shared memory, through SQLite's own
 // mapping (bExtend = 0: only a region SQLite has mapped already; nothing is
 // created), or null.
-volatile void *walIndex(sqlite3 *db) {
-  sqlite3_file *f = nullptr;
+volatile void *walIndex(sqlite3_file *f) {
   volatile void *region = nullptr;
-  if (sqlite3_file_control(db, "main", SQLITE_FCNTL_FILE_POINTER, &f) != SQLITE_OK || !f || !f->pMethods ||
-      f->pMethods->iVersion < 2 || !f->pMethods->xShmMap ||
+  if (!f || !f->pMethods || f->pMethods->iVersion < 2 || !f->pMethods->xShmMap ||
       f->pMethods->xShmMap(f, 0, kWalIndexRegion, 0, &region) != SQLITE_OK)
     return nullptr;
   return region;
@@ -170,7 +168,7 @@ bool SqliteEngine::vouch(int64_t now, uint64_t changes) {
 
 bool SqliteEngine::checkpointMark(CheckpointMark *out) {
   if (!db_ || !wal_) return false;
-  volatile void *region = walIndex(db_);
+  volatile void *region = walIndex(mainFile());
   if (!region) return false;
   const volatile unsigned char *b = static_cast<const volatile unsigned char *>(region);
   auto u32 = [&](size_t at) {
@@ -311,10 +309,17 @@ void SqliteEngine::noteJournalMode() {
   g_open.insert(this);
 }
 
+sqlite3_file *SqliteEngine::mainFile() {
+  if (!mainFile_ && db_ &&
+      sqlite3_file_control(db_, "main", SQLITE_FCNTL_FILE_POINTER, &mainFile_) != SQLITE_OK)
+    mainFile_ = nullptr;
+  return mainFile_;
+}
+
 bool SqliteEngine::changeStamp(ChangeStamp *out) {
   if (!db_) return false;
   if (wal_) {
-    volatile void *region = walIndex(db_);
+    volatile void *region = walIndex(mainFile());
     if (!region) return false;
     std::memcpy(out->data(), const_cast<const void *>(region), kWalHeaderBytes);
     return true;

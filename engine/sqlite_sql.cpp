@@ -118,19 +118,21 @@ bool SqliteEngine::runStatement(const std::string &sql, const std::vector<RawVal
   if (changesSchema) dropDecimalGuards();
   else if (!reads && !readOnly_) guardDecimals();
   int64_t totalBefore = sqlite3_total_changes64(db_);
-  std::vector<std::string> names(columns);
+  // The marker and the names are made once and copied into each row.
+  const Value marker = Value::text(kNewRecordMarker);
+  std::vector<Value> names(columns);
   std::vector<FieldKind> kinds(columns);
   for (int i = 0; i < columns; ++i) {
-    names[i] = sqlite3_column_name(st.get(), i);
+    names[i] = Value::text(sqlite3_column_name(st.get(), i));
     const char *decl = sqlite3_column_decltype(st.get(), i);
     kinds[i] = decl ? fieldKindOf(decl) : FieldKind::kPlain;
   }
   while ((rc = sqlite3_step(st.get())) == SQLITE_ROW) {
     if (!result) continue;
-    result->push_back(Value::text(kNewRecordMarker));
+    result->push_back(marker);
     for (int i = 0; i < columns; ++i) {
-      result->push_back(Value::text(names[i]));
-      result->push_back(fromRaw(RawValue::column(st.get(), i), kinds[i]));
+      result->push_back(names[i]);
+      result->push_back(columnValue(st.get(), i, kinds[i]));
     }
   }
   if (!reads) afterWrite(nullptr);

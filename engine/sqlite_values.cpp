@@ -18,21 +18,25 @@
 
 namespace vantry::engine::sqlite {
 
+// Columns are read through their sqlite3_value: one call into the library
+// per column (each sqlite3_column_* call takes the connection's mutex and
+// checks for a failed allocation), the rest reads the value in place.
 RawValue RawValue::column(sqlite3_stmt *st, int col) {
   RawValue v;
-  v.type = sqlite3_column_type(st, col);
+  sqlite3_value *val = sqlite3_column_value(st, col);
+  v.type = sqlite3_value_type(val);
   switch (v.type) {
     case SQLITE_INTEGER:
-      v.i = sqlite3_column_int64(st, col);
+      v.i = sqlite3_value_int64(val);
       break;
     case SQLITE_FLOAT:
-      v.d = sqlite3_column_double(st, col);
+      v.d = sqlite3_value_double(val);
       break;
     case SQLITE_TEXT:
     case SQLITE_BLOB: {
-      const void *p = v.type == SQLITE_TEXT ? static_cast<const void *>(sqlite3_column_text(st, col))
-                                            : sqlite3_column_blob(st, col);
-      int n = sqlite3_column_bytes(st, col);
+      const void *p = v.type == SQLITE_TEXT ? static_cast<const void *>(sqlite3_value_text(val))
+                                            : sqlite3_value_blob(val);
+      int n = sqlite3_value_bytes(val);
       if (p) v.s.assign(static_cast<const char *>(p), static_cast<size_t>(n));
       break;
     }
@@ -172,6 +176,26 @@ Value fromRaw(RawValue raw, FieldKind kind) {
   }
 }
 
+Value columnValue(sqlite3_stmt *st, int col, FieldKind kind) {
+  sqlite3_value *val = sqlite3_column_value(st, col);
+  switch (sqlite3_value_type(val)) {
+    case SQLITE_INTEGER: {
+      int64_t i = sqlite3_value_int64(val);
+      if (kind == FieldKind::kYesNo) return Value::boolean(i != 0);
+      if (kind != FieldKind::kReal && i >= INT32_MIN && i <= INT32_MAX) return Value::integer(static_cast<int32_t>(i));
+      return Value::real(static_cast<double>(i));
+    }
+    case SQLITE_FLOAT: {
+      double d = sqlite3_value_double(val);
+      return kind == FieldKind::kYesNo ? Value::boolean(d != 0) : Value::real(d);
+    }
+    case SQLITE_TEXT:
+      return fromRaw(RawValue::column(st, col), kind);
+    default:  // null, and blobs, which cross as null
+      return Value::null();
+  }
+}
+
 RawValue toRawPlain(const Value &v) {
   RawValue r;
   switch (v.type()) {
@@ -284,9 +308,15 @@ bool toRaw(const Value &v, const ColumnInfo &col, RawValue *out, std::string *er
   bool numeric = col.affinity == Affinity::kInteger || col.affinity == Affinity::kReal ||
                  col.affinity == Affinity::kNumeric;
   if (numeric && out->type == SQLITE_TEXT && !looksNumeric(out->s)) return refuse();
-  if (int precision = 0, scale = 0; decimalShape(col.declType, &precision, &scale))
-    return fitDecimal(out, precision, scale) || refuse();
-  if (!holdsWholeNumbers(col)) return true;
+  if (col.decimal < 0) {
+    int precision = 0, scale = 0;
+    col.decimal = decimalShape(col.declType, &precision, &scale) ? 1 : 0;
+    col.decimalPrecision = static_cast<int8_t>(precision);
+    col.decimalScale = static_cast<int8_t>(scale);
+  }
+  if (col.decimal) return fitDecimal(out, col.decimalPrecision, col.decimalScale) || refuse();
+  if (col.wholeNumbers < 0) col.wholeNumbers = holdsWholeNumbers(col) ? 1 : 0;
+  if (!col.wholeNumbers) return true;
   // An integer field takes a whole number only: a fraction (given as a real or
   // as text) is refused rather than stored as it stands or cut off.
   double d = out->type == SQLITE_FLOAT ? out->d : out->type == SQLITE_TEXT ? std::strtod(out->s.c_str(), nullptr) : 0;

@@ -235,9 +235,10 @@ class RecentStrings {
     slot = lisp::makeString(std::wstring(text, n));
     return slot;
   }
-  // The key-th key of one result: records of one table bring the same keys
-  // in the same order, so the key of the same place in the result before is
-  // looked at first, which costs one comparison and no hashing.
+  // The key of the pair at place `key` of its list: records of one table
+  // bring the same keys in the same order, so the key at the same place in
+  // the record before (of this result or the one before) is looked at
+  // first, which costs one comparison and no hashing.
   Value getKey(const wchar_t *text, size_t key) {
     if (key >= kSlots) return get(text);
     Value &last = byPlace_[key];
@@ -263,8 +264,10 @@ RecentStrings &recentStrings() {
   return *cache;
 }
 
-// How many keys the result being read has had so far.
-size_t keysRead = 0;
+// The place of the element being read in the list around it, set by that
+// list before each element: the k-th pair of every record of an answer
+// finds its key in the same slot.
+size_t listPlace = 0;
 
 // Reads one value starting at *rb and moves *rb past it.
 Value readValue(Interp &in, const resbuf *&rb) {
@@ -302,20 +305,25 @@ Value readValue(Interp &in, const resbuf *&rb) {
                                      node->resval.rlname[1]));
     case RTLB: {
       in.safePoint();
+      const size_t place = listPlace;
       ListBuilder b;
+      size_t n = 0;
       // A list that begins with a string is most often a (key . value) pair
       // of a record or an association list: its key is shared with the
       // same key of the records before it.
       if (rb && rb->restype == RTSTR) {
-        b.add(recentStrings().getKey(rb->resval.rstring ? rb->resval.rstring : L"", keysRead++));
+        b.add(recentStrings().getKey(rb->resval.rstring ? rb->resval.rstring : L"", place));
         rb = rb->rbnext;
+        ++n;
       }
       while (rb && rb->restype != RTLE) {
         if (rb->restype == RTDOTE) {
           rb = rb->rbnext;
+          listPlace = n++;
           if (rb && rb->restype != RTLE) b.dot(readValue(in, rb));
           continue;
         }
+        listPlace = n++;
         b.add(readValue(in, rb));
       }
       if (rb) rb = rb->rbnext;  // the RTLE
@@ -430,7 +438,7 @@ resbuf *valueToArgs(Interp &in, const Value *args, int nargs) {
 
 Value chainToValue(Interp &in, const resbuf *rb) {
   if (!rb) return Value();
-  keysRead = 0;
+  listPlace = 0;
   // A chain that is exactly one list is that list; otherwise its elements
   // make the list.
   const resbuf *p = rb;
@@ -438,7 +446,10 @@ Value chainToValue(Interp &in, const resbuf *rb) {
   if (!p && rb->restype == RTLB) return first;
   ListBuilder b;
   b.add(std::move(first));
-  while (p) b.add(readValue(in, p));
+  for (size_t n = 1; p; ++n) {
+    listPlace = n;
+    b.add(readValue(in, p));
+  }
   return b.take();
 }
 
@@ -564,7 +575,7 @@ int acedRetVal(const struct resbuf *rbuf) {
   Session::Call *call = vantry::host::currentCall();
   if (!call || !rbuf) return RTERROR;
   // One value: the first node, or the whole list it opens.
-  vantry::host::keysRead = 0;
+  vantry::host::listPlace = 0;
   const resbuf *p = rbuf;
   Value v;
   if (!convertForModule(call, [&] { v = vantry::host::readValue(*call->interp, p); })) return RTERROR;
@@ -597,7 +608,7 @@ int acedInvoke(const struct resbuf *args, struct resbuf **result) {
   Value fn = in->intern(args->resval.rstring)->value;
   if (fn.isNil()) return RTERROR;
   std::vector<Value> values;
-  vantry::host::keysRead = 0;
+  vantry::host::listPlace = 0;
   for (const resbuf *p = args->rbnext; p;) values.push_back(vantry::host::readValue(*in, p));
   ++in->catchDepth;
   try {

@@ -51,7 +51,8 @@ int runStatement(const std::wstring &sql, int mode) {
   EngineConnection c = database::currentConnection();
   if (!c) return 0;
   std::string text = text::toUtf8(sql);
-  engine::ValueArray result;
+  database::AnswerBuffer answer;
+  engine::ValueArray &result = answer.values();
   bool ok = c->ExecuteSql(text, &result);
   if (!ok && c->GetLastError().number == engine::errc::kCancelled) {
     // Stopped by the person's Esc, its changes rolled back: not a lost
@@ -147,7 +148,9 @@ int vt_query() {
   ArgList args;
   std::wstring name;
   if (int st = readSql(args, name)) return st;
-  engine::ValueArray params, result;
+  engine::ValueArray params;
+  database::AnswerBuffer answer;
+  engine::ValueArray &result = answer.values();
   if (!database::flattenArguments(args.cursor(), params)) return 2;
   if (c->RunQuery(text::toUtf8(name), params, &result))
     database::returnValueArray(result);

@@ -26,6 +26,26 @@ void returnRecord(const engine::Record &record);
 // A statement's answer as a LISP list, returned to the host (nil when empty).
 void returnValueArray(const engine::ValueArray &values);
 
+// The array a statement's answer is read into. One array serves every
+// answer and keeps its room between them: an answer of 100,000 rows is
+// 1.7 million values, which in an array of its own were mapped afresh by
+// the allocator, page by page, and copied as it grew, at every query. The
+// values are released when the buffer goes out of scope; a nested buffer
+// (none is expected) gets an array of its own.
+class AnswerBuffer {
+ public:
+  AnswerBuffer();
+  ~AnswerBuffer();
+  AnswerBuffer(const AnswerBuffer &) = delete;
+  AnswerBuffer &operator=(const AnswerBuffer &) = delete;
+  engine::ValueArray &values() { return *values_; }
+
+ private:
+  engine::ValueArray own_;
+  engine::ValueArray *values_;
+  bool shared_;
+};
+
 // Reads a record from the cursor to the end of the arguments: names and
 // values, in pairs, flat or as (name . value) / (name value) lists; list
 // marks are skipped; a name followed directly by a list end gets null.

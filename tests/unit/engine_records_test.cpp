@@ -4,6 +4,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cmath>
+
 #include "engine/engine.h"
 #include "engine_testing.h"
 
@@ -75,6 +77,59 @@ TEST_F(EngineRecordsTest, AppendNumbersTheCounterAndReturnsTheStoredRecord) {
   ASSERT_TRUE(
       e->AppendRecord(rec({{"name", Value::text("attic")}, {"id", Value::integer(40)}}), true, &stored));
   EXPECT_EQ(field(stored, "id"), "40");  // kept when asked to
+}
+
+// An append answers the record as the file holds it: what the table's
+// defaults, its fields' affinities and its triggers made of the values, not
+// the values as given; and a record given whole is current after the append
+// as one read back is.
+TEST_F(EngineRecordsTest, TheStoredRecordIsWhatTheFileHoldsAfterDefaultsAffinitiesAndTriggers) {
+  rawSql(db,
+         "CREATE TABLE parts(id INTEGER PRIMARY KEY AUTOINCREMENT, tag TEXT, size NUMERIC, note TEXT,"
+         "  made DATETIME DEFAULT '2020-01-02 03:04:05', weight REAL);"
+         "CREATE INDEX parts_tag ON parts(tag);");
+  ASSERT_TRUE(e->OpenTable("parts", "parts_tag"));
+  auto append = [&](const Record &r) {
+    Record stored, now;
+    EXPECT_TRUE(e->AppendRecord(r, false, &stored)) << e->GetLastError().description;
+    EXPECT_TRUE(e->GetRecord(&now));
+    EXPECT_EQ(now, stored) << "the answer differs from the record read back";
+    return stored;
+  };
+  // Every field given, each kept as it is.
+  EXPECT_EQ(testing::show(append(rec({{"tag", Value::text("B-1")}, {"size", Value::real(2.5)}, {"note", Value::text("x")},
+                        {"made", Value::text("2024-05-06 07:08:09")}, {"weight", Value::integer(3)}}))),
+            "id=1 tag=\"B-1\" size=2.5r note=\"x\" made=#2024-05-06 07:08:09# weight=3r");
+  // A text that reads as a number becomes one in a numeric field (which
+  // reads as a real, as Access's NUMERIC does); a number in a text field
+  // becomes text; an integer in a real field a real.
+  EXPECT_EQ(testing::show(append(rec({{"tag", Value::integer(7)}, {"size", Value::text("42")}, {"note", Value::text("y")},
+                        {"made", Value::text("2024-05-06")}, {"weight", Value::real(1.5)}}))),
+            "id=2 tag=\"7\" size=42r note=\"y\" made=#2024-05-06 00:00:00# weight=1.5r");
+  EXPECT_EQ(testing::show(append(rec({{"tag", Value::text("C")}, {"size", Value::real(4.0)}, {"note", Value::null()},
+                        {"made", Value::text("2024-05-06")}, {"weight", Value::real(1)}}))),
+            "id=3 tag=\"C\" size=4r note=<null> made=#2024-05-06 00:00:00# weight=1r");
+  // SQLite keeps a NaN as null.
+  EXPECT_EQ(field(append(rec({{"tag", Value::text("N")}, {"size", Value::real(2.5)}, {"note", Value::text("z")},
+                              {"made", Value::text("2024-05-06")}, {"weight", Value::real(std::nan(""))}})),
+                  "weight"),
+            "<null>");
+  // A field left out takes its default.
+  EXPECT_EQ(testing::show(append(rec({{"tag", Value::text("D")}}))),
+            "id=5 tag=\"D\" size=<null> note=<null> made=#2020-01-02 03:04:05# weight=<null>");
+  // A trigger that rewrites the new row is seen in the answer, every time.
+  rawSql(db, "CREATE TRIGGER stamp AFTER INSERT ON parts BEGIN UPDATE parts SET note = 'seen ' || NEW.tag "
+             "WHERE id = NEW.id; END;");
+  for (const char *tag : {"E", "F"})
+    EXPECT_EQ(field(append(rec({{"tag", Value::text(tag)}, {"size", Value::real(2.5)}, {"note", Value::text("x")},
+                                {"made", Value::text("2024-05-06 07:08:09")}, {"weight", Value::real(2)}})),
+                    "note"),
+              std::string("\"seen ") + tag + "\"");
+  EXPECT_EQ(rawScalar(db, "SELECT group_concat(note, ',') FROM parts WHERE tag IN ('E', 'F')"), "seen E,seen F");
+  // The cursor stands on the last record appended, in the index's order.
+  Record next;
+  EXPECT_TRUE(e->Skip(-1, &next));
+  EXPECT_EQ(field(next, "tag"), "\"E\"");
 }
 
 // Yes is -1 in the file, as Access stores it, whichever way it arrives; a yes
