@@ -201,6 +201,49 @@ Result PgEngine::exec(const std::string &sql, const std::vector<std::optional<st
   return nullptr;
 }
 
+Result PgEngine::run(const std::string &sql, const std::vector<std::optional<std::string>> &params) {
+  if (!conn_) {
+    fail(errc::kNoDatabase, "Object invalid or no longer set: no database is open.");
+    return nullptr;
+  }
+  std::vector<const char *> values;
+  values.reserve(params.size());
+  for (const auto &p : params) values.push_back(p ? p->c_str() : nullptr);
+  const int n = static_cast<int>(values.size());
+  for (int attempt = 0;; ++attempt) {
+    auto it = prepared_.find(sql);
+    if (it == prepared_.end()) {
+      if (prepared_.size() >= 256) {  // many tables and field lists: start again
+        Result d(PQexec(conn_, "DEALLOCATE ALL"));
+        prepared_.clear();
+      }
+      std::string name = "vt_s" + std::to_string(++preparedSerial_);
+      Result p(PQprepare(conn_, name.c_str(), sql.c_str(), n, nullptr));
+      if (!p || PQresultStatus(p.get()) != PGRES_COMMAND_OK) {
+        failFrom(p.get());
+        return nullptr;
+      }
+      it = prepared_.emplace(sql, std::move(name)).first;
+    }
+    Result r(PQexecPrepared(conn_, it->second.c_str(), n, values.data(), nullptr, nullptr, 0));
+    ExecStatusType st = r ? PQresultStatus(r.get()) : PGRES_FATAL_ERROR;
+    if (st == PGRES_COMMAND_OK || st == PGRES_TUPLES_OK) {
+      lastContact_ = nowNanos();
+      return r;
+    }
+    // A table changed under the statement (its columns' types) or a
+    // statement the server no longer knows: prepared again, once, when no
+    // work is open (a failure inside work has ended that work).
+    const char *state = r ? PQresultErrorField(r.get(), PG_DIAG_SQLSTATE) : nullptr;
+    bool again = state && (std::strcmp(state, "0A000") == 0 || std::strcmp(state, "26000") == 0);
+    if (again) prepared_.erase(it);
+    if (!again || attempt > 0 || PQtransactionStatus(conn_) != PQTRANS_IDLE) {
+      failFrom(r.get());
+      return nullptr;
+    }
+  }
+}
+
 std::string PgEngine::Open(const std::string &url, int32_t, bool readOnly) {
   Close();
   clearError();
@@ -268,6 +311,7 @@ void PgEngine::Close() {
   namesChanged();  // the next database may be another schema
   cursors_.clear();
   current_ = nullptr;
+  prepared_.clear();  // statements belong to their connection
   if (conn_) PQfinish(conn_);
   conn_ = nullptr;
   name_.clear();

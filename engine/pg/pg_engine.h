@@ -76,6 +76,9 @@ struct PgCursor {
   size_t blockStart = 0;
   std::vector<std::optional<PgRow>> block;
   int64_t blockRead = 0;
+  size_t blockSize = 0;  // grows while blocks are read one after another
+
+  bool ascending = true;  // every field of the order ascends (a step off an end can ask the index)
 };
 
 class PgEngine : public Engine {
@@ -145,10 +148,14 @@ class PgEngine : public Engine {
   // One statement with text parameters (nullopt is null); null on failure,
   // with the error set.
   Result exec(const std::string &sql, const std::vector<std::optional<std::string>> &params = {});
+  // The same, for the statements a cursor repeats: each text is prepared
+  // once per connection (parsed and planned once), then only executed.
+  Result run(const std::string &sql, const std::vector<std::optional<std::string>> &params = {});
 
   // Tables and values (pg_values.cpp).
   bool loadTable(const std::string &name, PgTable *out);
   bool findIndex(PgCursor *c, const std::string &index);
+  void ensureOrderIndex(const PgTable &t, const std::string &tableOid, const std::string &columns);
   static Value valueOf(const PGresult *r, int row, int col);
   // The text that stands for `v` as a parameter of a field of `col`'s type.
   static bool paramOf(const Value &v, const PgColumn *col, std::optional<std::string> *out);
@@ -160,6 +167,10 @@ class PgEngine : public Engine {
   bool readBlock(PgCursor *c, size_t at, int step);
   bool moveTo(PgCursor *c, long i, int step, Record *out);
   bool locate(PgCursor *c);
+  // Whether a record may follow (step 1) or precede (step -1) the one keyed
+  // `key` in the cursor's order: one indexed question instead of reading the
+  // keys again; true when it cannot tell.
+  bool mayBeBeyond(PgCursor *c, const std::string &key, int step);
   bool seek(const std::vector<Value> &keys, Record *out);
   void become(PgCursor *c, size_t at, PgRow row, Record *out);
 
@@ -192,6 +203,8 @@ class PgEngine : public Engine {
   int64_t namesRead_ = 0;   // monotonic nanoseconds; 0: to be read
   std::vector<bool> work_;  // per level of BeginWork: true for a savepoint
   std::unique_ptr<PgSchema> schemaOps_;
+  std::unordered_map<std::string, std::string> prepared_;  // statement text -> its name on the server
+  int preparedSerial_ = 0;
 };
 
 }  // namespace vantry::engine::pg
