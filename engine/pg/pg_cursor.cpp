@@ -63,6 +63,13 @@ std::string orderTerm(const PgColumn &col, const std::string &alias) {
   return isText(col) ? "lower(" + field + ") COLLATE \"C\"" : field;
 }
 
+// The cursor's order on the row named `alias`: its fields, then the key.
+std::string orderTuple(const PgCursor &c, const std::string &alias) {
+  std::string out;
+  for (int k : c.indexColumns) out += orderTerm(c.table.columns[k], alias) + ", ";
+  return out + alias + "." + c.table.keyExpr;
+}
+
 uint64_t fnv1a(const std::string &s) {
   uint64_t h = 1469598103934665603ull;
   for (unsigned char ch : s) h = (h ^ ch) * 1099511628211ull;
@@ -177,15 +184,43 @@ bool PgEngine::readBlock(PgCursor *c, size_t at, int step) {
   const size_t size = c->blockSize;
   size_t from = step > 0 ? at : (at + 1 >= size ? at + 1 - size : 0);
   size_t to = std::min(c->keys.size(), from + size);
-  Result r = run("SELECT " + selectList(c->table) + " FROM " + c->table.qualified + " WHERE " + c->table.keyExpr +
-                      " = ANY($1::" + c->table.keyType + "[])",
-                  {arrayLiteral(c->keys, from, to)});
-  if (!r) return false;
+  const int64_t asked = env().monotonicNanos();
+  const PgTable &t = c->table;
   std::unordered_map<std::string, PgRow> byKey;
-  for (int i = 0; i < PQntuples(r.get()); ++i) {
-    PgRow row = rowOf(c->table, r.get(), i);
-    std::string key = row.key;
-    byKey.emplace(std::move(key), std::move(row));
+  auto take = [&](const PGresult *r) {
+    for (int i = 0; i < PQntuples(r); ++i) {
+      PgRow row = rowOf(t, r, i);
+      std::string key = row.key;
+      byKey.emplace(std::move(key), std::move(row));
+    }
+  };
+  std::vector<std::string> missing;
+  if (c->ascending && to - from > 1) {
+    // The rows between the block's first and last record in the order: one
+    // range of the index. Rows another user added in between are not the
+    // keyset's and are left; a row whose place another user changed is
+    // read by its key below.
+    const std::string a = orderTuple(*c, "a"), b = orderTuple(*c, "b");
+    auto bound = [&](const char *param) {
+      return "(SELECT " + b + " FROM " + t.qualified + " b WHERE b." + t.keyExpr + " = " + param + "::" + t.keyType +
+             ")";
+    };
+    Result r = run("SELECT " + selectList(t) + " FROM " + t.qualified + " a WHERE (" + a + ") >= " + bound("$1") +
+                       " AND (" + a + ") <= " + bound("$2"),
+                   {c->keys[from], c->keys[to - 1]});
+    if (!r) return false;
+    take(r.get());
+    for (size_t i = from; i < to; ++i)
+      if (!byKey.count(c->keys[i])) missing.push_back(c->keys[i]);
+  } else {
+    missing.assign(c->keys.begin() + static_cast<long>(from), c->keys.begin() + static_cast<long>(to));
+  }
+  if (!missing.empty()) {
+    Result r = run("SELECT " + selectList(t) + " FROM " + t.qualified + " WHERE " + t.keyExpr + " = ANY($1::" +
+                       t.keyType + "[])",
+                   {arrayLiteral(missing, 0, missing.size())});
+    if (!r) return false;
+    take(r.get());
   }
   c->block.assign(to - from, std::nullopt);
   for (size_t i = from; i < to; ++i) {
@@ -193,7 +228,7 @@ bool PgEngine::readBlock(PgCursor *c, size_t at, int step) {
     if (it != byKey.end()) c->block[i - from] = std::move(it->second);
   }
   c->blockStart = from;
-  c->blockRead = env().monotonicNanos();
+  c->blockRead = asked;
   return true;
 }
 
@@ -338,19 +373,17 @@ bool PgEngine::Skip(int32_t count, Record *out) {
 bool PgEngine::mayBeBeyond(PgCursor *c, const std::string &key, int step) {
   const PgTable &t = c->table;
   if (!c->ascending) return true;
-  std::string mine, theirs, nulls;
-  for (int k : c->indexColumns) {
-    const PgColumn &col = t.columns[k];
-    mine += orderTerm(col, "a") + ", ";
-    theirs += orderTerm(col, "b") + ", ";
-    nulls += " OR a." + quoteIdent(col.name) + " IS NULL";
-  }
-  mine += "a." + t.keyExpr;
-  theirs += "b." + t.keyExpr;
+  std::string nulls;
+  for (int k : c->indexColumns) nulls += " OR a." + quoteIdent(t.columns[k].name) + " IS NULL";
+  const std::string mine = orderTuple(*c, "a"), theirs = orderTuple(*c, "b");
+  const char *dir = step > 0 ? ", " : " DESC, ";
+  std::string order;  // nearest first, so that the index answers at once
+  for (int k : c->indexColumns) order += orderTerm(t.columns[k], "a") + dir;
+  order += "a." + t.keyExpr + (step > 0 ? "" : " DESC");
   // Nulls order last, and compare as unknown: a null in the order answers "may be".
-  Result r = run("SELECT EXISTS (SELECT 1 FROM " + t.qualified + " a WHERE (" + mine + ") " + (step > 0 ? ">" : "<") +
+  Result r = run("SELECT (SELECT 1 FROM " + t.qualified + " a WHERE (" + mine + ") " + (step > 0 ? ">" : "<") +
                      " (SELECT " + theirs + " FROM " + t.qualified + " b WHERE b." + t.keyExpr + " = $1::" +
-                     t.keyType + ")) OR NOT EXISTS (SELECT 1 FROM " + t.qualified + " a WHERE a." + t.keyExpr +
+                     t.keyType + ") ORDER BY " + order + " LIMIT 1) IS NOT NULL OR NOT EXISTS (SELECT 1 FROM " + t.qualified + " a WHERE a." + t.keyExpr +
                      " = $1::" + t.keyType + ")" + (nulls.empty() ? "" : " OR EXISTS (SELECT 1 FROM " + t.qualified +
                      " a WHERE false" + nulls + ")"),
                  {key});
