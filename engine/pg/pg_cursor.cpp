@@ -110,7 +110,7 @@ bool PgEngine::findIndex(PgCursor *c, const std::string &index) {
                       {t.qualified});
   if (!names) return false;
   std::string hiddenColumns;  // the order as an index of the server's would hold it
-  bool anyText = false;
+  std::string included;  // the text fields themselves: the keys are then read from the index alone
   c->ascending = true;
   for (size_t k = 0; k < attnums.size(); ++k) {
     int col = -1;
@@ -126,14 +126,15 @@ bool PgEngine::findIndex(PgCursor *c, const std::string &index) {
     c->orderBy += term + (desc ? " DESC, " : ", ");
     c->indexColumns.push_back(col);
     c->ascending &= !desc;
-    anyText |= isText(pc);
+    if (isText(pc)) included += (included.empty() ? "" : ", ") + quoteIdent(pc.name);
     if (!hiddenColumns.empty()) hiddenColumns += ", ";
     hiddenColumns += isText(pc) ? "(lower(" + quoteIdent(pc.name) + ") COLLATE \"C\")" : quoteIdent(pc.name);
     if (desc) hiddenColumns += " DESC";
   }
   c->orderBy += key;
-  if (anyText) {
+  if (!included.empty()) {
     if (t.keyExpr != "ctid") hiddenColumns += ", " + t.keyExpr;
+    hiddenColumns += ") INCLUDE (" + included;
     ensureOrderIndex(t, PQgetvalue(r.get(), 0, 4), hiddenColumns);
   }
   return true;
@@ -143,6 +144,8 @@ bool PgEngine::findIndex(PgCursor *c, const std::string &index) {
 // on them cannot serve: a seek would read the whole table, and a step off
 // an end would sort it. The cursor's order gets an index of its own, made
 // on first use, named "vt_order_..." and left out of the indexes listed.
+// It holds the text fields too, so that the keys in order come from the
+// index alone once the server's vacuum has marked the table's pages.
 // Not made on a read-only connection nor inside open work (a failure would
 // end that work); a table another user holds is not waited for.
 void PgEngine::ensureOrderIndex(const PgTable &t, const std::string &tableOid, const std::string &columns) {
