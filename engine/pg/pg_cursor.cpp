@@ -112,6 +112,7 @@ bool PgEngine::findIndex(PgCursor *c, const std::string &index) {
   std::string hiddenColumns;  // the order as an index of the server's would hold it
   std::string included;  // the text fields themselves: the keys are then read from the index alone
   c->ascending = true;
+  c->indexed = true;
   for (size_t k = 0; k < attnums.size(); ++k) {
     int col = -1;
     for (int j = 0; j < PQntuples(names.get()); ++j)
@@ -135,7 +136,7 @@ bool PgEngine::findIndex(PgCursor *c, const std::string &index) {
   if (!included.empty()) {
     if (t.keyExpr != "ctid") hiddenColumns += ", " + t.keyExpr;
     hiddenColumns += ") INCLUDE (" + included;
-    ensureOrderIndex(t, PQgetvalue(r.get(), 0, 4), hiddenColumns);
+    c->indexed = ensureOrderIndex(t, PQgetvalue(r.get(), 0, 4), hiddenColumns);
   }
   return true;
 }
@@ -147,23 +148,25 @@ bool PgEngine::findIndex(PgCursor *c, const std::string &index) {
 // It holds the text fields too, so that the keys in order come from the
 // index alone once the server's vacuum has marked the table's pages.
 // Not made on a read-only connection nor inside open work (a failure would
-// end that work); a table another user holds is not waited for.
-void PgEngine::ensureOrderIndex(const PgTable &t, const std::string &tableOid, const std::string &columns) {
-  if (readOnly_ || InWork()) return;
+// end that work); a table another user holds is not waited for. True when
+// the index is there.
+bool PgEngine::ensureOrderIndex(const PgTable &t, const std::string &tableOid, const std::string &columns) {
   char name[48];
   std::snprintf(name, sizeof name, "vt_order_%s_%012llx", tableOid.c_str(),
                 static_cast<unsigned long long>(fnv1a(columns) & 0xffffffffffffull));
   Result there = run("SELECT 1 FROM pg_class WHERE relname = $1 AND relnamespace = $2::regnamespace",
                      {std::string(name), quoteIdent(schema_)});
-  if (!there || PQntuples(there.get()) > 0) {
+  if (!there || PQntuples(there.get()) > 0 || readOnly_ || InWork()) {
     clearError();
-    return;
+    return there && PQntuples(there.get()) > 0;
   }
   std::string sql = "BEGIN; SET LOCAL lock_timeout = '100ms'; CREATE INDEX IF NOT EXISTS " + quoteIdent(name) +
                     " ON " + t.qualified + " (" + columns + "); COMMIT";
   Result r(PQexec(conn_, sql.c_str()));
-  if (!r || PQresultStatus(r.get()) != PGRES_COMMAND_OK) Result undo(PQexec(conn_, "ROLLBACK"));
+  bool made = r && PQresultStatus(r.get()) == PGRES_COMMAND_OK;
+  if (!made) Result undo(PQexec(conn_, "ROLLBACK"));
   lastContact_ = env().monotonicNanos();
+  return made;
 }
 
 bool PgEngine::readKeys(PgCursor *c) {
@@ -198,7 +201,7 @@ bool PgEngine::readBlock(PgCursor *c, size_t at, int step) {
     }
   };
   std::vector<std::string> missing;
-  if (c->ascending && to - from > 1) {
+  if (c->ascending && c->indexed && to - from > 1) {
     // The rows between the block's first and last record in the order: one
     // range of the index. Rows another user added in between are not the
     // keyset's and are left; a row whose place another user changed is

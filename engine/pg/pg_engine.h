@@ -78,7 +78,8 @@ struct PgCursor {
   int64_t blockRead = 0;
   size_t blockSize = 0;  // grows while blocks are read one after another
 
-  bool ascending = true;  // every field of the order ascends (a step off an end can ask the index)
+  bool ascending = true;  // every field of the order ascends (a block is a range of the order)
+  bool indexed = true;    // an index serves the order (for text fields, the cursor's own)
 };
 
 class PgEngine : public Engine {
@@ -155,7 +156,7 @@ class PgEngine : public Engine {
   // Tables and values (pg_values.cpp).
   bool loadTable(const std::string &name, PgTable *out);
   bool findIndex(PgCursor *c, const std::string &index);
-  void ensureOrderIndex(const PgTable &t, const std::string &tableOid, const std::string &columns);
+  bool ensureOrderIndex(const PgTable &t, const std::string &tableOid, const std::string &columns);
   static Value valueOf(const PGresult *r, int row, int col);
   // The text that stands for `v` as a parameter of a field of `col`'s type.
   static bool paramOf(const Value &v, const PgColumn *col, std::optional<std::string> *out);
