@@ -190,7 +190,7 @@ bool PgEngine::readBlock(PgCursor *c, size_t at, int step) {
   const size_t size = c->blockSize;
   size_t from = step > 0 ? at : (at + 1 >= size ? at + 1 - size : 0);
   size_t to = std::min(c->keys.size(), from + size);
-  const int64_t asked = env().monotonicNanos();
+  int64_t asked = env().monotonicNanos();
   const PgTable &t = c->table;
   std::unordered_map<std::string, PgRow> byKey;
   auto take = [&](const PGresult *r) {
@@ -201,8 +201,10 @@ bool PgEngine::readBlock(PgCursor *c, size_t at, int step) {
     }
   };
   std::vector<std::string> missing;
-  if (c->ascending && c->indexed && to - from > 1) {
-    // The rows between the block's first and last record in the order: one
+  const bool ranged = c->ascending && c->indexed;
+  std::string rangeSql;
+  if (ranged) {
+    // The rows between a block's first and last record in the order: one
     // range of the index. Rows another user added in between are not the
     // keyset's and are left; a row whose place another user changed is
     // read by its key below.
@@ -211,9 +213,16 @@ bool PgEngine::readBlock(PgCursor *c, size_t at, int step) {
       return "(SELECT " + b + " FROM " + t.qualified + " b WHERE b." + t.keyExpr + " = " + param + "::" + t.keyType +
              ")";
     };
-    Result r = run("SELECT " + selectList(t) + " FROM " + t.qualified + " a WHERE (" + a + ") >= " + bound("$1") +
-                       " AND (" + a + ") <= " + bound("$2"),
-                   {c->keys[from], c->keys[to - 1]});
+    rangeSql = "SELECT " + selectList(t) + " FROM " + t.qualified + " a WHERE (" + a + ") >= " + bound("$1") +
+               " AND (" + a + ") <= " + bound("$2");
+  }
+  if (ranged && to - from > 1) {
+    Result r = takeAhead(c->id, from, to, &asked);
+    if (r && env().monotonicNanos() - asked >= kFresh) r.reset();  // asked for too long ago: stale
+    if (!r) {
+      asked = env().monotonicNanos();
+      r = run(rangeSql, {c->keys[from], c->keys[to - 1]});
+    }
     if (!r) return false;
     take(r.get());
     for (size_t i = from; i < to; ++i)
@@ -235,6 +244,16 @@ bool PgEngine::readBlock(PgCursor *c, size_t at, int step) {
   }
   c->blockStart = from;
   c->blockRead = asked;
+  // A walk onward: the next block is asked for now, and read while this one is served.
+  const size_t next = std::min(c->keys.size(), to + std::min(kMaxBlock, size * 2));
+  if (ranged && onward && step > 0 && next - to > 1) {
+    Ahead what;
+    what.cursor = c->id;
+    what.from = to;
+    what.to = next;
+    what.asked = env().monotonicNanos();
+    askAhead(rangeSql, {c->keys[to], c->keys[next - 1]}, what);
+  }
   return true;
 }
 
@@ -297,6 +316,7 @@ bool PgEngine::OpenTable(const std::string &table, const std::string &index) {
   clearError();
   if (!needDatabase()) return false;
   auto c = std::make_unique<PgCursor>();
+  c->id = ++cursorSerial_;
   if (!loadTable(table, &c->table) || !findIndex(c.get(), index) || !readKeys(c.get())) return false;
   c->indexName = index;
   PgCursor *raw = c.get();

@@ -58,6 +58,7 @@ struct PgRow {
 // works on the table's keys in index order, read once (the keyset); records
 // are read in blocks of those keys.
 struct PgCursor {
+  uint64_t id = 0;  // this session's number for it, for the block read ahead of it
   PgTable table;
   std::string indexName;
   std::string orderBy;           // index fields, then the key
@@ -152,6 +153,18 @@ class PgEngine : public Engine {
   // The same, for the statements a cursor repeats: each text is prepared
   // once per connection (parsed and planned once), then only executed.
   Result run(const std::string &sql, const std::vector<std::optional<std::string>> &params = {});
+  // A walk's next block, asked for while the walk goes through the one
+  // before it: the server reads it while the module serves records. Any
+  // other statement first takes the answer and drops it (drain).
+  struct Ahead {
+    bool active = false;
+    uint64_t cursor = 0;
+    size_t from = 0, to = 0;
+    int64_t asked = 0;  // monotonic nanoseconds: a block is fresh from when it was asked for
+  };
+  bool askAhead(const std::string &sql, const std::vector<std::optional<std::string>> &params, const Ahead &what);
+  Result takeAhead(uint64_t cursor, size_t from, size_t to, int64_t *asked);
+  void drain();
 
   // Tables and values (pg_values.cpp).
   bool loadTable(const std::string &name, PgTable *out);
@@ -206,6 +219,8 @@ class PgEngine : public Engine {
   std::unique_ptr<PgSchema> schemaOps_;
   std::unordered_map<std::string, std::string> prepared_;  // statement text -> its name on the server
   int preparedSerial_ = 0;
+  Ahead ahead_;
+  uint64_t cursorSerial_ = 0;
 };
 
 }  // namespace vantry::engine::pg

@@ -345,6 +345,35 @@ TEST_F(PgServerTest, ASeekInACaseBlindOrderIsAnIndexedQueryThroughAnIndexNoListi
   EXPECT_FALSE(a->OpenTable("parts", "vt_order_x"));
 }
 
+// A walk asks for its next block while it serves the one before: a block
+// asked for before another user's commit, and taken after the read-ahead's
+// time, is read again, never served.
+TEST_F(PgServerTest, ABlockAskedForAheadOfAWalkIsNotServedStale) {
+  ASSERT_TRUE(PgServer::shared().admin("INSERT INTO " + schema() +
+                                       ".parts (name, qty) SELECT 'r' || g, g FROM generate_series(601, 3000) g"));
+  EngineConnection b = open();
+  ASSERT_TRUE(a->OpenTable("parts", ""));
+  Record r;
+  ASSERT_TRUE(a->MoveFirst(&r));
+  // Step by step, so that the blocks grow and the next is asked for: the
+  // record that ends the second block.
+  for (int id = 2; id <= 768; ++id) ASSERT_TRUE(a->Skip(1, &r)) << id;
+  EXPECT_EQ(show(r, "id"), "768");
+  ValueArray out;
+  ASSERT_TRUE(b->ExecuteSql("UPDATE parts SET qty = -769 WHERE id = 769", &out));
+  ASSERT_TRUE(b->ExecuteSql("DELETE FROM parts WHERE id = 770", &out));
+  clock.later();
+  ASSERT_TRUE(a->Skip(1, &r));
+  EXPECT_EQ(show(r, "qty"), "-769");
+  ASSERT_TRUE(a->Skip(1, &r));
+  EXPECT_EQ(show(r, "id"), "771");
+  // And to the end, every record once.
+  int n = 0;
+  while (a->Skip(1, &r)) ++n;
+  EXPECT_EQ(n, 3000 - 771);
+  EXPECT_EQ(a->GetLastError().number, errc::kNoCurrentRecord);
+}
+
 TEST_F(PgServerTest, ALostServerConnectionIsADeadEngineAndLosesNothing) {
   ASSERT_TRUE(a->OpenTable("parts", ""));
   Record r;
