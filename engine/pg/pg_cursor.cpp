@@ -92,7 +92,8 @@ bool PgEngine::findIndex(PgCursor *c, const std::string &index) {
     return true;
   }
   Result r = exec(
-      "SELECT ci.relname, i.indisprimary, i.indkey::text, i.indoption::text, i.indrelid::text FROM pg_index i "
+      "SELECT ci.relname, i.indisprimary, i.indkey::text, i.indoption::text, i.indrelid::text, "
+      "  i.indpred IS NULL FROM pg_index i "
       "JOIN pg_class ci ON ci.oid = i.indexrelid "
       "WHERE i.indrelid = $1::regclass AND (lower(ci.relname) = lower($2) OR ($2 = 'PrimaryKey' AND i.indisprimary)) "
       "AND ci.relname NOT LIKE 'vt\\_order\\_%' "
@@ -112,7 +113,8 @@ bool PgEngine::findIndex(PgCursor *c, const std::string &index) {
   std::string hiddenColumns;  // the order as an index of the server's would hold it
   std::string included;  // the text fields themselves: the keys are then read from the index alone
   c->ascending = true;
-  c->indexed = true;
+  // An index that leaves records out (one that ignores nulls) cannot serve a range of all of them.
+  c->indexed = PQgetvalue(r.get(), 0, 5)[0] == 't';
   for (size_t k = 0; k < attnums.size(); ++k) {
     int col = -1;
     for (int j = 0; j < PQntuples(names.get()); ++j)
@@ -156,7 +158,7 @@ bool PgEngine::ensureOrderIndex(const PgTable &t, const std::string &tableOid, c
                 static_cast<unsigned long long>(fnv1a(columns) & 0xffffffffffffull));
   Result there = run("SELECT 1 FROM pg_class WHERE relname = $1 AND relnamespace = $2::regnamespace",
                      {std::string(name), quoteIdent(schema_)});
-  if (!there || PQntuples(there.get()) > 0 || readOnly_ || InWork()) {
+  if (!there || PQntuples(there.get()) > 0 || readOnly_ || InWork() || orderIndexRefused_.count(name)) {
     clearError();
     return there && PQntuples(there.get()) > 0;
   }
@@ -164,7 +166,12 @@ bool PgEngine::ensureOrderIndex(const PgTable &t, const std::string &tableOid, c
                     " ON " + t.qualified + " (" + columns + "); COMMIT";
   Result r(PQexec(conn_, sql.c_str()));
   bool made = r && PQresultStatus(r.get()) == PGRES_COMMAND_OK;
-  if (!made) Result undo(PQexec(conn_, "ROLLBACK"));
+  if (!made) {
+    Result undo(PQexec(conn_, "ROLLBACK"));
+    // Not the table's owner: not asked again in this session. Held by another user: asked next time.
+    const char *state = r ? PQresultErrorField(r.get(), PG_DIAG_SQLSTATE) : nullptr;
+    if (state && std::strcmp(state, "42501") == 0) orderIndexRefused_.insert(name);
+  }
   lastContact_ = env().monotonicNanos();
   return made;
 }

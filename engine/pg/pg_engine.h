@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -220,6 +221,7 @@ class PgEngine : public Engine {
   std::unordered_map<std::string, std::string> prepared_;  // statement text -> its name on the server
   int preparedSerial_ = 0;
   Ahead ahead_;
+  std::set<std::string> orderIndexRefused_;  // the cursors' own indexes the server does not let this user make
   uint64_t cursorSerial_ = 0;
 };
 
