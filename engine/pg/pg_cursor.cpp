@@ -96,7 +96,7 @@ bool PgEngine::findIndex(PgCursor *c, const std::string &index) {
       "  i.indpred IS NULL FROM pg_index i "
       "JOIN pg_class ci ON ci.oid = i.indexrelid "
       "WHERE i.indrelid = $1::regclass AND (lower(ci.relname) = lower($2) OR ($2 = 'PrimaryKey' AND i.indisprimary)) "
-      "AND ci.relname NOT LIKE 'vt\\_order\\_%' "
+      "AND ci.relname !~ '^vt_order_[0-9]+_[0-9a-f]{12}$' "
       "ORDER BY i.indisprimary DESC LIMIT 1",
       {t.qualified, index});
   if (!r) return false;
