@@ -15,7 +15,11 @@ namespace vantry::engine::pg {
 
 namespace {
 
+// Blocks start small, so that a call that reads one record reads few, and
+// double while a walk goes on, to kMaxBlock: fewer round trips and
+// statements a walk, while a block is still used up well within kFresh.
 constexpr size_t kBlock = 256;
+constexpr size_t kMaxBlock = 2048;
 constexpr int64_t kFresh = 20'000'000;  // nanoseconds
 
 std::string quoteIdent(const std::string &name) {
@@ -53,6 +57,25 @@ const char *noCurrentRecord() {
   return "No current record.";
 }
 
+// A field of the order, as the cursor compares it, on the row named `alias`.
+std::string orderTerm(const PgColumn &col, const std::string &alias) {
+  std::string field = alias + "." + quoteIdent(col.name);
+  return isText(col) ? "lower(" + field + ") COLLATE \"C\"" : field;
+}
+
+// The cursor's order on the row named `alias`: its fields, then the key.
+std::string orderTuple(const PgCursor &c, const std::string &alias) {
+  std::string out;
+  for (int k : c.indexColumns) out += orderTerm(c.table.columns[k], alias) + ", ";
+  return out + alias + "." + c.table.keyExpr;
+}
+
+uint64_t fnv1a(const std::string &s) {
+  uint64_t h = 1469598103934665603ull;
+  for (unsigned char ch : s) h = (h ^ ch) * 1099511628211ull;
+  return h;
+}
+
 }  // namespace
 
 bool PgEngine::findIndex(PgCursor *c, const std::string &index) {
@@ -69,9 +92,11 @@ bool PgEngine::findIndex(PgCursor *c, const std::string &index) {
     return true;
   }
   Result r = exec(
-      "SELECT ci.relname, i.indisprimary, i.indkey::text, i.indoption::text FROM pg_index i "
+      "SELECT ci.relname, i.indisprimary, i.indkey::text, i.indoption::text, i.indrelid::text, "
+      "  i.indpred IS NULL FROM pg_index i "
       "JOIN pg_class ci ON ci.oid = i.indexrelid "
       "WHERE i.indrelid = $1::regclass AND (lower(ci.relname) = lower($2) OR ($2 = 'PrimaryKey' AND i.indisprimary)) "
+      "AND ci.relname !~ '^vt_order_[0-9]+_[0-9a-f]{12}$' "
       "ORDER BY i.indisprimary DESC LIMIT 1",
       {t.qualified, index});
   if (!r) return false;
@@ -85,6 +110,11 @@ bool PgEngine::findIndex(PgCursor *c, const std::string &index) {
   Result names = exec("SELECT attnum, attname FROM pg_attribute WHERE attrelid = $1::regclass AND attnum > 0",
                       {t.qualified});
   if (!names) return false;
+  std::string hiddenColumns;  // the order as an index of the server's would hold it
+  std::string included;  // the text fields themselves: the keys are then read from the index alone
+  c->ascending = true;
+  // An index that leaves records out (one that ignores nulls) cannot serve a range of all of them.
+  c->indexed = PQgetvalue(r.get(), 0, 5)[0] == 't';
   for (size_t k = 0; k < attnums.size(); ++k) {
     int col = -1;
     for (int j = 0; j < PQntuples(names.get()); ++j)
@@ -98,13 +128,56 @@ bool PgEngine::findIndex(PgCursor *c, const std::string &index) {
     std::string term = isText(pc) ? "lower(" + field + ") COLLATE \"C\"" : field;
     c->orderBy += term + (desc ? " DESC, " : ", ");
     c->indexColumns.push_back(col);
+    c->ascending &= !desc;
+    if (isText(pc)) included += (included.empty() ? "" : ", ") + quoteIdent(pc.name);
+    if (!hiddenColumns.empty()) hiddenColumns += ", ";
+    hiddenColumns += isText(pc) ? "(lower(" + quoteIdent(pc.name) + ") COLLATE \"C\")" : quoteIdent(pc.name);
+    if (desc) hiddenColumns += " DESC";
   }
   c->orderBy += key;
+  if (!included.empty()) {
+    if (t.keyExpr != "ctid") hiddenColumns += ", " + t.keyExpr;
+    hiddenColumns += ") INCLUDE (" + included;
+    c->indexed = ensureOrderIndex(t, PQgetvalue(r.get(), 0, 4), hiddenColumns);
+  }
   return true;
 }
 
+// Text fields order without regard to case, which the server's own indexes
+// on them cannot serve: a seek would read the whole table, and a step off
+// an end would sort it. The cursor's order gets an index of its own, made
+// on first use, named "vt_order_..." and left out of the indexes listed.
+// It holds the text fields too, so that the keys in order come from the
+// index alone once the server's vacuum has marked the table's pages.
+// Not made on a read-only connection nor inside open work (a failure would
+// end that work); a table another user holds is not waited for. True when
+// the index is there.
+bool PgEngine::ensureOrderIndex(const PgTable &t, const std::string &tableOid, const std::string &columns) {
+  char name[48];
+  std::snprintf(name, sizeof name, "vt_order_%s_%012llx", tableOid.c_str(),
+                static_cast<unsigned long long>(fnv1a(columns) & 0xffffffffffffull));
+  Result there = run("SELECT 1 FROM pg_class WHERE relname = $1 AND relnamespace = $2::regnamespace",
+                     {std::string(name), quoteIdent(schema_)});
+  if (!there || PQntuples(there.get()) > 0 || readOnly_ || InWork() || orderIndexRefused_.count(name)) {
+    clearError();
+    return there && PQntuples(there.get()) > 0;
+  }
+  std::string sql = "BEGIN; SET LOCAL lock_timeout = '100ms'; CREATE INDEX IF NOT EXISTS " + quoteIdent(name) +
+                    " ON " + t.qualified + " (" + columns + "); COMMIT";
+  Result r(PQexec(conn_, sql.c_str()));
+  bool made = r && PQresultStatus(r.get()) == PGRES_COMMAND_OK;
+  if (!made) {
+    Result undo(PQexec(conn_, "ROLLBACK"));
+    // Not the table's owner: not asked again in this session. Held by another user: asked next time.
+    const char *state = r ? PQresultErrorField(r.get(), PG_DIAG_SQLSTATE) : nullptr;
+    if (state && std::strcmp(state, "42501") == 0) orderIndexRefused_.insert(name);
+  }
+  lastContact_ = env().monotonicNanos();
+  return made;
+}
+
 bool PgEngine::readKeys(PgCursor *c) {
-  Result r = exec("SELECT " + c->table.keyExpr + "::text FROM " + c->table.qualified + " ORDER BY " + c->orderBy);
+  Result r = run("SELECT " + c->table.keyExpr + "::text FROM " + c->table.qualified + " ORDER BY " + c->orderBy);
   if (!r) return false;
   int n = PQntuples(r.get());
   c->keys.clear();
@@ -119,17 +192,57 @@ bool PgEngine::readKeys(PgCursor *c) {
 }
 
 bool PgEngine::readBlock(PgCursor *c, size_t at, int step) {
-  size_t from = step > 0 ? at : (at + 1 >= kBlock ? at + 1 - kBlock : 0);
-  size_t to = std::min(c->keys.size(), from + kBlock);
-  Result r = exec("SELECT " + selectList(c->table) + " FROM " + c->table.qualified + " WHERE " + c->table.keyExpr +
-                      " = ANY($1::" + c->table.keyType + "[])",
-                  {arrayLiteral(c->keys, from, to)});
-  if (!r) return false;
+  bool onward = !c->block.empty() && (step > 0 ? at == c->blockStart + c->block.size() : at + 1 == c->blockStart);
+  c->blockSize = onward ? std::min(kMaxBlock, c->blockSize * 2) : kBlock;
+  const size_t size = c->blockSize;
+  size_t from = step > 0 ? at : (at + 1 >= size ? at + 1 - size : 0);
+  size_t to = std::min(c->keys.size(), from + size);
+  int64_t asked = env().monotonicNanos();
+  const PgTable &t = c->table;
   std::unordered_map<std::string, PgRow> byKey;
-  for (int i = 0; i < PQntuples(r.get()); ++i) {
-    PgRow row = rowOf(c->table, r.get(), i);
-    std::string key = row.key;
-    byKey.emplace(std::move(key), std::move(row));
+  auto take = [&](const PGresult *r) {
+    for (int i = 0; i < PQntuples(r); ++i) {
+      PgRow row = rowOf(t, r, i);
+      std::string key = row.key;
+      byKey.emplace(std::move(key), std::move(row));
+    }
+  };
+  std::vector<std::string> missing;
+  const bool ranged = c->ascending && c->indexed;
+  std::string rangeSql;
+  if (ranged) {
+    // The rows between a block's first and last record in the order: one
+    // range of the index. Rows another user added in between are not the
+    // keyset's and are left; a row whose place another user changed is
+    // read by its key below.
+    const std::string a = orderTuple(*c, "a"), b = orderTuple(*c, "b");
+    auto bound = [&](const char *param) {
+      return "(SELECT " + b + " FROM " + t.qualified + " b WHERE b." + t.keyExpr + " = " + param + "::" + t.keyType +
+             ")";
+    };
+    rangeSql = "SELECT " + selectList(t) + " FROM " + t.qualified + " a WHERE (" + a + ") >= " + bound("$1") +
+               " AND (" + a + ") <= " + bound("$2");
+  }
+  if (ranged && to - from > 1) {
+    Result r = takeAhead(c->id, from, to, &asked);
+    if (r && env().monotonicNanos() - asked >= kFresh) r.reset();  // asked for too long ago: stale
+    if (!r) {
+      asked = env().monotonicNanos();
+      r = run(rangeSql, {c->keys[from], c->keys[to - 1]});
+    }
+    if (!r) return false;
+    take(r.get());
+    for (size_t i = from; i < to; ++i)
+      if (!byKey.count(c->keys[i])) missing.push_back(c->keys[i]);
+  } else {
+    missing.assign(c->keys.begin() + static_cast<long>(from), c->keys.begin() + static_cast<long>(to));
+  }
+  if (!missing.empty()) {
+    Result r = run("SELECT " + selectList(t) + " FROM " + t.qualified + " WHERE " + t.keyExpr + " = ANY($1::" +
+                       t.keyType + "[])",
+                   {arrayLiteral(missing, 0, missing.size())});
+    if (!r) return false;
+    take(r.get());
   }
   c->block.assign(to - from, std::nullopt);
   for (size_t i = from; i < to; ++i) {
@@ -137,7 +250,17 @@ bool PgEngine::readBlock(PgCursor *c, size_t at, int step) {
     if (it != byKey.end()) c->block[i - from] = std::move(it->second);
   }
   c->blockStart = from;
-  c->blockRead = env().monotonicNanos();
+  c->blockRead = asked;
+  // A walk onward: the next block is asked for now, and read while this one is served.
+  const size_t next = std::min(c->keys.size(), to + std::min(kMaxBlock, size * 2));
+  if (ranged && onward && step > 0 && next - to > 1) {
+    Ahead what;
+    what.cursor = c->id;
+    what.from = to;
+    what.to = next;
+    what.asked = env().monotonicNanos();
+    askAhead(rangeSql, {c->keys[to], c->keys[next - 1]}, what);
+  }
   return true;
 }
 
@@ -200,6 +323,7 @@ bool PgEngine::OpenTable(const std::string &table, const std::string &index) {
   clearError();
   if (!needDatabase()) return false;
   auto c = std::make_unique<PgCursor>();
+  c->id = ++cursorSerial_;
   if (!loadTable(table, &c->table) || !findIndex(c.get(), index) || !readKeys(c.get())) return false;
   c->indexName = index;
   PgCursor *raw = c.get();
@@ -260,6 +384,14 @@ bool PgEngine::Skip(int32_t count, Record *out) {
     if (error_.number != errc::kNoCurrentRecord) return false;
     // Off the end: another user may have added records since the keys were read.
     if (attempt == 1 || env().monotonicNanos() - c->keysRead < kFresh) return false;
+    if (where0 == PgCursor::Where::kOn && !key0.empty()) {
+      const PgCursor::Where end = c->where;
+      if (!mayBeBeyond(c, key0, step)) {
+        if (error_.number != errc::kNone && error_.number != errc::kNoCurrentRecord) return false;
+        c->where = end;
+        return fail(errc::kNoCurrentRecord, noCurrentRecord());
+      }
+    }
     clearError();
     c->where = where0, c->key = key0, c->at = at0;
     if (where0 == PgCursor::Where::kBof || where0 == PgCursor::Where::kEof) {
@@ -271,14 +403,35 @@ bool PgEngine::Skip(int32_t count, Record *out) {
   return fail(errc::kNoCurrentRecord, noCurrentRecord());
 }
 
+bool PgEngine::mayBeBeyond(PgCursor *c, const std::string &key, int step) {
+  const PgTable &t = c->table;
+  if (!c->ascending) return true;
+  std::string nulls;
+  for (int k : c->indexColumns) nulls += " OR a." + quoteIdent(t.columns[k].name) + " IS NULL";
+  const std::string mine = orderTuple(*c, "a"), theirs = orderTuple(*c, "b");
+  const char *dir = step > 0 ? ", " : " DESC, ";
+  std::string order;  // nearest first, so that the index answers at once
+  for (int k : c->indexColumns) order += orderTerm(t.columns[k], "a") + dir;
+  order += "a." + t.keyExpr + (step > 0 ? "" : " DESC");
+  // Nulls order last, and compare as unknown: a null in the order answers "may be".
+  Result r = run("SELECT (SELECT 1 FROM " + t.qualified + " a WHERE (" + mine + ") " + (step > 0 ? ">" : "<") +
+                     " (SELECT " + theirs + " FROM " + t.qualified + " b WHERE b." + t.keyExpr + " = $1::" +
+                     t.keyType + ") ORDER BY " + order + " LIMIT 1) IS NOT NULL OR NOT EXISTS (SELECT 1 FROM " + t.qualified + " a WHERE a." + t.keyExpr +
+                     " = $1::" + t.keyType + ")" + (nulls.empty() ? "" : " OR EXISTS (SELECT 1 FROM " + t.qualified +
+                     " a WHERE false" + nulls + ")"),
+                 {key});
+  if (!r) return true;
+  return PQgetvalue(r.get(), 0, 0)[0] == 't';
+}
+
 bool PgEngine::GetRecord(Record *out) {
   clearError();
   if (!needCursor()) return false;
   PgCursor *c = current_;
   if (c->where != PgCursor::Where::kOn) return fail(errc::kNoCurrentRecord, noCurrentRecord());
-  Result r = exec("SELECT " + selectList(c->table) + " FROM " + c->table.qualified + " WHERE " + c->table.keyExpr +
-                      " = $1::" + c->table.keyType,
-                  {c->key});
+  Result r = run("SELECT " + selectList(c->table) + " FROM " + c->table.qualified + " WHERE " + c->table.keyExpr +
+                     " = $1::" + c->table.keyType,
+                 {c->key});
   if (!r) return false;
   if (PQntuples(r.get()) == 0) {
     c->where = PgCursor::Where::kGone;
@@ -332,7 +485,7 @@ bool PgEngine::seek(const std::vector<Value> &keys, Record *out) {
   for (size_t k = 0; k < used; ++k) {
     const PgColumn &col = c->table.columns[c->indexColumns[k]];
     if (k) where += " AND ";
-    std::string name = quoteIdent(col.name);
+    std::string name = c->table.qualified + "." + quoteIdent(col.name);
     if (keys[k].isEmptyOrNull()) {
       where += name + " IS NULL";
       continue;
@@ -342,9 +495,10 @@ bool PgEngine::seek(const std::vector<Value> &keys, Record *out) {
       return fail(errc::kConversion, "Data type mismatch in criteria expression.");
     params.push_back(std::move(p));
     std::string ph = "$" + std::to_string(params.size()) + "::" + col.typeName;
-    where += isText(col) ? "lower(" + name + ") = lower(" + ph + ")" : name + " = " + ph;
+    // As the order writes it, so that the cursor's own index serves the seek.
+    where += isText(col) ? orderTerm(col, c->table.qualified) + " = lower(" + ph + ")" : name + " = " + ph;
   }
-  Result r = exec("SELECT " + selectList(c->table) + " FROM " + c->table.qualified + " WHERE " + where +
+  Result r = run("SELECT " + selectList(c->table) + " FROM " + c->table.qualified + " WHERE " + where +
                       " ORDER BY " + c->orderBy + " LIMIT 1",
                   params);
   if (!r) return false;
@@ -408,7 +562,7 @@ bool PgEngine::AppendRecord(const Record &record, bool keepCounter, Record *stor
   std::string sql = "INSERT INTO " + c->table.qualified +
                     (names.empty() ? " DEFAULT VALUES" : " (" + names + ") VALUES (" + values + ")") + " RETURNING " +
                     selectList(c->table);
-  Result r = exec(sql, params);
+  Result r = run(sql, params);
   if (!r) return false;
   PgRow row = rowOf(c->table, r.get(), 0);
   if (keptCounter) {
@@ -430,8 +584,8 @@ bool PgEngine::DeleteRecord() {
   if (!needWritable()) return false;
   PgCursor *c = current_;
   if (c->where != PgCursor::Where::kOn) return fail(errc::kNoCurrentRecord, noCurrentRecord());
-  Result r = exec("DELETE FROM " + c->table.qualified + " WHERE " + c->table.keyExpr + " = $1::" + c->table.keyType,
-                  {c->key});
+  Result r = run("DELETE FROM " + c->table.qualified + " WHERE " + c->table.keyExpr + " = $1::" + c->table.keyType,
+                 {c->key});
   if (!r) return false;
   bool deleted = std::strtol(PQcmdTuples(r.get()), nullptr, 10) > 0;
   if (c->keysValid && c->at < c->keys.size() && c->keys[c->at] == c->key) c->gone[c->at] = true;
@@ -469,7 +623,7 @@ bool PgEngine::ReplaceRecord(const Record &record, Record *stored) {
   if (sets.empty()) return GetRecord(stored);
   // The row is written only as it was read: a row another user changed in
   // between is refused, never overwritten.
-  Result r = exec("UPDATE " + c->table.qualified + " SET " + sets + " WHERE " + c->table.keyExpr + " = $1::" +
+  Result r = run("UPDATE " + c->table.qualified + " SET " + sets + " WHERE " + c->table.keyExpr + " = $1::" +
                       c->table.keyType + " AND xmin::text = $2 RETURNING " + selectList(c->table),
                   params);
   if (!r) return false;

@@ -183,6 +183,7 @@ bool PgEngine::needWritable() {
 }
 
 Result PgEngine::exec(const std::string &sql, const std::vector<std::optional<std::string>> &params) {
+  drain();
   if (!conn_) {
     fail(errc::kNoDatabase, "Object invalid or no longer set: no database is open.");
     return nullptr;
@@ -199,6 +200,85 @@ Result PgEngine::exec(const std::string &sql, const std::vector<std::optional<st
   }
   failFrom(r.get());
   return nullptr;
+}
+
+bool PgEngine::askAhead(const std::string &sql, const std::vector<std::optional<std::string>> &params,
+                        const Ahead &what) {
+  drain();
+  auto it = prepared_.find(sql);
+  if (!conn_ || it == prepared_.end()) return false;
+  std::vector<const char *> values;
+  for (const auto &p : params) values.push_back(p ? p->c_str() : nullptr);
+  if (!PQsendQueryPrepared(conn_, it->second.c_str(), static_cast<int>(values.size()), values.data(), nullptr, nullptr,
+                           0))
+    return false;
+  ahead_ = what;
+  ahead_.active = true;
+  return true;
+}
+
+Result PgEngine::takeAhead(uint64_t cursor, size_t from, size_t to, int64_t *asked) {
+  if (!ahead_.active || ahead_.cursor != cursor || ahead_.from != from || ahead_.to != to) {
+    drain();
+    return nullptr;
+  }
+  *asked = ahead_.asked;
+  Result r(PQgetResult(conn_));
+  drain();  // the end of the answer
+  if (!r || PQresultStatus(r.get()) != PGRES_TUPLES_OK) return nullptr;  // read again, and fail, in order
+  lastContact_ = nowNanos();
+  return r;
+}
+
+void PgEngine::drain() {
+  if (!ahead_.active) return;
+  ahead_.active = false;
+  if (!conn_) return;
+  while (PGresult *r = PQgetResult(conn_)) PQclear(r);
+}
+
+Result PgEngine::run(const std::string &sql, const std::vector<std::optional<std::string>> &params) {
+  drain();
+  if (!conn_) {
+    fail(errc::kNoDatabase, "Object invalid or no longer set: no database is open.");
+    return nullptr;
+  }
+  std::vector<const char *> values;
+  values.reserve(params.size());
+  for (const auto &p : params) values.push_back(p ? p->c_str() : nullptr);
+  const int n = static_cast<int>(values.size());
+  for (int attempt = 0;; ++attempt) {
+    auto it = prepared_.find(sql);
+    if (it == prepared_.end()) {
+      if (prepared_.size() >= 256) {  // many tables and field lists: start again
+        Result d(PQexec(conn_, "DEALLOCATE ALL"));
+        prepared_.clear();
+      }
+      std::string name = "vt_s" + std::to_string(++preparedSerial_);
+      Result p(PQprepare(conn_, name.c_str(), sql.c_str(), n, nullptr));
+      if (!p || PQresultStatus(p.get()) != PGRES_COMMAND_OK) {
+        failFrom(p.get());
+        return nullptr;
+      }
+      it = prepared_.emplace(sql, std::move(name)).first;
+    }
+    Result r(PQexecPrepared(conn_, it->second.c_str(), n, values.data(), nullptr, nullptr, 0));
+    ExecStatusType st = r ? PQresultStatus(r.get()) : PGRES_FATAL_ERROR;
+    if (st == PGRES_COMMAND_OK || st == PGRES_TUPLES_OK) {
+      lastContact_ = nowNanos();
+      return r;
+    }
+    // A table changed under the statement (its columns' types) or a
+    // statement the server no longer knows: prepared again, once, when no
+    // work is open (a failure inside work has ended that work).
+    const char *state = r ? PQresultErrorField(r.get(), PG_DIAG_SQLSTATE) : nullptr;
+    bool again = state && (std::strcmp(state, "0A000") == 0 || std::strcmp(state, "26000") == 0);
+    if (again) prepared_.erase(it);
+    if (!again || attempt > 0 || PQtransactionStatus(conn_) != PQTRANS_IDLE) {
+      failFrom(r.get());
+      return nullptr;
+    }
+  }
 }
 
 std::string PgEngine::Open(const std::string &url, int32_t, bool readOnly) {
@@ -257,6 +337,7 @@ bool PgEngine::IsAlive() {
   // A dropped connection shows only when it is used: after a quiet moment
   // the server is asked (an empty statement, one round trip).
   if (nowNanos() - lastContact_ < 500'000'000) return true;
+  drain();
   Result r(PQexec(conn_, ""));
   if (!r || PQstatus(conn_) == CONNECTION_BAD) return false;
   lastContact_ = nowNanos();
@@ -268,6 +349,8 @@ void PgEngine::Close() {
   namesChanged();  // the next database may be another schema
   cursors_.clear();
   current_ = nullptr;
+  drain();
+  prepared_.clear();  // statements belong to their connection
   if (conn_) PQfinish(conn_);
   conn_ = nullptr;
   name_.clear();
@@ -294,6 +377,7 @@ bool PgEngine::EndWork(bool commit) {
   std::string name = "vt_work_" + std::to_string(work_.size());
   // The error that made the work fail is the one to report, not the undo's.
   LastError kept = error_;
+  drain();
   if (!commit) {
     Result r(PQexec(conn_, (savepoint ? "ROLLBACK TO SAVEPOINT " + name + "; RELEASE SAVEPOINT " + name
                                       : std::string("ROLLBACK"))

@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -58,6 +59,7 @@ struct PgRow {
 // works on the table's keys in index order, read once (the keyset); records
 // are read in blocks of those keys.
 struct PgCursor {
+  uint64_t id = 0;  // this session's number for it, for the block read ahead of it
   PgTable table;
   std::string indexName;
   std::string orderBy;           // index fields, then the key
@@ -76,6 +78,10 @@ struct PgCursor {
   size_t blockStart = 0;
   std::vector<std::optional<PgRow>> block;
   int64_t blockRead = 0;
+  size_t blockSize = 0;  // grows while blocks are read one after another
+
+  bool ascending = true;  // every field of the order ascends (a block is a range of the order)
+  bool indexed = true;    // an index serves the order (for text fields, the cursor's own)
 };
 
 class PgEngine : public Engine {
@@ -145,10 +151,26 @@ class PgEngine : public Engine {
   // One statement with text parameters (nullopt is null); null on failure,
   // with the error set.
   Result exec(const std::string &sql, const std::vector<std::optional<std::string>> &params = {});
+  // The same, for the statements a cursor repeats: each text is prepared
+  // once per connection (parsed and planned once), then only executed.
+  Result run(const std::string &sql, const std::vector<std::optional<std::string>> &params = {});
+  // A walk's next block, asked for while the walk goes through the one
+  // before it: the server reads it while the module serves records. Any
+  // other statement first takes the answer and drops it (drain).
+  struct Ahead {
+    bool active = false;
+    uint64_t cursor = 0;
+    size_t from = 0, to = 0;
+    int64_t asked = 0;  // monotonic nanoseconds: a block is fresh from when it was asked for
+  };
+  bool askAhead(const std::string &sql, const std::vector<std::optional<std::string>> &params, const Ahead &what);
+  Result takeAhead(uint64_t cursor, size_t from, size_t to, int64_t *asked);
+  void drain();
 
   // Tables and values (pg_values.cpp).
   bool loadTable(const std::string &name, PgTable *out);
   bool findIndex(PgCursor *c, const std::string &index);
+  bool ensureOrderIndex(const PgTable &t, const std::string &tableOid, const std::string &columns);
   static Value valueOf(const PGresult *r, int row, int col);
   // The text that stands for `v` as a parameter of a field of `col`'s type.
   static bool paramOf(const Value &v, const PgColumn *col, std::optional<std::string> *out);
@@ -160,6 +182,10 @@ class PgEngine : public Engine {
   bool readBlock(PgCursor *c, size_t at, int step);
   bool moveTo(PgCursor *c, long i, int step, Record *out);
   bool locate(PgCursor *c);
+  // Whether a record may follow (step 1) or precede (step -1) the one keyed
+  // `key` in the cursor's order: one indexed question instead of reading the
+  // keys again; true when it cannot tell.
+  bool mayBeBeyond(PgCursor *c, const std::string &key, int step);
   bool seek(const std::vector<Value> &keys, Record *out);
   void become(PgCursor *c, size_t at, PgRow row, Record *out);
 
@@ -192,6 +218,11 @@ class PgEngine : public Engine {
   int64_t namesRead_ = 0;   // monotonic nanoseconds; 0: to be read
   std::vector<bool> work_;  // per level of BeginWork: true for a savepoint
   std::unique_ptr<PgSchema> schemaOps_;
+  std::unordered_map<std::string, std::string> prepared_;  // statement text -> its name on the server
+  int preparedSerial_ = 0;
+  Ahead ahead_;
+  std::set<std::string> orderIndexRefused_;  // the cursors' own indexes the server does not let this user make
+  uint64_t cursorSerial_ = 0;
 };
 
 }  // namespace vantry::engine::pg

@@ -72,7 +72,7 @@ bool PgSchema::ListIndexes(const std::string &table, std::vector<IndexSpec> *out
   Result r = e_.exec(
       "SELECT ci.relname, i.indisunique, i.indisprimary, i.indpred IS NOT NULL, i.indkey::text, "
       "  i.indoption::text, i.indnkeyatts FROM pg_index i JOIN pg_class ci ON ci.oid = i.indexrelid "
-      "WHERE i.indrelid = $1::oid",
+      "WHERE i.indrelid = $1::oid AND ci.relname !~ '^vt_order_[0-9]+_[0-9a-f]{12}$'",  // the cursors' own (pg_cursor.cpp)
       {t.oid});
   if (!r) return false;
   std::vector<IndexSpec> indexes;

@@ -11,6 +11,7 @@
 #include <fstream>
 
 #include "engine/engine.h"
+#include "engine/schema.h"
 #include "pg_server.h"
 
 namespace vantry::engine {
@@ -272,6 +273,135 @@ TEST_F(PgServerTest, TwoUsersSeeEachOthersCommitsAndConflicts) {
   clock.later();
   ASSERT_TRUE(a->Skip(1, &r));
   EXPECT_EQ(show(r, "id"), "301");
+}
+
+// Seeks in a text field's order, which is case-blind, are indexed queries:
+// the cursor makes an index of its own for that order, which the schema's
+// listings leave out. Counted by the server: its statistics of the rows it
+// read, by scans of the table or through an index (a seek that scans the key
+// in order until a name matches reads thousands), written when the seeking
+// connection ends. Making the index reads the table once, the cursor's keys
+// once more.
+TEST_F(PgServerTest, ASeekInACaseBlindOrderIsAnIndexedQueryThroughAnIndexNoListingShows) {
+  ValueArray out;
+  ASSERT_TRUE(a->ExecuteSql("CREATE INDEX by_name ON parts (name)", &out)) << a->GetLastError().description;
+  const std::string table = schema() + ".parts";
+  ASSERT_TRUE(PgServer::shared().admin("INSERT INTO " + table +
+                                       " (name, qty) SELECT 'Q' || g, g FROM generate_series(1, 20000) g; ANALYZE " +
+                                       table));
+  PGconn *raw = PQconnectdb(url.substr(0, url.find('?')).c_str());
+  ASSERT_EQ(PQstatus(raw), CONNECTION_OK);
+  auto stats = [&](long long *rowsRead, long long *indexScans) {
+    PGresult *r = PQexec(raw, ("SELECT coalesce(seq_tup_read, 0) + coalesce(idx_tup_fetch, 0), coalesce(idx_scan, 0) "
+                               "FROM pg_stat_user_tables "
+                               "WHERE schemaname = '" + schema() + "' AND relname = 'parts'")
+                                  .c_str());
+    ASSERT_EQ(PQntuples(r), 1) << PQerrorMessage(raw);
+    *rowsRead = std::atoll(PQgetvalue(r, 0, 0));
+    *indexScans = std::atoll(PQgetvalue(r, 0, 1));
+    PQclear(r);
+  };
+  long long rows0 = 0, scans0 = 0, rows = 0, scans = 0;
+  stats(&rows0, &scans0);
+  constexpr int kSeeks = 20;
+  {
+    EngineConnection b = open();
+    ASSERT_TRUE(b->OpenTable("parts", "by_name")) << b->GetLastError().description;
+    Record r;
+    for (int i = 1; i <= kSeeks; ++i) {
+      std::string n = std::to_string(i * 997);
+      ASSERT_TRUE(b->SeekValue(Value::text("q" + n), &r)) << n << ": " << b->GetLastError().description;
+      EXPECT_EQ(show(r, "qty"), n);
+    }
+    EXPECT_FALSE(b->SeekValue(Value::text("nonesuch"), &r));
+    // A walk from a seek goes on in the order, through the blocks read by range.
+    ASSERT_TRUE(b->SeekValue(Value::text("Q19998"), &r));
+    ASSERT_TRUE(b->Skip(1, &r));
+    EXPECT_EQ(show(r, "name"), "\"Q19999\"");
+    ASSERT_TRUE(b->Skip(1, &r));
+    EXPECT_EQ(show(r, "name"), "\"Q2\"");
+  }
+  for (int wait = 0; wait < 100; ++wait) {
+    stats(&rows, &scans);
+    if (scans - scans0 >= kSeeks) break;
+    usleep(100'000);
+  }
+  EXPECT_GE(scans - scans0, kSeeks);
+  EXPECT_LT(rows - rows0, 3 * 20600) << "the seeks read the table row by row";
+
+  // The index is there, and no listing of the schema's shows it.
+  PGresult *hidden = PQexec(raw, ("SELECT indexname FROM pg_indexes WHERE schemaname = '" + schema() +
+                                  "' AND tablename = 'parts' AND indexname LIKE 'vt\\_order\\_%'")
+                                     .c_str());
+  ASSERT_EQ(PQntuples(hidden), 1);
+  const std::string hiddenName = PQgetvalue(hidden, 0, 0);
+  PQclear(hidden);
+  PQfinish(raw);
+  std::vector<IndexSpec> indexes;
+  ASSERT_TRUE(a->schema()->ListIndexes("parts", &indexes));
+  std::vector<std::string> names;
+  for (const IndexSpec &ix : indexes) names.push_back(ix.name);
+  EXPECT_EQ(names, (std::vector<std::string>{"PrimaryKey", "by_name"}));
+  ASSERT_TRUE(a->OpenTable("parts", "by_name"));
+  EXPECT_FALSE(a->OpenTable("parts", hiddenName));
+  EXPECT_EQ(a->GetLastError().number, errc::kNotAnIndex);
+  // An index of the user's may be named alike.
+  ASSERT_TRUE(PgServer::shared().admin("CREATE INDEX vt_order_qty ON " + table + " (qty)"));
+  EXPECT_TRUE(a->OpenTable("parts", "vt_order_qty")) << a->GetLastError().description;
+}
+
+// A walk asks for its next block while it serves the one before: a block
+// asked for before another user's commit, and taken after the read-ahead's
+// time, is read again, never served.
+TEST_F(PgServerTest, ABlockAskedForAheadOfAWalkIsNotServedStale) {
+  ASSERT_TRUE(PgServer::shared().admin("INSERT INTO " + schema() +
+                                       ".parts (name, qty) SELECT 'r' || g, g FROM generate_series(601, 3000) g"));
+  EngineConnection b = open();
+  ASSERT_TRUE(a->OpenTable("parts", ""));
+  Record r;
+  ASSERT_TRUE(a->MoveFirst(&r));
+  // Step by step, so that the blocks grow and the next is asked for: the
+  // record that ends the second block.
+  for (int id = 2; id <= 768; ++id) ASSERT_TRUE(a->Skip(1, &r)) << id;
+  EXPECT_EQ(show(r, "id"), "768");
+  ValueArray out;
+  ASSERT_TRUE(b->ExecuteSql("UPDATE parts SET qty = -769 WHERE id = 769", &out));
+  ASSERT_TRUE(b->ExecuteSql("DELETE FROM parts WHERE id = 770", &out));
+  clock.later();
+  ASSERT_TRUE(a->Skip(1, &r));
+  EXPECT_EQ(show(r, "qty"), "-769");
+  ASSERT_TRUE(a->Skip(1, &r));
+  EXPECT_EQ(show(r, "id"), "771");
+  // And to the end, every record once.
+  int n = 0;
+  while (a->Skip(1, &r)) ++n;
+  EXPECT_EQ(n, 3000 - 771);
+  EXPECT_EQ(a->GetLastError().number, errc::kNoCurrentRecord);
+}
+
+// A walk in a text index's order reads its blocks as ranges of that order;
+// a record whose place another user changed, or whose field they emptied,
+// is still served at its place in the walk, with its values as they are now.
+TEST_F(PgServerTest, AWalkInATextOrderServesRecordsAnotherUserMoved) {
+  ValueArray out;
+  ASSERT_TRUE(a->ExecuteSql("CREATE INDEX by_name ON parts (name)", &out)) << a->GetLastError().description;
+  EngineConnection b = open();
+  ASSERT_TRUE(a->OpenTable("parts", "by_name"));
+  Record r;
+  std::vector<std::string> order;
+  for (bool ok = a->MoveFirst(&r); ok; ok = a->Skip(1, &r)) order.push_back(show(r, "id"));
+  ASSERT_EQ(order.size(), 600u);
+  EXPECT_EQ(std::vector<std::string>(order.begin(), order.begin() + 4), (std::vector<std::string>{"1", "10", "100", "101"}));
+  ASSERT_TRUE(a->MoveFirst(&r));
+  ASSERT_TRUE(b->ExecuteSql("UPDATE parts SET name = 'ZZZ' WHERE id = " + order[3], &out));
+  ASSERT_TRUE(b->ExecuteSql("UPDATE parts SET name = NULL WHERE id = " + order[4], &out));
+  clock.later();
+  for (size_t i = 1; i < 8; ++i) {
+    ASSERT_TRUE(a->Skip(1, &r)) << i;
+    EXPECT_EQ(show(r, "id"), order[i]);
+    if (i == 3) EXPECT_EQ(show(r, "name"), "\"ZZZ\"");
+    if (i == 4) EXPECT_EQ(show(r, "name"), Value::null().debugString());
+  }
 }
 
 TEST_F(PgServerTest, ALostServerConnectionIsADeadEngineAndLosesNothing) {
