@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "pg_text.h"
 #include "pg_engine.h"
 
 namespace vantry::engine::pg {
@@ -21,17 +22,6 @@ namespace {
 constexpr size_t kBlock = 256;
 constexpr size_t kMaxBlock = 2048;
 constexpr int64_t kFresh = 20'000'000;  // nanoseconds
-
-std::string quoteIdent(const std::string &name) {
-  std::string out = "\"";
-  for (char ch : name) out += ch == '"' ? std::string("\"\"") : std::string(1, ch);
-  return out + "\"";
-}
-
-std::string lower(std::string s) {
-  for (char &ch : s) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
-  return s;
-}
 
 // Text types compare and order without regard to case, as Access's do.
 bool isText(const PgColumn &c) {

@@ -2,6 +2,7 @@
 // SQLSTATEs as the Access-style numbers the module knows, a lost server as
 // a dead engine (the module's per-call check reopens it), and the server's
 // types as the interface's values.
+#include "pg_text.h"
 #include "pg_engine.h"
 #include "pg_schema.h"
 
@@ -11,16 +12,6 @@
 namespace vantry::engine::pg {
 
 namespace {
-
-std::string quoteIdent(const std::string &name) {
-  std::string out = "\"";
-  for (char ch : name) out += ch == '"' ? std::string("\"\"") : std::string(1, ch);
-  return out + "\"";
-}
-
-bool startsWith(const std::string &s, const char *prefix) {
-  return s.rfind(prefix, 0) == 0;
-}
 
 std::string firstLine(const std::string &path) {
   std::ifstream in(path);

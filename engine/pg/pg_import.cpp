@@ -18,12 +18,15 @@
 #include <filesystem>
 #include <map>
 
+#include "pg_text.h"
 #include "engine/access.h"
 #include "pg_schema.h"
 
 namespace vantry::engine::access {
 
 namespace {
+
+using pg::upper;
 
 // A SQLite copy in a folder of its own, removed with it.
 class TempCopy {
@@ -66,11 +69,6 @@ std::vector<std::vector<std::string>> rawRows(const std::string &path, const std
   }
   sqlite3_close(db);
   return rows;
-}
-
-std::string upper(std::string s) {
-  for (char &ch : s) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
-  return s;
 }
 
 // What the SQLite copy declares that the Access type names alone do not

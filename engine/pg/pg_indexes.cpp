@@ -11,22 +11,12 @@
 #include <algorithm>
 #include <map>
 
+#include "pg_text.h"
 #include "pg_schema.h"
 
 namespace vantry::engine::pg {
 
 namespace {
-
-std::string quoteIdent(const std::string &name) {
-  std::string out = "\"";
-  for (char ch : name) out += ch == '"' ? std::string("\"\"") : std::string(1, ch);
-  return out + "\"";
-}
-
-std::string lower(std::string s) {
-  for (char &ch : s) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
-  return s;
-}
 
 bool sameName(const std::string &a, const std::string &b) {
   return lower(a) == lower(b);

@@ -4,26 +4,12 @@
 // here before anything changes: a value that does not fit the new type
 // (3421), a text longer than a new text size (3163); whatever else the
 // server's conversion refuses is 3421 too, and rolls the change back.
+#include "pg_text.h"
 #include "pg_schema.h"
 
 namespace vantry::engine::pg {
 
 namespace {
-
-std::string quoteIdent(const std::string &name) {
-  std::string out = "\"";
-  for (char ch : name) out += ch == '"' ? std::string("\"\"") : std::string(1, ch);
-  return out + "\"";
-}
-
-std::string upper(std::string s) {
-  for (char &ch : s) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
-  return s;
-}
-
-bool startsWith(const std::string &s, const std::string &prefix) {
-  return s.rfind(prefix, 0) == 0;
-}
 
 bool isText(const std::string &type) {
   return type == "text" || startsWith(type, "character");

@@ -3,6 +3,7 @@
 // text, before the server is asked; what only the server finds (duplicate
 // values for a unique index, a value that does not convert) comes back with
 // the same numbers through PgEngine::failFrom.
+#include "pg_text.h"
 #include "pg_schema.h"
 
 #include <algorithm>
@@ -15,22 +16,6 @@ namespace vantry::engine::pg {
 
 namespace {
 
-std::string quoteIdent(const std::string &name) {
-  std::string out = "\"";
-  for (char ch : name) out += ch == '"' ? std::string("\"\"") : std::string(1, ch);
-  return out + "\"";
-}
-
-std::string lower(std::string s) {
-  for (char &ch : s) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
-  return s;
-}
-
-std::string upper(std::string s) {
-  for (char &ch : s) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
-  return s;
-}
-
 bool sameName(const std::string &a, const std::string &b) {
   return lower(a) == lower(b);
 }
@@ -41,10 +26,6 @@ std::string notFound(const std::string &table) {
 
 std::string noField(const std::string &field, const std::string &table) {
   return "Item not found in this collection (no field '" + field + "' in table '" + table + "').";
-}
-
-bool startsWith(const std::string &s, const std::string &prefix) {
-  return s.rfind(prefix, 0) == 0;
 }
 
 // What kind of values a server type holds, for conversions.

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <set>
 
+#include "pg_text.h"
 #include "../sqlite_internal.h"
 #include "pg_engine.h"
 
@@ -16,11 +17,6 @@ namespace vantry::engine::pg {
 namespace {
 
 constexpr const char *kQueryTable = "_vantry_queries";
-
-std::string upper(std::string s) {
-  for (char &ch : s) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
-  return s;
-}
 
 bool wordChar(char ch) {
   return std::isalnum(static_cast<unsigned char>(ch)) || ch == '_' || (ch & 0x80);
