@@ -22,6 +22,12 @@ bool wordChar(char ch) {
   return std::isalnum(static_cast<unsigned char>(ch)) || ch == '_' || (ch & 0x80);
 }
 
+// Whether a call's parenthesis comes next, after any blanks.
+bool callFollows(const std::string &s, size_t i) {
+  while (i < s.size() && std::isspace(static_cast<unsigned char>(s[i]))) ++i;
+  return i < s.size() && s[i] == '(';
+}
+
 // Access's field types as the server's, in CREATE TABLE and ALTER TABLE.
 const char *serverType(const std::string &word) {
   static const std::pair<const char *, const char *> kTypes[] = {
@@ -180,8 +186,10 @@ std::string PgEngine::translate(const std::string &sql, const std::vector<std::s
         out += "varchar";  // TEXT(n): the server's text takes no length
       } else if (type && !(w == "DOUBLE" && upper(s.substr(i, 10)).find("PRECISION") != std::string::npos)) {
         out += type;
-      } else if (w.rfind("VT_", 0) == 0 || w == "UCASE" || w == "LCASE" || w == "LEN" || w == "NZ" ||
-                 w == "IIF" || (w == "NOW" && i < n && s[i] == '(')) {
+      } else if (callFollows(s, i) && (w.rfind("VT_", 0) == 0 || w == "UCASE" || w == "LCASE" || w == "LEN" ||
+                                         w == "NZ" || w == "IIF" || w == "NOW")) {
+        // The dialect's functions, made per connection; a name such as
+        // vt_x that is not called is a table's, a field's or an index's.
         out += "pg_temp." + word;
       } else if (auto found = names.find(lowerOf(word));
                  found != names.end() && !keyword(found->first, ddl || first == "DROP") &&

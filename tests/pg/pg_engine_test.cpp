@@ -192,6 +192,16 @@ TEST_P(BothEngines, AccessSqlStoredQueriesAndErrors) {
   EXPECT_EQ(out[2].debugString(), "\"b-2\"");
   EXPECT_FALSE(e->RunQuery("wide", {}, &out));
   EXPECT_EQ(e->GetLastError().number, errc::kTooFewParameters);
+
+  // Names that the dialect's functions share (vt_..., Len, Nz) name a
+  // table's things where they are not called.
+  ASSERT_TRUE(e->ExecuteSql("CREATE INDEX vt_by_width ON ducts (width)", &out)) << e->GetLastError().description;
+  ASSERT_TRUE(e->ExecuteSql("CREATE TABLE vt_notes (len LONG, nz TEXT(10))", &out)) << e->GetLastError().description;
+  ASSERT_TRUE(e->ExecuteSql("INSERT INTO vt_notes (len, nz) VALUES (3, 'abc')", &out)) << e->GetLastError().description;
+  ASSERT_TRUE(e->ExecuteSql("SELECT len, Len(nz) AS n FROM vt_notes", &out)) << e->GetLastError().description;
+  ASSERT_EQ(out.size(), 5u);  // the row's marker, then name and value of each field
+  EXPECT_EQ(out[2].debugString(), "3");
+  EXPECT_EQ(out[4].debugString(), "3") << "Len(nz) of 'abc'";
 }
 
 INSTANTIATE_TEST_SUITE_P(Engines, BothEngines, ::testing::Values("sqlite", "postgresql"),
