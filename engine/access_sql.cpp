@@ -773,8 +773,16 @@ bool primaryIndexStatement(const std::string &sql, std::string *table, IndexSpec
   return true;
 }
 
+namespace {
+// How deep TOP n PERCENT translations are nested now, and how many the
+// statement being translated has made (see the TOP branch below).
+thread_local int percentDepth = 0;
+thread_local int percentWork = 0;
+}  // namespace
+
 std::string rewriteAccessSql(const std::string &sql, const std::vector<std::string> &params,
                              const std::vector<std::string> &textParams, const std::set<std::string> &textFields) {
+  if (percentDepth == 0) percentWork = 0;
   std::string joined = rewriteJoinedWrite(sql);
   std::vector<Token> t = tokenize(joined);
   bool defined = translateDefinition(t);
@@ -848,6 +856,15 @@ std::string rewriteAccessSql(const std::string &sql, const std::vector<std::stri
       std::string limit = t[num].text;
       i = num;
       size_t pct = nextSolid(t, num + 1);
+      // Each TOP n PERCENT translates the rest of its SELECT once more, and
+      // a TOP PERCENT within that rest again. Past eight levels, or 64 such
+      // translations for one statement, the rest is left as written, for
+      // SQLite to refuse its syntax, rather than translated an exponential
+      // number of times.
+      if (pct < t.size() && is(t[pct], "PERCENT") && (percentDepth >= 8 || ++percentWork > 64)) {
+        out += k.text;  // the number and PERCENT follow as they stand
+        continue;
+      }
       if (pct < t.size() && is(t[pct], "PERCENT")) {
         // TOP n PERCENT: n % of the rows the rest of this SELECT gives, rounded up.
         size_t from = t.size(), stop = t.size();
@@ -866,8 +883,10 @@ std::string rewriteAccessSql(const std::string &sql, const std::vector<std::stri
         }
         std::string rest;
         for (size_t k = from; k < stop; ++k) rest += t[k].text;
-        limit = "(SELECT CAST(count(*) * " + t[num].text + " / 100.0 + 0.9999999 AS INTEGER) FROM (" +
-                rewriteAccessSql("SELECT 1 " + rest, params, textParams, textFields) + "))";
+        ++percentDepth;
+        std::string counted = rewriteAccessSql("SELECT 1 " + rest, params, textParams, textFields);
+        --percentDepth;
+        limit = "(SELECT CAST(count(*) * " + t[num].text + " / 100.0 + 0.9999999 AS INTEGER) FROM (" + counted + "))";
         i = pct;
       }
       limits.push_back({depth, limit});

@@ -367,6 +367,19 @@ TEST_F(EngineSqlTest, TopPercentAndSelectIntoAsAccessHasThem) {
   EXPECT_EQ(rows("SELECT tag FROM wide_ducts ORDER BY tag"), "tag=\"S-1\" | tag=\"SX\"");
 }
 
+// Each TOP n PERCENT counts the rows of the rest of its SELECT, which holds
+// the TOP PERCENTs nested in it: two levels give Access's answer; thirty
+// made the translation run for ever and are now refused as a syntax error.
+TEST_F(EngineSqlTest, NestedTopPercentIsCountedFewLevelsDeepAndRefusedBeyond) {
+  auto nested = [](int levels) {
+    std::string inner = "SELECT id FROM d";
+    for (int i = 0; i < levels; ++i) inner = "SELECT TOP 100 PERCENT id FROM d WHERE id IN (" + inner + ")";
+    return "SELECT tag FROM d WHERE id IN (" + inner + ") ORDER BY tag";
+  };
+  EXPECT_EQ(rows(nested(2)), rows("SELECT tag FROM d ORDER BY tag"));
+  EXPECT_EQ(rows(nested(30)), "error " + std::to_string(errc::kSyntaxExpression));
+}
+
 TEST_F(EngineSqlTest, AStoredQueryIsNamedInFromAndJoinOfAnotherStatement) {
   ASSERT_TRUE(e->CreateQuery("WideDucts", "SELECT [tag], width FROM d WHERE width >= 400"));
   ASSERT_TRUE(e->CreateQuery("ByTag", "PARAMETERS t Text; SELECT * FROM d WHERE tag = [t]"));
