@@ -244,6 +244,7 @@ Value getLayerLineweight(Interp &in, const Target &t) {
 }
 void putLayerLineweight(Interp &in, const Target &t, const Value &v) {
   int w = integerArg(in, v);
+  if (w < AcDb::kLnWtByLwDefault || w > 211) automationError(in, L"Invalid input");
   withWrite<AcDbLayerTableRecord>(in, t, [&](AcDbLayerTableRecord *l) { return l->setLineWeight(AcDb::LineWeight(w)); });
 }
 

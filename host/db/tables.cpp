@@ -139,7 +139,12 @@ Acad::ErrorStatus AcDbLayerTableRecord::dxfInFields(AcDbDxfFiler *f) {
     linetype_ = id;
   }
   if (f->getInt(290, v)) plottable_ = v != 0;
-  if (f->getInt(370, v)) return setLineWeight(AcDb::LineWeight(v));
+  if (f->getInt(370, v)) {
+    // Checked before it becomes a lineweight: a number outside the
+    // enumeration's range is no value of it at all.
+    if (v < AcDb::kLnWtByLwDefault || v > 211) return Acad::eInvalidInput;
+    return setLineWeight(AcDb::LineWeight(v));
+  }
   return Acad::eOk;
 }
 

@@ -411,5 +411,21 @@ TEST(DxfRealFaults, AGridOfCopiesKeepsItsColumnsAndRows) {
   for (int i = 0; i < pieces.length(); ++i) delete static_cast<AcDbEntity *>(pieces[i]);
 }
 
+// A layer's lineweight of 393 (no lineweight at all) was turned into the
+// enumeration before it was checked, which the undefined-behaviour
+// sanitizer stops on (found by dxf_fuzz). The drawing opens; the layer is
+// there with a lineweight of its own kind.
+TEST(DxfRealFaults, ALayerWithALineweightOutOfRangeStillOpens) {
+  std::string text = kTables + "0\nTABLE\n2\nLAYER\n5\n2\n0\nLAYER\n5\n10\n2\nWALLS\n70\n0\n62\n7\n370\n393\n"
+                     "0\nLAYER\n5\n11\n2\nDOORS\n70\n0\n62\n1\n370\n35\n0\nENDTAB\n" + kEnd + kEof;
+  AcDbDatabase db, again;
+  roundTrip("lineweight.dxf", text, db, again);
+  auto *doors = AcDbLayerTableRecord::cast(objectOf(recordId(again.impl()->layerTable, L"DOORS")));
+  ASSERT_TRUE(doors);
+  EXPECT_EQ(doors->lineWeight(), AcDb::kLnWt035);
+  if (auto *walls = AcDbLayerTableRecord::cast(objectOf(recordId(again.impl()->layerTable, L"WALLS"))))
+    EXPECT_NE(int(walls->lineWeight()), 393);
+}
+
 }  // namespace
 }  // namespace vantry::host
