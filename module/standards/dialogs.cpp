@@ -107,7 +107,7 @@ bool optionalName(frame::ArgList &args, std::wstring &name) {
 class SystemsDialog : public TableDialog {
  public:
   SystemsDialog(const std::wstring &discipline, const std::wstring &title)
-      : TableDialog(title, spec(discipline)) {
+      : TableDialog(title, tableSpec(discipline)) {
     grid.columns = {column(L"System", CellKind::Text, 16), column(L"Description", CellKind::Text, 28),
                     column(L"Prefix", CellKind::Text, 8), column(L"Layers", CellKind::Button, 8)};
   }
@@ -135,7 +135,7 @@ class SystemsDialog : public TableDialog {
   }
 
  private:
-  static TableSpec spec(const std::wstring &discipline) {
+  static TableSpec tableSpec(const std::wstring &discipline) {
     TableSpec s;
     s.table = L"StdLayerSystems";
     s.what = L"layer system";
@@ -179,7 +179,7 @@ const wchar_t *const kColorNames[] = {L"red", L"yellow", L"green", L"cyan", L"bl
 class LayersDialog : public TableDialog {
  public:
   LayersDialog(const EngineConnection &c, const std::wstring &system)
-      : TableDialog(system.empty() ? L"Layers" : L"Layers of " + system, spec(system)) {
+      : TableDialog(system.empty() ? L"Layers" : L"Layers of " + system, tableSpec(system)) {
     grid.columns = {column(L"Layer", CellKind::Text, 20),
                     column(L"System", CellKind::Combo, 14, choices(c, L"StdLayerSystems", L"SystemName", {})),
                     column(L"Color", CellKind::Button, 6),
@@ -215,7 +215,7 @@ class LayersDialog : public TableDialog {
   }
 
  private:
-  static TableSpec spec(const std::wstring &system) {
+  static TableSpec tableSpec(const std::wstring &system) {
     TableSpec s;
     s.table = L"StdLayers";
     s.what = L"layer";
@@ -240,14 +240,14 @@ class LayersDialog : public TableDialog {
 
 class TextStylesDialog : public TableDialog {
  public:
-  TextStylesDialog() : TableDialog(L"Text Styles", spec()) {
+  TextStylesDialog() : TableDialog(L"Text Styles", tableSpec()) {
     grid.columns = {column(L"Style", CellKind::Text, 16),  column(L"Font", CellKind::Text, 16),
                     column(L"Height", CellKind::Number, 8), column(L"Width", CellKind::Number, 6),
                     column(L"Oblique", CellKind::Number, 7), column(L"Annotative", CellKind::Check, 10)};
   }
 
  private:
-  static TableSpec spec() {
+  static TableSpec tableSpec() {
     TableSpec s;
     s.table = L"StdTextStyles";
     s.what = L"text style";
@@ -267,7 +267,7 @@ class TextStylesDialog : public TableDialog {
 class LabelGroupsDialog : public TableDialog {
  public:
   LabelGroupsDialog(const EngineConnection &c, const std::wstring &group)
-      : TableDialog(group.empty() ? L"Label Groups" : L"Label Group " + group, spec(group), childSpec()),
+      : TableDialog(group.empty() ? L"Label Groups" : L"Label Group " + group, tableSpec(group), childTableSpec()),
         group_(group) {
     grid.columns = {column(L"Name", CellKind::Tree, 18), column(L"Text", CellKind::Text, 24),
                     column(L"Style", CellKind::Combo, 14, choices(c, L"StdTextStyles", L"StyleName", {})),
@@ -283,7 +283,7 @@ class LabelGroupsDialog : public TableDialog {
   }
 
  private:
-  static TableSpec spec(const std::wstring &group) {
+  static TableSpec tableSpec(const std::wstring &group) {
     TableSpec s;
     s.table = L"StdLabelGroups";
     s.what = L"label group";
@@ -295,7 +295,7 @@ class LabelGroupsDialog : public TableDialog {
     }
     return s;
   }
-  static TableSpec childSpec() {
+  static TableSpec childTableSpec() {
     TableSpec s;
     s.table = L"StdLabels";
     s.what = L"label";
