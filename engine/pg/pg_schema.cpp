@@ -325,13 +325,7 @@ bool PgSchema::FieldAttributes(const std::string &table, const std::string &fiel
   if (!Structure(table, &fields)) return false;
   for (const FieldSpec &f : fields) {
     if (!sameName(f.name, field)) continue;
-    bool variable = f.type == "Text" || f.type == "Memo" || f.type == "OLE";
-    int32_t a = variable ? 2 : 1;  // dbVariableField, dbFixedField
-    if (f.type == "Counter")
-      a |= 16;  // dbAutoIncrField
-    else if (e_.IsUpdatable())
-      a |= 32;  // dbUpdatableField
-    *out = a;
+    *out = f.attributes(e_.IsUpdatable());
     return true;
   }
   return e_.fail(errc::kItemNotFound, noField(field, table));

@@ -46,6 +46,19 @@ struct FieldSpec {
   bool required = false;
   // The default as SQL text (a literal or an expression); empty: none.
   std::string defaultValue;
+
+  // Access's field attributes for a field of this kind: variable or fixed
+  // size, a counter's auto-increment, else updatable on a database open
+  // for writing.
+  int32_t attributes(bool updatable) const {
+    bool variable = type == "Text" || type == "Memo" || type == "OLE";
+    int32_t a = variable ? 2 : 1;  // dbVariableField, dbFixedField
+    if (type == "Counter")
+      a |= 16;  // dbAutoIncrField
+    else if (updatable)
+      a |= 32;  // dbUpdatableField
+    return a;
+  }
 };
 
 struct IndexSpec {
