@@ -409,8 +409,12 @@ TEST_F(PgServerTest, AWalkInATextOrderServesRecordsAnotherUserMoved) {
   for (size_t i = 1; i < 8; ++i) {
     ASSERT_TRUE(a->Skip(1, &r)) << i;
     EXPECT_EQ(show(r, "id"), order[i]);
-    if (i == 3) EXPECT_EQ(show(r, "name"), "\"ZZZ\"");
-    if (i == 4) EXPECT_EQ(show(r, "name"), Value::null().debugString());
+    if (i == 3) {
+      EXPECT_EQ(show(r, "name"), "\"ZZZ\"");
+    }
+    if (i == 4) {
+      EXPECT_EQ(show(r, "name"), Value::null().debugString());
+    }
   }
 }
 
