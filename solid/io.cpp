@@ -34,7 +34,6 @@
 #include <cstdlib>
 #include <iostream>
 #include <sstream>
-#include <string_view>
 
 #include "budget.h"
 #include "solid_internal.h"
@@ -58,66 +57,6 @@ TopoDS_Shape moved(const TopoDS_Shape &s, const gp_Vec &by) {
   gp_Trsf t;
   t.SetTranslation(by);
   return s.Moved(TopLoc_Location(t));
-}
-
-// Whether the table counts of a shape text fit the text: every entry of a table (locations, curves,
-// surfaces, polygons, triangulations, shapes) takes at least one line, so a count larger than the
-// lines that follow it is damage. The shape reader would believe it and reserve room for that many
-// entries, and a count of two thousand million never finishes.
-bool countsFit(const std::string &text) {
-  static const char *const kTables[] = {"Locations", "Curve2ds", "Curves", "Polygon3D", "PolygonOnTriangulations",
-                                        "Surfaces", "Triangulations", "Polygon2D", "TShapes"};
-  size_t linesLeft = static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
-  size_t at = 0;
-  while (at < text.size()) {
-    size_t eol = text.find('\n', at);
-    if (eol == std::string::npos) eol = text.size();
-    if (linesLeft > 0) --linesLeft;
-    std::string_view line(text.data() + at, eol - at);
-    for (const char *table : kTables) {
-      std::string_view name(table);
-      if (line.size() <= name.size() || line.substr(0, name.size()) != name || line[name.size()] != ' ')
-        continue;
-      std::string_view rest = line.substr(name.size() + 1);
-      while (!rest.empty() && rest.back() == ' ') rest.remove_suffix(1);
-      if (rest.empty() || rest.size() > 12 || rest.find_first_not_of("0123456789") != std::string_view::npos)
-        return false;
-      if (std::stoull(std::string(rest)) > linesLeft) return false;
-    }
-    at = eol + 1;
-  }
-  return true;
-}
-
-// Whether the location table of a shape text is well formed. The shape reader reads a composite
-// location's (index, power) pairs until a zero index, and reads on for ever when damage took the
-// zero away; so the table is read here first: each entry a matrix (type 1, twelve numbers) or pairs
-// of an earlier entry's index and a power, ended by 0 (type 2).
-bool locationsFit(const std::string &text) {
-  size_t at = text.find("\nLocations ");
-  if (at == std::string::npos) return true;
-  std::istringstream in(text.substr(at + 11));
-  long count = 0;
-  if (!(in >> count) || count < 0) return false;
-  for (long i = 1; i <= count; ++i) {
-    int type = 0;
-    if (!(in >> type)) return false;
-    if (type == 1) {
-      double v;
-      for (int k = 0; k < 12; ++k)
-        if (!(in >> v) || !std::isfinite(v)) return false;
-    } else if (type == 2) {
-      for (;;) {
-        long index = 0, power = 0;
-        if (!(in >> index)) return false;
-        if (index == 0) break;
-        if (index < 1 || index >= i || !(in >> power)) return false;
-      }
-    } else {
-      return false;
-    }
-  }
-  return true;
 }
 
 // Whether a shape read from text hangs together: every tolerance small against the shape's size,
@@ -253,7 +192,7 @@ bool SolidBodies::fromString(const std::string &text) {
     std::string shapeText(chars, '\0');
     if (!in.read(shapeText.data(), static_cast<std::streamsize>(chars)))
       return impl_->fail("a solid's text is cut short");
-    if (!countsFit(shapeText) || !locationsFit(shapeText)) return impl_->fail("a solid's text holds a damaged shape (a count beyond its text)");
+    if (!shapeTextFits(shapeText)) return impl_->fail("a solid's text holds a damaged shape");
     // The shape reader tells standard output what it found wrong ("Not a TShape table"); the
     // host's transcript is no place for it, and the failure is reported below anyway.
     std::ostringstream chatter;

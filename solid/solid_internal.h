@@ -139,5 +139,9 @@ bool hasVolume(const TopoDS_Shape &s);
 // hasVolume, and the full topological and geometric check as well (for shapes made from a caller's
 // free outline, such as a skin, or by a fillet).
 bool validSolid(const TopoDS_Shape &s);
+// Whether a filed shape's text is fit for the library's shape reader, which trusts its input: its
+// table counts fit the text, its locations end, and every curve and surface record has the layout
+// of its type and builds (solid/shape_text.cpp).
+bool shapeTextFits(const std::string &text);
 
 }  // namespace vantry::solid

@@ -83,6 +83,39 @@ TEST(Filing, DamagedShapeTextHugeCountIsRefusedAtOnce) {
   EXPECT_NE(s.lastError().find("damaged"), std::string::npos) << s.lastError();
 }
 
+// A damaged drawing: a curve or surface built on another (a trimmed or offset one, an extrusion)
+// whose inner record was damaged into an unknown type got nothing to build on, and the shape reader
+// crashed. The same record with a sound inner record still reads.
+TEST(Filing, DamagedInnerGeometryIsRefusedWhereTheSoundOneReads) {
+  const std::string good = mixed().toString();
+  // Wraps the first record of a table of the last body (the plate: planes and lines) in an outer
+  // record: prefix, then the record's own type replaced by innerType.
+  auto wrapped = [&](const char *table, const std::string &prefix, const char *innerType) {
+    std::string text = good;
+    size_t at = text.find('\n', text.rfind(std::string("\n") + table + " ") + 1) + 1;
+    text.replace(at, text.find(' ', at) - at, prefix + innerType);
+    // The body's character count follows its text, as a drawing's reader recounts it.
+    size_t eol = text.find('\n', text.rfind("\nbody ") + 1), count = text.rfind(' ', eol) + 1;
+    text.replace(count, eol - count, std::to_string(text.size() - eol - 2));
+    return text;
+  };
+  struct Case {
+    const char *table, *prefix, *type;
+    bool reads;
+  } cases[] = {{"Surfaces", "10 -1e6 1e6 -1e6 1e6 ", "1", true},  // a trimmed plane
+               {"Surfaces", "10 -1e6 1e6 -1e6 1e6 ", "99", false},
+               {"Surfaces", "11 0.5 ", "77", false},
+               {"Curves", "8 -1e6 1e6 ", "1", true},  // a trimmed line
+               {"Curves", "8 -1e6 1e6 ", "12", false},
+               {"Curves", "9 1 0 0 1 ", "0", false}};
+  for (const Case &c : cases) {
+    std::string text = wrapped(c.table, c.prefix, c.type);
+    SolidBodies s;
+    EXPECT_EQ(s.fromString(text), c.reads) << c.table << " " << c.prefix << c.type << ": " << s.lastError();
+    if (c.reads) EXPECT_EQ(s.bodyCount(), 3);
+  }
+}
+
 // A damaged drawing: one number changed in a shape's text read without complaint and crashed the
 // mesher; others (an end marker changed) made the shape reader loop for ever. Every number of a
 // radius elbow's shape text is changed in turn (every fourth number, to 2, a large or a negative value); whatever reads
