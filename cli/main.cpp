@@ -117,22 +117,30 @@ bool queueInput(lisp::Interp &in, const std::string &path) {
   return true;
 }
 
-int runScripts(lisp::Interp &in, const std::vector<std::string> &files) {
+int runScripts(const std::vector<std::string> &files) {
+  Session &s = Session::get();
+  int status = 0;
   for (const std::string &file : files) {
     std::string text;
     if (!readFile(file, &text)) {
       std::fprintf(stderr, "vantry: cannot read script %s\n", file.c_str());
       return 2;
     }
+    // Each script runs in the LISP of the drawing that is current, as the host runs what is typed
+    // in the active drawing; a script that closed every drawing leaves the next a new one.
+    if (!s.current()) s.newDocument(L"");
+    lisp::Interp &in = s.current()->lisp();
     try {
       in.evalText(vantry::text::fromUtf8(text), {vantry::text::fromUtf8(file), 1});
     } catch (const lisp::ErrorHandled &) {
       return 1;
     }
+    lisp::Value exit = in.symbolValue(L"*VANTRY-EXIT-STATUS*");
+    if (exit.type() == lisp::Type::Int && exit.asInt() != 0) status = 1;
+    // No LISP runs between scripts: the drawings closed meanwhile go.
+    s.releaseRetired();
   }
-  lisp::Value status = in.symbolValue(L"*VANTRY-EXIT-STATUS*");
-  if (status.type() == lisp::Type::Int && status.asInt() != 0) return 1;
-  return 0;
+  return status;
 }
 
 // Writes the duct solids of the current drawing through the solid module's
@@ -206,11 +214,11 @@ int session(const Options &opt) {
 
   int status = 0;
   if (opt.command == "run")
-    status = runScripts(in, opt.files);
+    status = runScripts(opt.files);
   else if (opt.command == "-e")
     status = evalExpression(in, opt.expr);
   else if (opt.command == "repl")
-    status = vantry::cli::repl(in);
+    status = vantry::cli::repl();
   if (status == 0 && !opt.stepFile.empty()) status = exportStep(s.current()->lisp(), opt.stepFile);
   if (status == 0 && !opt.png.empty()) {
     std::string error;

@@ -39,7 +39,7 @@ bool complete(const std::string &text) {
 
 }  // namespace
 
-int repl(lisp::Interp &in) {
+int repl() {
   host::Session &s = host::Session::get();
   std::string pending;
   for (;;) {
@@ -50,6 +50,11 @@ int repl(lisp::Interp &in) {
     pending += '\n';
     std::free(line);
     if (!complete(pending)) continue;
+    // Each line runs in the current drawing's LISP (a new drawing when the last one was closed);
+    // between lines no LISP runs, so the drawings closed meanwhile go.
+    s.releaseRetired();
+    if (!s.current()) s.newDocument(L"");
+    lisp::Interp &in = s.current()->lisp();
     try {
       lisp::Value v = in.evalText(vantry::text::fromUtf8(pending), {L"", 1});
       if (!s.atLineStart()) s.print(L"\n");

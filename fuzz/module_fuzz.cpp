@@ -243,6 +243,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (functions.empty()) return 0;
   Session &s = Session::get();
   while (!s.documents().empty()) s.close(s.documents().back().get());
+  s.releaseRetired();  // nothing runs between inputs; the last input's drawings go
   emptyFolder();
   s.clearTranscript();
   s.input.clear();

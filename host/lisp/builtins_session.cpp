@@ -11,23 +11,39 @@ void installCvunit(Interp &in);  // builtins_cvunit.cpp
 
 namespace {
 
-Symbol *symbolArg(Interp &in, const Value &v) {
-  if (v.type() != Type::Sym) in.badArgType(L"symbolp", v);
-  return v.as<Symbol>();
-}
-
-// A value as seen from another interpreter: symbols are interned again by
-// name there (each document's LISP has its own symbols); everything else is
-// shared, since no LISP operation changes a value in place.
-Value carryOver(Interp &to, const Value &v, int depth = 0) {
+Value carried(Interp &to, const Value &v, int depth) {
   if (depth > 10000) return Value();
   if (v.type() == Type::Sym) return Value(to.intern(v.as<Symbol>()->name));
+  if (v.type() == Type::Usubr) {
+    const Usubr *from = v.as<Usubr>();
+    auto *made = new Usubr();
+    Value fn(made);
+    made->name = from->name;
+    for (Symbol *p : from->params) made->params.push_back(to.intern(p->name));
+    for (Symbol *l : from->locals) made->locals.push_back(to.intern(l->name));
+    made->names = carried(to, from->names, depth + 1);
+    made->body = carried(to, from->body, depth + 1);
+    return fn;
+  }
   if (!v.isCons()) return v;
   ListBuilder b;
   const Value *p = &v;
-  for (; p->isCons(); p = &p->as<Cons>()->cdr) b.add(carryOver(to, p->as<Cons>()->car, depth + 1));
-  if (!p->isNil()) b.dot(carryOver(to, *p, depth + 1));
+  for (; p->isCons(); p = &p->as<Cons>()->cdr) b.add(carried(to, p->as<Cons>()->car, depth + 1));
+  if (!p->isNil()) b.dot(carried(to, *p, depth + 1));
   return b.take();
+}
+
+}  // namespace
+
+Value carryOver(Interp &to, const Value &v) {
+  return carried(to, v, 0);
+}
+
+namespace {
+
+Symbol *symbolArg(Interp &in, const Value &v) {
+  if (v.type() != Type::Sym) in.badArgType(L"symbolp", v);
+  return v.as<Symbol>();
 }
 
 // The blackboard: one namespace for the whole session, readable and

@@ -37,6 +37,7 @@ Value makeUsubr(Interp &in, std::wstring name, const Value &paramList, const Val
     }
     (afterSlash ? u->locals : u->params).push_back(s);
   }
+  u->names = paramList;
   u->body = body;
   return fn;
 }

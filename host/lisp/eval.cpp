@@ -210,6 +210,7 @@ Value lambdaFromList(Interp &in, const Value &list) {
     }
     (afterSlash ? u->locals : u->params).push_back(s.as<Symbol>());
   }
+  u->names = params;
   u->body = cdr(cdr(list));
   return fn;
 }

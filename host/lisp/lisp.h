@@ -178,6 +178,12 @@ void installUnits(Interp &in);       // rtos distof angtos angtof (called by ins
 void installSessionLisp(Interp &in); // atoms-family, blackboard, defun-q lists, trace, cvunit ...
 void installFileSystem(Interp &in);  // vl-file-*, vl-filename-*, vl-directory-files (called by installFiles)
 
+// A value as another document's LISP sees it (each document's LISP has its own symbols): symbols
+// interned again by name in `to`, a user function made again from its names and body (so it runs
+// there, and after its own document is gone); everything else is shared, since no LISP operation
+// changes a value in place.
+Value carryOver(Interp &to, const Value &v);
+
 // Wild-card match of wcmatch: # @ . * ? ~ [..] [~..] ` and comma
 // alternatives; case-sensitive.
 bool wcmatch(std::wstring_view str, std::wstring_view pattern);

@@ -227,6 +227,10 @@ struct Usubr : Object {
   std::wstring name;  // empty for a lambda
   std::vector<Symbol *> params;
   std::vector<Symbol *> locals;
+  // The (params / locals) list as written: it holds their symbols, so they
+  // live as long as the function does, even when the function outlives the
+  // interpreter that read it (a value on the blackboard of a closed drawing).
+  Value names;
   Value body;  // the list of body forms
 };
 

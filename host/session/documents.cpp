@@ -6,9 +6,11 @@
 // MDI-active one: setCurDocument without activation moves only the current
 // document, as the host allows while a command works in a background drawing.
 //
-// A closed document is kept alive (retired) until the next reset: a script
-// may close the document whose LISP environment is running it, and that
-// environment must outlive the call.
+// A closed document is kept alive (retired) until the driver says no LISP
+// runs (releaseRetired) or the next reset: a script may close the document
+// whose LISP environment is running it, and that environment must outlive the
+// call. LISP values elsewhere name its objects by the drawing's serial, which
+// no longer resolves once the drawing is gone.
 #include <malloc.h>
 #include <unistd.h>
 
@@ -212,6 +214,10 @@ bool Session::close(Document *doc) {
     activate(previous);
   }
   return true;
+}
+
+void Session::releaseRetired() {
+  retired.clear();
 }
 
 Document *Session::findDocument(const std::wstring &pathOrTitle) const {

@@ -27,18 +27,6 @@ AcDbDatabase *drawing() {
   return session().current() ? session().current()->database() : acdbHostApplicationServices()->workingDatabase();
 }
 
-// A value as another document's LISP sees it: symbols by name there.
-Value carryOver(Interp &to, const Value &v, int depth = 0) {
-  if (depth > 10000) return Value();
-  if (v.type() == Type::Sym) return Value(to.intern(v.as<lisp::Symbol>()->name));
-  if (!v.isCons()) return v;
-  lisp::ListBuilder b;
-  const Value *p = &v;
-  for (; p->isCons(); p = &p->as<lisp::Cons>()->cdr) b.add(carryOver(to, p->as<lisp::Cons>()->car, depth + 1));
-  if (!p->isNil()) b.dot(carryOver(to, *p, depth + 1));
-  return b.take();
-}
-
 lisp::Symbol *symbolArg(Interp &in, const Value &v) {
   if (v.type() != Type::Sym) in.badArgType(L"symbolp", v);
   return v.as<lisp::Symbol>();
@@ -61,7 +49,7 @@ Value propagateFn(Interp &in, const Value *args, int nargs) {
   lisp::Symbol *s = symbolArg(in, args[0]);
   Value v = s->value;
   for (const auto &doc : session().documents())
-    if (&doc->lisp() != &in) doc->lisp().intern(s->name)->value = carryOver(doc->lisp(), v);
+    if (&doc->lisp() != &in) doc->lisp().intern(s->name)->value = lisp::carryOver(doc->lisp(), v);
   auto &list = shared().propagated;
   std::erase_if(list, [&](const auto &e) { return e.first == s->name; });
   list.emplace_back(s->name, v);
@@ -643,7 +631,7 @@ Value nentselpFn(Interp &in, const Value *args, int nargs) {
 }  // namespace
 
 void applySharedLisp(Document &doc) {
-  for (const auto &[name, v] : shared().propagated) doc.lisp().intern(name)->value = carryOver(doc.lisp(), v);
+  for (const auto &[name, v] : shared().propagated) doc.lisp().intern(name)->value = lisp::carryOver(doc.lisp(), v);
   for (const std::wstring &path : shared().loadAll) {
     try {
       doc.lisp().loadFile(path);

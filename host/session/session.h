@@ -125,6 +125,11 @@ class Session {
   Document *current() const { return current_; }
   void activate(Document *doc);
   bool close(Document *doc);  // sends the unload message first
+  // Frees the documents closed since the last call. A closed document is
+  // kept until then because a script may close the document whose LISP is
+  // running it; so this is called only where no LISP runs (between the
+  // runner's scripts or lines, between a fuzzer's inputs).
+  void releaseRetired();
   const std::vector<std::unique_ptr<Document>> &documents() const { return documents_; }
   Document *findDocument(const std::wstring &pathOrTitle) const;
   Document *documentOf(const AcDbDatabase *db) const;

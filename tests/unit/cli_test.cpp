@@ -64,6 +64,15 @@ TEST_F(Cli, RunsScriptsInOneSession) {
   EXPECT_EQ(r.out, "42\n");
 }
 
+// A script that closes its drawing leaves the next script a new one, whose LISP starts afresh.
+TEST_F(Cli, AScriptAfterTheDrawingWasClosedRunsInANewOne) {
+  std::string a = write("a.lsp", "(setq shared 41) (host:close-document)\n");
+  std::string b = write("b.lsp", "(princ (list shared (host:documents)))\n");
+  RunResult r = vantry("--no-module run " + a + " " + b);
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, "(nil (Drawing2.dwg))\n");
+}
+
 TEST_F(Cli, AnErrorEndsTheScriptWithStatusOne) {
   std::string s = write("e.lsp", "(princ \"before\")\n(car 5)\n(princ \"after\")\n");
   RunResult r = vantry("--no-module run " + s);

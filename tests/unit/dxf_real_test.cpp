@@ -423,8 +423,9 @@ TEST(DxfRealFaults, ALayerWithALineweightOutOfRangeStillOpens) {
   auto *doors = AcDbLayerTableRecord::cast(objectOf(recordId(again.impl()->layerTable, L"DOORS")));
   ASSERT_TRUE(doors);
   EXPECT_EQ(doors->lineWeight(), AcDb::kLnWt035);
-  if (auto *walls = AcDbLayerTableRecord::cast(objectOf(recordId(again.impl()->layerTable, L"WALLS"))))
+  if (auto *walls = AcDbLayerTableRecord::cast(objectOf(recordId(again.impl()->layerTable, L"WALLS")))) {
     EXPECT_NE(int(walls->lineWeight()), 393);
+  }
 }
 
 }  // namespace

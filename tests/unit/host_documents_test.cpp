@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "db/db.h"
 #include "dxf/dxf.h"
 #include "host_fixture.h"
 
@@ -161,6 +162,23 @@ TEST_F(Documents, ScriptsDriveDocumentsThroughHostFunctions) {
   EXPECT_EQ(s().documents().size(), 2u);
   EXPECT_EQ(lisp(L"(host:close-document \"nothing\")"), L"nil");
   fs::remove(file);
+}
+
+// A closed drawing is freed once no LISP runs (a long session, or a fuzzer's thousands of inputs,
+// grew by every drawing it had closed). What another drawing's LISP kept of it stays safe: its
+// entity names no longer resolve, and a function it defined still runs.
+TEST_F(Documents, AClosedDrawingIsFreedAndWhatNamedItStaysSafe) {
+  EXPECT_EQ(lisp(L"(host:new-document)"), L"\"Drawing2.dwg\"");
+  lisp(L"(entmake '((0 . \"LINE\") (10 0.0 0.0 0.0) (11 1.0 1.0 0.0)))"
+       L"(vl-bb-set 'kept (list (entlast) (lambda (x / y) (setq y (* 2 x)) y) (ssadd (entlast))))");
+  int64_t serial = s().current()->database()->serial();
+  EXPECT_EQ(lisp(L"(host:close-document)"), L"T");
+  ASSERT_NE(databaseBySerial(serial), nullptr);  // the closing script may still be running
+  s().releaseRetired();
+  EXPECT_EQ(databaseBySerial(serial), nullptr);
+  EXPECT_EQ(lisp(L"(setq kept (vl-bb-ref 'kept)) (entget (car kept))"), L"nil");
+  EXPECT_EQ(lisp(L"((cadr kept) 21)"), L"42");
+  EXPECT_EQ(lisp(L"(entget (ssname (caddr kept) 0))"), L"nil");
 }
 
 }  // namespace
