@@ -39,7 +39,6 @@
 #include <unistd.h>
 
 #include <csignal>
-
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -49,9 +48,9 @@
 #include <vector>
 
 #include "import.h"
+#include "render.h"
 #include "repl.h"
 #include "session/session.h"
-#include "render.h"
 #include "window_pictures.h"
 
 namespace {
@@ -105,7 +104,8 @@ bool queueInput(lisp::Interp &in, const std::string &path) {
     return false;
   }
   try {
-    std::vector<lisp::Value> forms = in.readAll(vantry::text::fromUtf8(text), {vantry::text::fromUtf8(path), 1});
+    std::vector<lisp::Value> forms =
+        in.readAll(vantry::text::fromUtf8(text), {vantry::text::fromUtf8(path), 1});
     lisp::Value list = lisp::vectorToList(forms);
     in.apply(lisp::Value(in.intern(L"HOST:QUEUE-INPUT")), &list, 1);
   } catch (const lisp::LispError &e) {
@@ -309,8 +309,8 @@ int main(int argc, char **argv) {
     } else if (a == "render-dialog") {
       if (i + 4 != argc) return usage();
       std::string error;
-      if (!vantry::render::writeDialogPng(vantry::text::fromUtf8(argv[i + 1]), vantry::text::fromUtf8(argv[i + 2]),
-                                          argv[i + 3], &error)) {
+      if (!vantry::render::writeDialogPng(vantry::text::fromUtf8(argv[i + 1]),
+                                          vantry::text::fromUtf8(argv[i + 2]), argv[i + 3], &error)) {
         std::fprintf(stderr, "vantry: %s\n", error.c_str());
         return 1;
       }

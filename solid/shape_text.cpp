@@ -7,10 +7,10 @@
 // null pointer. So the tables are walked here first, record by record, with the layout each record
 // type has, and every curve and surface record is built on its own, innermost first: a record that
 // builds nothing, or does not end where its layout says, refuses the text.
+#include <Geom2d_Curve.hxx>
 #include <GeomTools_Curve2dSet.hxx>
 #include <GeomTools_CurveSet.hxx>
 #include <GeomTools_SurfaceSet.hxx>
-#include <Geom2d_Curve.hxx>
 #include <Geom_Curve.hxx>
 #include <Geom_Surface.hxx>
 #include <algorithm>
@@ -26,8 +26,9 @@ namespace vantry::solid {
 
 namespace {
 
-constexpr const char *kTables[] = {"Locations", "Curve2ds",      "Curves",    "Polygon3D", "PolygonOnTriangulations",
-                                   "Surfaces",  "Triangulations", "Polygon2D", "TShapes"};
+constexpr const char *kTables[] = {
+    "Locations", "Curve2ds",       "Curves",    "Polygon3D", "PolygonOnTriangulations",
+    "Surfaces",  "Triangulations", "Polygon2D", "TShapes"};
 
 // The text after "<table> " on the line where a table starts, or npos when the table is absent.
 size_t tableAt(const std::string &text, std::string_view table) {
@@ -106,24 +107,25 @@ class GeometryTables {
   explicit GeometryTables(const std::string &text) : text_(text) {}
 
   bool fit() {
-    return table("Curve2ds", &GeometryTables::curve2d) && table("Curves", &GeometryTables::curve) &&
-           table("Surfaces", &GeometryTables::surface) && empty("Polygon3D") &&
+    return table("Curve2ds", [this] { return curve(0, 2); }) &&
+           table("Curves", [this] { return curve(0, 3); }) &&
+           table("Surfaces", [this] { return surface(0); }) && empty("Polygon3D") &&
            empty("PolygonOnTriangulations") && empty("Triangulations") && empty("Polygon2D");
   }
 
  private:
-  using Record = bool (GeometryTables::*)(int depth);
   // Nesting a real shape never reaches (an offset of a trimmed curve is two deep); each level reads
   // the levels inside it again, so the depth is bounded.
   static constexpr int kDeepest = 6;
 
+  template <class Record>
   bool table(std::string_view name, Record record) {
     at_ = tableAt(text_, name);
     if (at_ == std::string::npos) return true;
     long count = 0;
     if (!whole(count) || count < 0) return false;
     for (long i = 0; i < count; ++i)
-      if (!(this->*record)(0)) return false;
+      if (!record()) return false;
     return true;
   }
 
@@ -194,33 +196,25 @@ class GeometryTables {
     return flag(rational) && count(degree) && poles(degree + 1, dimension, rational);
   }
 
-  // One record of the curve (3D) table; nested is the record a trimmed or offset curve is built on.
-  bool curve(int depth) {
+  // One record of a curve table, of 3D curves or of curves on surfaces (dimension 2); nested is the
+  // record a trimmed or offset curve is built on.
+  bool curve(int depth, int dimension) {
     size_t start = at_;
     long type = 0;
     if (depth > kDeepest || !whole(type)) return false;
-    static const long kReals[] = {0, 6, 13, 14, 13, 14};
-    bool layout = type >= 1 && type <= 5   ? reals(kReals[type])
-                  : type == 6              ? bezier(3)
-                  : type == 7              ? spline(3)
-                  : type == 8              ? reals(2) && curve(depth + 1)
-                  : type == 9              ? reals(4) && curve(depth + 1)
-                                           : false;
-    return layout && builds(start, [](std::istream &in) { return !GeomTools_CurveSet::ReadCurve(in).IsNull(); });
-  }
-  bool curve2d(int depth) {
-    size_t start = at_;
-    long type = 0;
-    if (depth > kDeepest || !whole(type)) return false;
-    static const long kReals[] = {0, 4, 7, 8, 7, 8};
-    bool layout = type >= 1 && type <= 5   ? reals(kReals[type])
-                  : type == 6              ? bezier(2)
-                  : type == 7              ? spline(2)
-                  : type == 8              ? reals(2) && curve2d(depth + 1)
-                  : type == 9              ? reals(1) && curve2d(depth + 1)
-                                           : false;
-    return layout &&
-           builds(start, [](std::istream &in) { return !GeomTools_Curve2dSet::ReadCurve2d(in).IsNull(); });
+    // Lines, circles, ellipses, parabolas and hyperbolas: their axes and sizes.
+    static const long kReals3d[] = {0, 6, 13, 14, 13, 14}, kReals2d[] = {0, 4, 7, 8, 7, 8};
+    const bool planar = dimension == 2;
+    bool layout = type >= 1 && type <= 5 ? reals((planar ? kReals2d : kReals3d)[type])
+                  : type == 6            ? bezier(dimension)
+                  : type == 7            ? spline(dimension)
+                  : type == 8            ? reals(2) && curve(depth + 1, dimension)
+                  : type == 9            ? reals(planar ? 1 : 4) && curve(depth + 1, dimension)
+                                         : false;
+    if (!layout) return false;
+    if (planar)
+      return builds(start, [](std::istream &in) { return !GeomTools_Curve2dSet::ReadCurve2d(in).IsNull(); });
+    return builds(start, [](std::istream &in) { return !GeomTools_CurveSet::ReadCurve(in).IsNull(); });
   }
   bool surface(int depth) {
     size_t start = at_;
@@ -231,7 +225,7 @@ class GeometryTables {
     if (type >= 1 && type <= 5) {
       layout = reals(kReals[type]);
     } else if (type == 6 || type == 7) {
-      layout = reals(type == 6 ? 3 : 6) && curve(depth + 1);
+      layout = reals(type == 6 ? 3 : 6) && curve(depth + 1, 3);
     } else if (type == 8) {
       bool uRational = false, vRational = false;
       long uDegree = 0, vDegree = 0;

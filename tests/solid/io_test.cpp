@@ -118,18 +118,19 @@ TEST(Filing, DamagedInnerGeometryIsRefusedWhereTheSoundOneReads) {
 
 // A damaged drawing: one number changed in a shape's text read without complaint and crashed the
 // mesher; others (an end marker changed) made the shape reader loop for ever. Every number of a
-// radius elbow's shape text is changed in turn (every fourth number, to 2, a large or a negative value); whatever reads
-// must be a valid solid that meshes and explodes.
+// radius elbow's shape text is changed in turn (every fourth number, to 2, a large or a negative value);
+// whatever reads must be a valid solid that meshes and explodes.
 TEST(Filing, DamagedShapeTextNumberChangedIsCheckedOrRefused) {
   SolidBodies elbow;
-  ASSERT_TRUE(elbow.addRadiusElbow(at(0, 0, 0), 300, 200, 0, 0, at(1000, 1000, 0), 300, 200, kEast, kNorth, true,
-                                   1.5, false, 0, true));
+  ASSERT_TRUE(elbow.addRadiusElbow(at(0, 0, 0), 300, 200, 0, 0, at(1000, 1000, 0), 300, 200, kEast, kNorth,
+                                   true, 1.5, false, 0, true));
   const std::string good = elbow.toString();
   const size_t shapeAt = good.find("CASCADE");
   int refused = 0, read = 0;
   for (size_t i = shapeAt, n = 0; i < good.size(); ++i) {
-    if (!std::isdigit(static_cast<unsigned char>(good[i])) || std::isdigit(static_cast<unsigned char>(good[i - 1])) ||
-        good[i - 1] == '.' || good[i - 1] == 'e' || good[i - 1] == '-')
+    if (!std::isdigit(static_cast<unsigned char>(good[i])) ||
+        std::isdigit(static_cast<unsigned char>(good[i - 1])) || good[i - 1] == '.' || good[i - 1] == 'e' ||
+        good[i - 1] == '-')
       continue;
     // One number in eight keeps the test short (each read shape is meshed,
     // which the sanitizers' allocator makes slow); the replacements cycle.
@@ -142,7 +143,8 @@ TEST(Filing, DamagedShapeTextNumberChangedIsCheckedOrRefused) {
       bad.replace(i, end - i, to);
       // The body's character count follows the text, as a drawing's reader recounts it.
       size_t rec = bad.find("body 0 ");
-      bad.replace(rec + 7, bad.find('\n', rec) - rec - 7, std::to_string(bad.size() - bad.find('\n', rec) - 2));
+      bad.replace(rec + 7, bad.find('\n', rec) - rec - 7,
+                  std::to_string(bad.size() - bad.find('\n', rec) - 2));
       SolidBodies s;
       if (!s.fromString(bad)) {
         ++refused;
