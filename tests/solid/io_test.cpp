@@ -1,15 +1,13 @@
-// Filing: the text form round trip (exact), STEP export and import, and damaged input.
+// Filing: the text form round trip (exact) and damaged input.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cctype>
-#include <cstdio>
-#include <filesystem>
 
 #include "solid_testing.h"
 
-// The STEP translators keep a few allocations for the life of the process (their static tables
-// and session), which the leak checker of the sanitizer build reports at exit. They are the
+// The STEP translators (step_export_test.cpp, in the same program) keep a few allocations for the
+// life of the process (their static tables and session), which the leak checker of the sanitizer build reports at exit. They are the
 // library's, not ours: tell the checker so.
 extern "C" const char *__lsan_default_suppressions() {
   return "leak:libTKXSBase.so\nleak:libTKSTEP.so\nleak:libTKSTEPBase.so\nleak:Standard_MMgrRaw::Allocate\n"
@@ -30,10 +28,6 @@ SolidBodies mixed() {
                                kEast, kNorth, false, 1.5, false, 2, true));
   EXPECT_TRUE(s.addSkin({at(3e5, 4e5, 500), at(3e5 + 100, 4e5, 500), at(3e5, 4e5 + 70, 500)}, 3));
   return s;
-}
-
-std::string tempPath(const char *name) {
-  return (std::filesystem::temp_directory_path() / (std::string("vantry_solid_") + name)).string();
 }
 
 TEST(Filing, TextRoundTripKeepsVolumesExtentsAndKinds) {
@@ -112,7 +106,9 @@ TEST(Filing, DamagedInnerGeometryIsRefusedWhereTheSoundOneReads) {
     std::string text = wrapped(c.table, c.prefix, c.type);
     SolidBodies s;
     EXPECT_EQ(s.fromString(text), c.reads) << c.table << " " << c.prefix << c.type << ": " << s.lastError();
-    if (c.reads) EXPECT_EQ(s.bodyCount(), 3);
+    if (c.reads) {
+      EXPECT_EQ(s.bodyCount(), 3);
+    }
   }
 }
 
