@@ -7,8 +7,8 @@
 #include "solid_testing.h"
 
 // The STEP translators (step_export_test.cpp, in the same program) keep a few allocations for the
-// life of the process (their static tables and session), which the leak checker of the sanitizer build reports at exit. They are the
-// library's, not ours: tell the checker so.
+// life of the process (their static tables and session), which the leak checker of the sanitizer build
+// reports at exit. They are the library's, not ours: tell the checker so.
 extern "C" const char *__lsan_default_suppressions() {
   return "leak:libTKXSBase.so\nleak:libTKSTEP.so\nleak:libTKSTEPBase.so\nleak:Standard_MMgrRaw::Allocate\n"
          "leak:Standard_MMgrRaw::Reallocate\n";
