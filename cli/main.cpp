@@ -219,7 +219,14 @@ int session(const Options &opt) {
     status = evalExpression(in, opt.expr);
   else if (opt.command == "repl")
     status = vantry::cli::repl();
-  if (status == 0 && !opt.stepFile.empty()) status = exportStep(s.current()->lisp(), opt.stepFile);
+  if (status == 0 && !opt.stepFile.empty()) {
+    if (!s.current()) {
+      std::fprintf(stderr, "vantry: --step: no drawing is open\n");
+      status = 1;
+    } else {
+      status = exportStep(s.current()->lisp(), opt.stepFile);
+    }
+  }
   if (status == 0 && !opt.png.empty()) {
     std::string error;
     if (!s.current()) {

@@ -71,6 +71,12 @@ TEST_F(Cli, AScriptAfterTheDrawingWasClosedRunsInANewOne) {
   RunResult r = vantry("--no-module run " + a + " " + b);
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.out, "(nil (Drawing2.dwg))\n");
+  // With no drawing left at the end, what is asked of the current one is a clear error.
+  for (const char *what : {"--step", "--save", "--png"}) {
+    r = vantry(std::string("--no-module ") + what + " " + (dir / "out").string() + " run " + a);
+    EXPECT_EQ(r.status, 1) << what;
+    EXPECT_NE(r.out.find(std::string(what) + ": no drawing is open"), std::string::npos) << r.out;
+  }
 }
 
 TEST_F(Cli, AnErrorEndsTheScriptWithStatusOne) {
