@@ -9,9 +9,32 @@ namespace vantry::lisp {
 namespace pool {
 
 constinit thread_local FreeObject *freeObjects[kMaxSmall / 8 + 1] = {};
-constinit thread_local size_t freeObjectCount = 0;
+
+namespace {
+// The block objects are being cut from. Blocks are never freed: what is cut
+// from them lives on as objects or on the free lists.
+constexpr size_t kBlockBytes = 256 << 10;
+constinit __attribute__((tls_model("initial-exec"))) thread_local char *blockNext = nullptr;
+constinit __attribute__((tls_model("initial-exec"))) thread_local char *blockEnd = nullptr;
+}  // namespace
 
 void *allocate(size_t size) {
+  if (kKeepObjects && size <= kMaxSmall) {
+    // Whole 8-byte units, as the free lists are kept: an object goes back
+    // to the list of its size's class and comes out for any size of it.
+    size = (size + 7) & ~size_t(7);
+    if (size_t(blockEnd - blockNext) < size) {
+      blockNext = static_cast<char *>(std::malloc(kBlockBytes));
+      if (!blockNext) {
+        blockEnd = nullptr;
+        throw std::bad_alloc();
+      }
+      blockEnd = blockNext + kBlockBytes;
+    }
+    void *p = blockNext;
+    blockNext += size;
+    return p;
+  }
   if (void *p = std::malloc(size)) return p;
   throw std::bad_alloc();
 }
