@@ -8,7 +8,7 @@ namespace vantry::lisp {
 
 namespace pool {
 
-constinit thread_local FreeObject *freeObjects[kMaxSmall / 8 + 1] = {};
+constinit __attribute__((tls_model("initial-exec"))) thread_local FreeObject *freeObjects[kMaxSmall / 8 + 1] = {};
 
 namespace {
 // The block objects are being cut from. Blocks are never freed: what is cut
@@ -51,12 +51,12 @@ void *allocate(size_t size) {
 // Values that live in static storage die after the thread's own
 // variables: once the pending list is gone, a call keeps a list of its own.
 namespace {
-constinit thread_local bool pendingGone = false;
+constinit __attribute__((tls_model("initial-exec"))) thread_local bool pendingGone = false;
 struct Pending {
   std::vector<Object *> cells;
   ~Pending() { pendingGone = true; }
 };
-thread_local Pending threadPending;
+__attribute__((tls_model("initial-exec"))) thread_local Pending threadPending;
 }  // namespace
 
 void destroyObject(Object *o) {
