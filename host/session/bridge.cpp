@@ -312,8 +312,23 @@ Value readValue(Interp &in, const resbuf *&rb) {
       // of a record or an association list: its key is shared with the
       // same key of the records before it.
       if (rb && rb->restype == RTSTR) {
-        b.add(recentStrings().getKey(rb->resval.rstring ? rb->resval.rstring : L"", place));
+        Value key = recentStrings().getKey(rb->resval.rstring ? rb->resval.rstring : L"", place);
         rb = rb->rbnext;
+        // ("key" . value) with a value of one node, as every field of a
+        // record: made as the one cell it is, without the list builder.
+        if (rb && rb->restype == RTDOTE && rb->rbnext) {
+          const resbuf *value = rb->rbnext;
+          const int vt = value->restype;
+          if (vt >= RTNONE && vt != RTLB && vt != RTLE && vt != RTDOTE && value->rbnext &&
+              value->rbnext->restype == RTLE) {
+            rb = value;
+            listPlace = 1;
+            Value v = readValue(in, rb);  // one node: rb is now the RTLE
+            rb = rb->rbnext;
+            return lisp::cons(std::move(key), std::move(v));
+          }
+        }
+        b.add(std::move(key));
         ++n;
       }
       while (rb && rb->restype != RTLE) {
