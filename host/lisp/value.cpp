@@ -67,11 +67,15 @@ void destroyObject(Object *o) {
     while (o) {
       Object *next = nullptr;
       if (o->type == Type::List) {
+        // A cell is a Cons and nothing else: freed without the virtual call.
         Cons *c = static_cast<Cons *>(o);
         if (c->car.isCons() && c->car.obj()->refs == 1) pending.push_back(c->car.detach());
         if (c->cdr.isObject() && c->cdr.obj()->refs == 1) next = c->cdr.detach();
+        c->Cons::~Cons();
+        Cons::operator delete(c, sizeof(Cons));
+      } else {
+        delete o;
       }
-      delete o;
       o = next;
     }
     if (pending.size() == mark) return;
