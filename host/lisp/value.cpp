@@ -44,9 +44,12 @@ void *allocate(size_t size) {
 // A long list freed cell by cell through the destructors would recurse once
 // per cell, and a list nested deep through its cars once per level; instead
 // a dying cell's tail, and its car when that is a list, are detached and
-// freed by this loop while no one else holds them. Calls nest (a function's
-// body dies inside its destructor), so each call works only the pending
-// cells above the mark it found.
+// freed by this loop while no one else holds them. The car goes first and
+// the tail waits: a list is freed in the order it was made, element by
+// element (a large answer's records lie one after another in memory), where
+// freeing the whole spine first and then each element jumped through all of
+// it twice. Calls nest (a function's body dies inside its destructor), so
+// each call works only the pending cells above the mark it found.
 //
 // Values that live in static storage die after the thread's own
 // variables: once the pending list is gone, a call keeps a list of its own.
@@ -69,8 +72,11 @@ void destroyObject(Object *o) {
       if (o->type == Type::List) {
         // A cell is a Cons and nothing else: freed without the virtual call.
         Cons *c = static_cast<Cons *>(o);
-        if (c->car.isCons() && c->car.obj()->refs == 1) pending.push_back(c->car.detach());
         if (c->cdr.isObject() && c->cdr.obj()->refs == 1) next = c->cdr.detach();
+        if (c->car.isCons() && c->car.obj()->refs == 1) {
+          if (next) pending.push_back(next);
+          next = c->car.detach();
+        }
         c->Cons::~Cons();
         Cons::operator delete(c, sizeof(Cons));
       } else {
