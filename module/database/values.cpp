@@ -410,6 +410,7 @@ AnswerBuffer::~AnswerBuffer() {
 
 bool readRecord(resbuf *cur, engine::Record &out) {
   out.clear();
+  out.reserve(16);  // one allocation for a record of any usual size, not one per doubling
   for (;;) {
     while (cur && (cur->restype == RTLB || cur->restype == RTLE || cur->restype == RTDOTE)) cur = cur->rbnext;
     if (!cur) break;
