@@ -210,6 +210,20 @@ class RecordChain {
 
   static bool setText(Slot &slot, const std::string &utf8) {
     resbuf *rb = slot.node;
+    size_t n = utf8.size();
+    if (rb->restype == RTSTR && slot.capacity >= n + 1) {
+      // Copied while it is checked, in the string the node has: texts are
+      // ASCII far more often than not.
+      ACHAR *w = rb->resval.rstring;
+      unsigned char high = 0;
+      for (size_t i = 0; i < n; ++i) {
+        auto ch = static_cast<unsigned char>(utf8[i]);
+        high |= ch;
+        w[i] = static_cast<ACHAR>(ch);
+      }
+      w[n] = 0;
+      if (high < 0x80) return true;
+    }
     bool ascii = true;
     for (char ch : utf8) ascii &= static_cast<unsigned char>(ch) < 0x80;
     if (!ascii) {
@@ -220,7 +234,6 @@ class RecordChain {
       slot.capacity = rb->resval.rstring ? std::wcslen(rb->resval.rstring) + 1 : 0;
       return rb->resval.rstring != nullptr;
     }
-    size_t n = utf8.size();
     if (rb->restype != RTSTR || slot.capacity < n + 1) {
       if (rb->restype == RTSTR) std::free(rb->resval.rstring);
       size_t cap = n + 1 < 32 ? 32 : n + 1;
