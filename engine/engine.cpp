@@ -109,6 +109,37 @@ bool isNormalDate(const std::string &s) {
 
 }  // namespace
 
+void replayAnswer(const ValueArray &values, AnswerSink *sink) {
+  auto isMarker = [](const Value &v) {
+    return v.type() == ValueType::kText && v.asText() == kNewRecordMarker;
+  };
+  size_t i = 0;
+  for (; i < values.size() && !isMarker(values[i]); ++i) sink->value(Value(values[i]));
+  const std::string noName;
+  while (i < values.size()) {
+    sink->beginRow();
+    size_t k = 0;
+    for (++i; i < values.size() && !isMarker(values[i]); i += 2, ++k) {
+      const Value &name = values[i];
+      bool hasValue = i + 1 < values.size() && !isMarker(values[i + 1]);
+      sink->field(k, name.type() == ValueType::kText ? name.asText() : noName,
+                  hasValue ? Value(values[i + 1]) : Value());
+      if (!hasValue) {
+        ++i;
+        break;
+      }
+    }
+    sink->endRow();
+  }
+}
+
+bool Engine::ExecuteSqlInto(const std::string &sql, AnswerSink *sink) {
+  ValueArray answer;
+  if (!ExecuteSql(sql, &answer)) return false;
+  replayAnswer(answer, sink);
+  return true;
+}
+
 bool normalizeDate(const std::string &in, std::string *out) {
   if (isNormalDate(in)) {
     if (out != &in) *out = in;

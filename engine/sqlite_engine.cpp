@@ -21,6 +21,16 @@ namespace vantry::engine::sqlite {
 
 namespace {
 
+// SQLite's memory statistics take a process-wide mutex around every
+// allocation and release it makes (a seek made some 260 of them), and the
+// engine asks for no statistics and sets no heap limit. The setting can
+// only be made before SQLite starts, so it is made when this library is
+// loaded; when something in the process started SQLite before us, it is
+// refused and nothing changes.
+[[gnu::constructor]] void noMemoryStatistics() {
+  sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+}
+
 // Files found damaged by a read, by identity and state: the next Open of the
 // same unchanged file answers "*REPAIR*" even when its first pages are sound.
 using FileStamp = std::tuple<dev_t, ino_t, off_t, int64_t>;

@@ -226,6 +226,7 @@ class SqliteEngine final : public Engine {
   bool ReplaceRecord(const Record &record, Record *stored) override;
 
   bool ExecuteSql(const std::string &sql, ValueArray *result) override;
+  bool ExecuteSqlInto(const std::string &sql, AnswerSink *sink) override;
   bool RunQuery(const std::string &name, const ValueArray &params, ValueArray *result) override;
   bool CreateQuery(const std::string &name, const std::string &sql) override;
   bool ExecuteCommand(const std::string &sql, int32_t *affected) override;
@@ -280,7 +281,9 @@ class SqliteEngine final : public Engine {
   bool firstInOrder(Cursor *c, bool last, Record *out);
   bool buildSnapshot(Cursor *c);
   bool seekKeys(const Value *keys, size_t count, Record *out);
-  bool runStatement(const std::string &sql, const std::vector<RawValue> &params, ValueArray *result,
+  // Hands the answer to `sink` (null: none is wanted); after a failure the
+  // sink may have had part of it.
+  bool runStatement(const std::string &sql, const std::vector<RawValue> &params, AnswerSink *sink,
                     int32_t *affected, bool refuseSelect, bool expanded = false);
   // Names in `sql` that SQLite cannot resolve by itself, put in place: a
   // stored query that is no view (it declares parameters, or names a query

@@ -52,7 +52,7 @@ bool convertParameter(const Value &v, const std::string &type, Value *out) {
 }  // namespace
 
 bool SqliteEngine::runStatement(const std::string &sql, const std::vector<RawValue> &params,
-                                ValueArray *result, int32_t *affected, bool refuseSelect, bool expanded) {
+                                AnswerSink *sink, int32_t *affected, bool refuseSelect, bool expanded) {
   if (!needDatabase()) return false;
   // A primary key made by SQL is made as the schema makes one, so that a
   // table keeps one key at most (3283) and its fields become required.
@@ -74,7 +74,7 @@ bool SqliteEngine::runStatement(const std::string &sql, const std::vector<RawVal
   if (!expanded && !links_.empty()) {
     std::string again = sql;
     if (!expand(&again)) return false;
-    if (again != sql) return runStatement(again, params, result, affected, refuseSelect, true);
+    if (again != sql) return runStatement(again, params, sink, affected, refuseSelect, true);
     expanded = true;
   }
   std::string text = sql.find('+') == std::string::npos ? rewriteAccessSql(sql)
@@ -88,7 +88,7 @@ bool SqliteEngine::runStatement(const std::string &sql, const std::vector<RawVal
     // none never come here.
     std::string again = sql;
     if (!expand(&again)) return false;
-    if (again != sql) return runStatement(again, params, result, affected, refuseSelect, true);
+    if (again != sql) return runStatement(again, params, sink, affected, refuseSelect, true);
     // Looking for stored queries ran statements of its own: prepare once
     // more so that the error reported is this statement's.
     rc = sqlite3_prepare_v2(db_, text.c_str(), static_cast<int>(text.size()), &raw, &tail);
@@ -118,32 +118,25 @@ bool SqliteEngine::runStatement(const std::string &sql, const std::vector<RawVal
   if (changesSchema) dropDecimalGuards();
   else if (!reads && !readOnly_) guardDecimals();
   int64_t totalBefore = sqlite3_total_changes64(db_);
-  // The marker and the names are made once and copied into each row.
-  const Value marker = Value::text(kNewRecordMarker);
-  std::vector<Value> names(columns);
+  std::vector<std::string> names(columns);
   std::vector<FieldKind> kinds(columns);
   for (int i = 0; i < columns; ++i) {
-    names[i] = Value::text(sqlite3_column_name(st.get(), i));
+    names[i] = sqlite3_column_name(st.get(), i);
     const char *decl = sqlite3_column_decltype(st.get(), i);
     kinds[i] = decl ? fieldKindOf(decl) : FieldKind::kPlain;
   }
   while ((rc = sqlite3_step(st.get())) == SQLITE_ROW) {
-    if (!result) continue;
-    result->push_back(marker);
-    for (int i = 0; i < columns; ++i) {
-      result->push_back(names[i]);
-      result->push_back(columnValue(st.get(), i, kinds[i]));
-    }
+    if (!sink) continue;
+    sink->beginRow();
+    for (int i = 0; i < columns; ++i) sink->field(size_t(i), names[i], columnValue(st.get(), i, kinds[i]));
+    sink->endRow();
   }
   if (!reads) afterWrite(nullptr);
-  if (rc != SQLITE_DONE) {
-    if (result) result->clear();
-    return failSqlite(rc, text);
-  }
+  if (rc != SQLITE_DONE) return failSqlite(rc, text);
   // sqlite3_changes() keeps the last INSERT/UPDATE/DELETE's count across other statements.
   int changes = reads || sqlite3_total_changes64(db_) == totalBefore ? 0 : sqlite3_changes(db_);
   if (affected) *affected = changes;
-  if (result && columns == 0 && !reads && changes > 0) result->push_back(Value::integer(changes));
+  if (sink && columns == 0 && !reads && changes > 0) sink->value(Value::integer(changes));
   if (asciiLower(text).find("journal_mode") != std::string::npos) noteJournalMode();
   if (changesSchema) {
     // A schema change leaves the open cursors' field lists behind: reload them.
@@ -265,7 +258,15 @@ void SqliteEngine::attachStoredQueries() {
 bool SqliteEngine::ExecuteSql(const std::string &sql, ValueArray *result) {
   clearError();
   result->clear();
-  return runStatement(sql, {}, result, nullptr, false);
+  ArrayAnswer answer(result);
+  if (runStatement(sql, {}, &answer, nullptr, false)) return true;
+  result->clear();
+  return false;
+}
+
+bool SqliteEngine::ExecuteSqlInto(const std::string &sql, AnswerSink *sink) {
+  clearError();
+  return runStatement(sql, {}, sink, nullptr, false);
 }
 
 bool SqliteEngine::ExecuteCommand(const std::string &sql, int32_t *affected) {
@@ -442,7 +443,10 @@ bool SqliteEngine::RunQuery(const std::string &name, const ValueArray &params, V
         type.find("memo") != std::string::npos)
       textNames.push_back(names[k]);
   }
-  return runStatement(rewriteAccessSql(body, names, textNames), raw, result, nullptr, false);
+  ArrayAnswer answer(result);
+  if (runStatement(rewriteAccessSql(body, names, textNames), raw, &answer, nullptr, false)) return true;
+  result->clear();
+  return false;
 }
 
 }  // namespace vantry::engine::sqlite

@@ -189,8 +189,20 @@ Value columnValue(sqlite3_stmt *st, int col, FieldKind kind) {
       double d = sqlite3_value_double(val);
       return kind == FieldKind::kYesNo ? Value::boolean(d != 0) : Value::real(d);
     }
-    case SQLITE_TEXT:
-      return fromRaw(RawValue::column(st, col), kind);
+    case SQLITE_TEXT: {
+      // As fromRaw reads a text, from the value in hand: no second look-up
+      // of the column and no intermediate copy.
+      const auto *p = reinterpret_cast<const char *>(sqlite3_value_text(val));
+      std::string s;
+      if (p) s.assign(p, static_cast<size_t>(sqlite3_value_bytes(val)));
+      if (kind == FieldKind::kYesNo) {
+        bool b = false;
+        if (parseYesNoText(s, &b)) return Value::boolean(b);
+        return Value::text(std::move(s));
+      }
+      if (kind == FieldKind::kDate && normalizeDate(s, &s)) return Value::date(std::move(s));
+      return Value::text(std::move(s));
+    }
     default:  // null, and blobs, which cross as null
       return Value::null();
   }

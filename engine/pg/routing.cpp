@@ -59,6 +59,9 @@ class RoutingEngine : public Engine {
   bool DeleteRecord() override { return active_->DeleteRecord(); }
   bool ReplaceRecord(const Record &r, Record *stored) override { return active_->ReplaceRecord(r, stored); }
   bool ExecuteSql(const std::string &sql, ValueArray *result) override { return active_->ExecuteSql(sql, result); }
+  bool ExecuteSqlInto(const std::string &sql, AnswerSink *sink) override {
+    return active_->ExecuteSqlInto(sql, sink);
+  }
   bool RunQuery(const std::string &name, const ValueArray &params, ValueArray *result) override {
     return active_->RunQuery(name, params, result);
   }

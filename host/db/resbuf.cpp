@@ -79,22 +79,30 @@ constexpr RbKind kindOf(int t) {
 }
 
 // Every node that is released or read asks its kind, so the group codes
-// (-5 to 1071) are looked up in a table the compiler makes from the ranges
-// above.
+// (-5 to 1071) and the result types (5000 on) are looked up in tables the
+// compiler makes from the ranges above.
+template <int Low, int High>
 struct KindTable {
-  static constexpr int kLow = -5, kHigh = 1071;
+  static constexpr int kLow = Low, kHigh = High;
   RbKind kinds[kHigh - kLow + 1];
   constexpr KindTable() : kinds() {
     for (int t = kLow; t <= kHigh; ++t) kinds[t - kLow] = kindOf(t);
   }
 };
-constexpr KindTable kKinds;
+constexpr KindTable<-5, 1071> kCodeKinds;
+constexpr KindTable<5000, 5063> kResultKinds;
 
 }  // namespace
 
-RbKind rbKind(int t) {
-  if (t >= KindTable::kLow && t <= KindTable::kHigh) return kKinds.kinds[t - KindTable::kLow];
+// Inline here so that releasing a chain asks no call per node.
+inline RbKind kindFast(int t) {
+  if (t >= kResultKinds.kLow && t <= kResultKinds.kHigh) return kResultKinds.kinds[t - kResultKinds.kLow];
+  if (t >= kCodeKinds.kLow && t <= kCodeKinds.kHigh) return kCodeKinds.kinds[t - kCodeKinds.kLow];
   return kindOf(t);
+}
+
+RbKind rbKind(int t) {
+  return kindFast(t);
 }
 
 }  // namespace vantry::host
@@ -132,7 +140,9 @@ resbuf *allocNode() {
   }
   resbuf *rb = freeNodes;
   freeNodes = rb->rbnext;
-  std::memset(rb, 0, sizeof *rb);
+  rb->rbnext = nullptr;
+  rb->restype = 0;
+  std::memset(&rb->resval, 0, sizeof rb->resval);
   return rb;
 }
 
@@ -156,7 +166,7 @@ struct resbuf *acutNewRb(int type) {
 int acutRelRb(struct resbuf *rb) {
   while (rb) {
     resbuf *next = rb->rbnext;
-    RbKind k = rbKind(rb->restype);
+    RbKind k = vantry::host::kindFast(rb->restype);
     if (k == RbKind::String) std::free(rb->resval.rstring);
     if (k == RbKind::Binary) std::free(rb->resval.rbinary.buf);
     freeNode(rb);

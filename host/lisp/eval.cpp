@@ -231,7 +231,7 @@ Value resolveFunctionSymbol(Interp &in, Value fn) {
 }  // namespace
 
 namespace safe {
-constinit thread_local uintptr_t stackLimit = UINTPTR_MAX;
+constinit __attribute__((tls_model("initial-exec"))) thread_local uintptr_t stackLimit = UINTPTR_MAX;
 volatile std::sig_atomic_t interrupt = 0;
 }  // namespace safe
 

@@ -53,7 +53,9 @@ struct SourcePos {
 // What a safe point (Interp::safePoint) looks at, read inline on every call:
 // the lowest stack address this thread may use, and a pending interrupt.
 namespace safe {
-extern constinit thread_local uintptr_t stackLimit;
+// initial-exec: read on every call; the host library is linked at start-up,
+// so the variable sits at a fixed offset from the thread pointer.
+extern constinit __attribute__((tls_model("initial-exec"))) thread_local uintptr_t stackLimit;
 extern volatile std::sig_atomic_t interrupt;
 }  // namespace safe
 

@@ -137,17 +137,21 @@ class Value {
 };
 
 // Conses and strings are made and dropped by the million (every record read
-// from a database becomes dozens of them): released ones are kept for reuse
-// instead of going back to the allocator, one free list per size (Cons and
-// String are both 48 or 56 bytes). The common case, a list that has one or
-// room for one, is inline; sizes above kMaxSmall and empty lists go to the
-// allocator. Under the address sanitizer nothing is kept, so that use after
-// free is still caught.
+// from a database becomes dozens of them): they are cut from blocks, and
+// released ones are kept for reuse on one free list per size (Cons and
+// String are both 48 or 56 bytes), never given back to the allocator. A
+// large answer's two million objects then cost a pointer bump each, where
+// each had been a call into the allocator and another to free it; what the
+// lists keep is the most the program ever held at once, as the host keeps
+// the memory it had (the session's mallopt). The common case, a list that
+// has one, is inline; sizes above kMaxSmall go to the allocator. Under the
+// address sanitizer every object comes from and goes back to the allocator,
+// so that use after free is still caught.
 namespace pool {
 #if VANTRY_ASAN
-constexpr size_t kKeepObjects = 0;
+constexpr bool kKeepObjects = false;
 #else
-constexpr size_t kKeepObjects = 1 << 20;
+constexpr bool kKeepObjects = true;
 #endif
 constexpr size_t kMaxSmall = 64;
 struct FreeObject {
@@ -159,8 +163,7 @@ struct FreeObject {
 // programs and libraries linked at start-up include this header.
 extern constinit
     __attribute__((tls_model("initial-exec"))) thread_local FreeObject *freeObjects[kMaxSmall / 8 + 1];
-extern constinit __attribute__((tls_model("initial-exec"))) thread_local size_t freeObjectCount;
-void *allocate(size_t size);  // from the allocator; throws std::bad_alloc
+void *allocate(size_t size);  // cut from a block (small) or from the allocator; throws std::bad_alloc
 }  // namespace pool
 
 inline void *takeSmallObject(size_t size) {
@@ -168,7 +171,6 @@ inline void *takeSmallObject(size_t size) {
     pool::FreeObject *&head = pool::freeObjects[(size + 7) / 8];
     if (pool::FreeObject *p = head) {
       head = p->next;
-      --pool::freeObjectCount;
       return p;
     }
   }
@@ -176,12 +178,11 @@ inline void *takeSmallObject(size_t size) {
 }
 
 inline void giveSmallObject(void *p, size_t size) {
-  if (size <= pool::kMaxSmall && pool::freeObjectCount < pool::kKeepObjects) {
+  if (pool::kKeepObjects && size <= pool::kMaxSmall) {
     auto *o = static_cast<pool::FreeObject *>(p);
     pool::FreeObject *&head = pool::freeObjects[(size + 7) / 8];
     o->next = head;
     head = o;
-    ++pool::freeObjectCount;
     return;
   }
   std::free(p);

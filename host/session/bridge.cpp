@@ -269,6 +269,42 @@ RecentStrings &recentStrings() {
 // finds its key in the same slot.
 size_t listPlace = 0;
 
+// A ("key" . value) element with a one-node value, as every field of a
+// record, read in one step: false, moving nothing, for anything else.
+// Kept out of readValue, which stays small for the calls it makes of itself.
+__attribute__((noinline)) bool readFieldPair(Interp &in, const resbuf *&rb, size_t place, ListBuilder &b) {
+  const resbuf *key = rb->rbnext;
+  if (!key || key->restype != RTSTR || !key->rbnext || key->rbnext->restype != RTDOTE) return false;
+  const resbuf *v = key->rbnext->rbnext;
+  if (!v || !v->rbnext || v->rbnext->restype != RTLE) return false;
+  Value value;
+  switch (v->restype) {
+    case RTSTR:
+      value = lisp::makeString(v->resval.rstring ? v->resval.rstring : L"");
+      break;
+    case RTSHORT:
+      value = Value::integer(v->resval.rint);
+      break;
+    case RTLONG:
+      value = Value::integer(v->resval.rlong);
+      break;
+    case RTREAL:
+      value = Value::real(v->resval.rreal);
+      break;
+    case RTT:
+      value = in.makeT();
+      break;
+    case RTNIL:
+      break;
+    default:
+      return false;
+  }
+  b.add(lisp::cons(recentStrings().getKey(key->resval.rstring ? key->resval.rstring : L"", place), std::move(value)));
+  listPlace = 1;  // as the pair's own reading leaves it
+  rb = v->rbnext->rbnext;
+  return true;
+}
+
 // Reads one value starting at *rb and moves *rb past it.
 Value readValue(Interp &in, const resbuf *&rb) {
   const resbuf *node = rb;
@@ -312,8 +348,23 @@ Value readValue(Interp &in, const resbuf *&rb) {
       // of a record or an association list: its key is shared with the
       // same key of the records before it.
       if (rb && rb->restype == RTSTR) {
-        b.add(recentStrings().getKey(rb->resval.rstring ? rb->resval.rstring : L"", place));
+        Value key = recentStrings().getKey(rb->resval.rstring ? rb->resval.rstring : L"", place);
         rb = rb->rbnext;
+        // ("key" . value) with a value of one node, as every field of a
+        // record: made as the one cell it is, without the list builder.
+        if (rb && rb->restype == RTDOTE && rb->rbnext) {
+          const resbuf *value = rb->rbnext;
+          const int vt = value->restype;
+          if (vt >= RTNONE && vt != RTLB && vt != RTLE && vt != RTDOTE && value->rbnext &&
+              value->rbnext->restype == RTLE) {
+            rb = value;
+            listPlace = 1;
+            Value v = readValue(in, rb);  // one node: rb is now the RTLE
+            rb = rb->rbnext;
+            return lisp::cons(std::move(key), std::move(v));
+          }
+        }
+        b.add(std::move(key));
         ++n;
       }
       while (rb && rb->restype != RTLE) {
@@ -324,6 +375,7 @@ Value readValue(Interp &in, const resbuf *&rb) {
           continue;
         }
         listPlace = n++;
+        if (rb->restype == RTLB && readFieldPair(in, rb, n - 1, b)) continue;
         b.add(readValue(in, rb));
       }
       if (rb) rb = rb->rbnext;  // the RTLE

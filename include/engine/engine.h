@@ -169,6 +169,41 @@ using Record = std::vector<Field>;
 // A statement's answer: plain values, then per row kNewRecordMarker and name, value pairs.
 using ValueArray = std::vector<Value>;
 
+// A statement's answer handed over as it is read, for a caller that makes its
+// own form of it (the module's result lists) without a ValueArray in between.
+// The calls come in the array's order: the plain values, then each row
+// between beginRow and endRow, its fields in column order.
+class AnswerSink {
+ public:
+  virtual ~AnswerSink() = default;
+  virtual void value(Value &&v) = 0;
+  virtual void beginRow() = 0;
+  // The field at `place` in the row; rows of one answer have the same names
+  // at the same places.
+  virtual void field(size_t place, const std::string &name, Value &&v) = 0;
+  virtual void endRow() = 0;
+};
+
+// Hands an answer read into an array to a sink: a name the array ends
+// without its value gives an empty value, a name that is not a text "".
+void replayAnswer(const ValueArray &answer, AnswerSink *sink);
+
+// The sink that makes the array: what ExecuteSql answers.
+class ArrayAnswer final : public AnswerSink {
+ public:
+  explicit ArrayAnswer(ValueArray *out) : out_(out) {}
+  void value(Value &&v) override { out_->push_back(std::move(v)); }
+  void beginRow() override { out_->push_back(Value::text(kNewRecordMarker)); }
+  void field(size_t, const std::string &name, Value &&v) override {
+    out_->push_back(Value::text(name));
+    out_->push_back(std::move(v));
+  }
+  void endRow() override {}
+
+ private:
+  ValueArray *out_;
+};
+
 struct LastError {
   long number = errc::kNone;
   std::string description;
@@ -248,6 +283,10 @@ class Engine {
   // statement that changes rows answers the number of rows changed as one
   // plain value; other statements answer nothing.
   virtual bool ExecuteSql(const std::string &sql, ValueArray *result) = 0;
+  // ExecuteSql with the answer handed to `sink` as it is read. When it fails
+  // the sink may have had part of an answer, which the caller drops. By
+  // default through ExecuteSql and its array.
+  virtual bool ExecuteSqlInto(const std::string &sql, AnswerSink *sink);
   // Runs a stored query or a view by name. `params` bind in order to the
   // query's parameters; list markers among them are skipped.
   virtual bool RunQuery(const std::string &name, const ValueArray &params, ValueArray *result) = 0;

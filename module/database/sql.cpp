@@ -11,6 +11,8 @@
 //                                values in order to its parameters; a value
 //                                that cannot be converted gives nil with the
 //                                wrong-type status.
+#include <memory>
+
 #include "database/context.h"
 #include "database/values.h"
 #include "frame/implementations.h"
@@ -51,9 +53,9 @@ int runStatement(const std::wstring &sql, int mode) {
   EngineConnection c = database::currentConnection();
   if (!c) return 0;
   std::string text = text::toUtf8(sql);
-  database::AnswerBuffer answer;
-  engine::ValueArray &result = answer.values();
-  bool ok = c->ExecuteSql(text, &result);
+  // The rows go straight into the result list as they are read.
+  auto answer = std::make_unique<database::ChainAnswer>();
+  bool ok = c->ExecuteSqlInto(text, answer.get());
   if (!ok && c->GetLastError().number == engine::errc::kCancelled) {
     // Stopped by the person's Esc, its changes rolled back: not a lost
     // connection, so no reopen and no second run.
@@ -81,10 +83,10 @@ int runStatement(const std::wstring &sql, int mode) {
       }
       return 3;
     }
-    result.clear();
-    if (!c->ExecuteSql(text, &result)) return connectionFailure(c, mode, L"\nQuery 2: ", sql);
+    answer = std::make_unique<database::ChainAnswer>();
+    if (!c->ExecuteSqlInto(text, answer.get())) return connectionFailure(c, mode, L"\nQuery 2: ", sql);
   }
-  database::returnValueArray(result);
+  answer->returnToHost();
   return 0;
 }
 

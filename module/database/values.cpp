@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cwchar>
+#include <string_view>
 #include <vector>
 
 #include "common/text.h"
@@ -122,10 +123,6 @@ void addValue(ResultChain &c, const engine::Value &v) {
   c.add(RTNIL);
 }
 
-bool isRecordMarker(const engine::Value &v) {
-  static const std::string marker = engine::kNewRecordMarker;
-  return v.type() == engine::ValueType::kText && v.asText() == marker;
-}
 
 // The chain of the last record returned, kept for the next one. Walks and
 // seeks return records of the same fields by the hundred thousand, and the
@@ -213,6 +210,20 @@ class RecordChain {
 
   static bool setText(Slot &slot, const std::string &utf8) {
     resbuf *rb = slot.node;
+    size_t n = utf8.size();
+    if (rb->restype == RTSTR && slot.capacity >= n + 1) {
+      // Copied while it is checked, in the string the node has: texts are
+      // ASCII far more often than not.
+      ACHAR *w = rb->resval.rstring;
+      unsigned char high = 0;
+      for (size_t i = 0; i < n; ++i) {
+        auto ch = static_cast<unsigned char>(utf8[i]);
+        high |= ch;
+        w[i] = static_cast<ACHAR>(ch);
+      }
+      w[n] = 0;
+      if (high < 0x80) return true;
+    }
     bool ascii = true;
     for (char ch : utf8) ascii &= static_cast<unsigned char>(ch) < 0x80;
     if (!ascii) {
@@ -223,7 +234,6 @@ class RecordChain {
       slot.capacity = rb->resval.rstring ? std::wcslen(rb->resval.rstring) + 1 : 0;
       return rb->resval.rstring != nullptr;
     }
-    size_t n = utf8.size();
     if (rb->restype != RTSTR || slot.capacity < n + 1) {
       if (rb->restype == RTSTR) std::free(rb->resval.rstring);
       size_t cap = n + 1 < 32 ? 32 : n + 1;
@@ -260,106 +270,134 @@ void returnRecord(const engine::Record &record) {
     acedRetNil();
 }
 
-namespace {
+// A statement's answer made into its result list as it is read. The field
+// names, which every row repeats, are one wide copy per name, made once per
+// answer (the host copies what it reads), that each row's name nodes borrow;
+// they are detached again before the chain is released. An answer of
+// 100,000 rows of 8 fields made and freed 800,000 copies of the same 8
+// names. The answer's text values are written one after another into large
+// blocks and borrowed the same way, where each had been a string of its own
+// to allocate and, after the host's copy, to free.
+ChainAnswer::ChainAnswer() {
+  chain_.add(RTLB);
+}
 
-// The field names of a statement's answer, which every row repeats: each
-// row's name nodes point at one wide copy per name, made once per answer
-// (the host copies what it reads), and are detached again before the chain
-// is released. An answer of 100,000 rows of 8 fields made and freed 800,000
-// copies of the same 8 names.
-class SharedNames {
- public:
-  explicit SharedNames(ResultChain &chain) : chain_(chain) {}
-  ~SharedNames() {
-    detach();
-    for (ACHAR *w : owned_) std::free(w);
+ChainAnswer::~ChainAnswer() {
+  detach();
+  for (ACHAR *w : owned_) std::free(w);
+}
+
+void ChainAnswer::value(engine::Value &&v) {
+  addValue(chain_, v);
+}
+
+void ChainAnswer::beginRow() {
+  chain_.add(RTLB);
+}
+
+void ChainAnswer::endRow() {
+  chain_.add(RTLE);
+}
+
+// ("name" . value) for the field at `place` in a row.
+void ChainAnswer::field(size_t place, const std::string &name, engine::Value &&value) {
+  chain_.add(RTLB);
+  if (resbuf *rb = chain_.add(RTSTR)) {
+    if (const ACHAR *w = wideName(place, name)) {
+      rb->resval.rstring = const_cast<ACHAR *>(w);
+      borrowed_.push_back(rb);
+    } else {
+      chain_.spoil();
+    }
   }
-  SharedNames(const SharedNames &) = delete;
-  SharedNames &operator=(const SharedNames &) = delete;
-
-  // ("name" . value) for the k-th field of a row.
-  void addField(size_t k, const std::string &name, const engine::Value &value) {
-    chain_.add(RTLB);
+  chain_.add(RTDOTE);
+  if (value.type() == engine::ValueType::kText || value.type() == engine::ValueType::kDate) {
     if (resbuf *rb = chain_.add(RTSTR)) {
-      if (const ACHAR *w = wideName(k, name)) {
-        rb->resval.rstring = const_cast<ACHAR *>(w);
+      if (ACHAR *w = blockText(value.asText())) {
+        rb->resval.rstring = w;
         borrowed_.push_back(rb);
       } else {
         chain_.spoil();
       }
     }
-    chain_.add(RTDOTE);
+  } else {
     addValue(chain_, value);
-    chain_.add(RTLE);
   }
+  chain_.add(RTLE);
+}
 
-  // Gives the chain's name nodes their strings back to us, so that releasing
-  // the chain frees none of them.
-  void detach() {
-    for (resbuf *rb : borrowed_) rb->resval.rstring = nullptr;
-    borrowed_.clear();
+void ChainAnswer::returnToHost() {
+  chain_.add(RTLE);
+  // A list of nothing but its ends: an answer of no values is nil.
+  if (!chain_.ok() || chain_.head()->rbnext->restype == RTLE) {
+    acedRetNil();
+    return;
   }
+  acedRetList(chain_.head());
+  detach();
+}
 
- private:
-  const ACHAR *wideName(size_t k, const std::string &name) {
-    if (k < names_.size() && names_[k] == name) return wide_[k];
-    ACHAR *w = newWideString(name);
-    if (!w) return nullptr;
-    owned_.push_back(w);
-    if (k >= names_.size()) {
-      names_.resize(k + 1);
-      wide_.resize(k + 1);
-    }
-    names_[k] = name;
-    wide_[k] = w;
+// Gives the chain's borrowed strings back to us, so that releasing the
+// chain frees none of them.
+void ChainAnswer::detach() {
+  for (resbuf *rb : borrowed_) rb->resval.rstring = nullptr;
+  borrowed_.clear();
+}
+
+const ACHAR *ChainAnswer::wideName(size_t k, const std::string &name) {
+  if (k < names_.size() && names_[k] == name) return wide_[k];
+  ACHAR *w = newWideString(name);
+  if (!w) return nullptr;
+  owned_.push_back(w);
+  if (k >= names_.size()) {
+    names_.resize(k + 1);
+    wide_.resize(k + 1);
+  }
+  names_[k] = name;
+  wide_[k] = w;
+  return w;
+}
+
+// A wide copy of the text in the current block (a new one when it is full).
+ACHAR *ChainAnswer::blockText(const std::string &utf8) {
+  size_t n = utf8.size();
+  unsigned char high = 0;
+  for (char ch : utf8) high |= static_cast<unsigned char>(ch);
+  if (high >= 0x80) {
+    std::wstring wide = text::fromUtf8(utf8);
+    ACHAR *w = blockRoom(wide.size() + 1);
+    if (w) std::wmemcpy(w, wide.c_str(), wide.size() + 1);
     return w;
   }
+  ACHAR *w = blockRoom(n + 1);
+  if (!w) return nullptr;
+  for (size_t i = 0; i < n; ++i) w[i] = static_cast<ACHAR>(static_cast<unsigned char>(utf8[i]));
+  w[n] = 0;
+  return w;
+}
 
-  ResultChain &chain_;
-  std::vector<std::string> names_;  // by place in the row
-  std::vector<const ACHAR *> wide_;
-  std::vector<ACHAR *> owned_;
-  std::vector<resbuf *> borrowed_;
-};
-
-}  // namespace
+ACHAR *ChainAnswer::blockRoom(size_t n) {
+  if (n > kBlockChars / 4) {  // a long text keeps an allocation of its own
+    auto *w = static_cast<ACHAR *>(std::malloc(n * sizeof(ACHAR)));
+    if (w) owned_.push_back(w);
+    return w;
+  }
+  if (size_t(blockEnd_ - blockNext_) < n) {
+    auto *b = static_cast<ACHAR *>(std::malloc(kBlockChars * sizeof(ACHAR)));
+    if (!b) return nullptr;
+    owned_.push_back(b);
+    blockNext_ = b;
+    blockEnd_ = b + kBlockChars;
+  }
+  ACHAR *w = blockNext_;
+  blockNext_ += n;
+  return w;
+}
 
 void returnValueArray(const engine::ValueArray &values) {
-  if (values.empty()) {
-    acedRetNil();
-    return;
-  }
-  // Plain values first; then each "*NewRecord*" begins a record of name,
-  // value pairs (a name without its value reads as null).
-  ResultChain c;
-  SharedNames names(c);  // declared after the chain: detaches before it is released
-  c.add(RTLB);
-  size_t i = 0;
-  for (; i < values.size() && !isRecordMarker(values[i]); ++i) addValue(c, values[i]);
-  const engine::Value missing;
-  const std::string noName;
-  while (i < values.size()) {
-    c.add(RTLB);
-    size_t k = 0;
-    for (++i; i < values.size() && !isRecordMarker(values[i]); i += 2, ++k) {
-      const engine::Value &name = values[i];
-      bool hasValue = i + 1 < values.size() && !isRecordMarker(values[i + 1]);
-      names.addField(k, name.type() == engine::ValueType::kText ? name.asText() : noName,
-                     hasValue ? values[i + 1] : missing);
-      if (!hasValue) {
-        ++i;
-        break;
-      }
-    }
-    c.add(RTLE);
-  }
-  c.add(RTLE);
-  if (!c.ok()) {
-    acedRetNil();
-    return;
-  }
-  acedRetList(c.head());
-  names.detach();
+  ChainAnswer answer;
+  engine::replayAnswer(values, &answer);
+  answer.returnToHost();
 }
 
 namespace {
@@ -385,6 +423,7 @@ AnswerBuffer::~AnswerBuffer() {
 
 bool readRecord(resbuf *cur, engine::Record &out) {
   out.clear();
+  out.reserve(16);  // one allocation for a record of any usual size, not one per doubling
   for (;;) {
     while (cur && (cur->restype == RTLB || cur->restype == RTLE || cur->restype == RTDOTE)) cur = cur->rbnext;
     if (!cur) break;

@@ -13,8 +13,10 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "engine/engine.h"
+#include "frame/value_list.h"
 #include "host/arx.h"
 
 namespace vantry::database {
@@ -25,6 +27,38 @@ bool toEngineValue(const resbuf *rb, engine::Value &out);
 void returnRecord(const engine::Record &record);
 // A statement's answer as a LISP list, returned to the host (nil when empty).
 void returnValueArray(const engine::ValueArray &values);
+
+// A statement's answer made into its LISP list as the engine reads it
+// (Engine::ExecuteSqlInto), then returned to the host with returnToHost
+// (nil when empty, or when memory ran out).
+class ChainAnswer final : public engine::AnswerSink {
+ public:
+  ChainAnswer();
+  ~ChainAnswer() override;
+  ChainAnswer(const ChainAnswer &) = delete;
+  ChainAnswer &operator=(const ChainAnswer &) = delete;
+
+  void value(engine::Value &&v) override;
+  void beginRow() override;
+  void field(size_t place, const std::string &name, engine::Value &&v) override;
+  void endRow() override;
+  void returnToHost();
+
+ private:
+  void detach();
+  const ACHAR *wideName(size_t place, const std::string &name);
+  ACHAR *blockText(const std::string &utf8);
+  ACHAR *blockRoom(size_t n);
+
+  static constexpr size_t kBlockChars = 32 << 10;
+  frame::ResultChain chain_;        // first: released after the strings are detached
+  std::vector<std::string> names_;  // by place in the row
+  std::vector<const ACHAR *> wide_;
+  std::vector<ACHAR *> owned_;
+  std::vector<resbuf *> borrowed_;
+  ACHAR *blockNext_ = nullptr;
+  ACHAR *blockEnd_ = nullptr;
+};
 
 // The array a statement's answer is read into. One array serves every
 // answer and keeps its room between them: an answer of 100,000 rows is

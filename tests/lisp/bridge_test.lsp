@@ -14,6 +14,13 @@
 (assert-equal "echo entity data" '((0 . "LINE") (8 . "0") (10 1.0 2.0 0.0))
               (tm-echo '((0 . "LINE") (8 . "0") (10 1.0 2.0 0.0))))
 (assert-equal "echo one list" '(1 2 3 4) (tm-echo '(1 2 3 4)))
+;; Pairs keyed by a string, of every value a record's field can hold and of the shapes
+;; that only look like them: a key alone, a list after the key, a dotted tail after two.
+(setq pairs (list '("a" . 1) '("b" . 100000) '("c" . 2.5) '("d" . "text") (cons "e" T) '("f")
+                  '("g" 1 2) '("h" 1 . 2) '("i" . (1.0 2.0 3.0)) '("j" ("k" . 1)) (cons "l" (entlast))
+                  '(("m" . 1) . 2)))
+(assert-equal "echo pairs of every kind" pairs (tm-echo pairs))
+(assert-equal "echo the same pairs again" pairs (tm-echo pairs))
 (assert-equal "echo big integer" '(100000 -32769 32767) (tm-echo 100000 -32769 32767))
 
 ;; The type codes of the nodes as the function sees them.

@@ -138,6 +138,22 @@
 (assert-equal "another table: its names" '("ID" "X" "Y" "Z" "Tag") (mapcar 'car (vt_top)))
 (vt_table "Mixed" "")
 (assert-equal "first table again" '(("ID" . 1) ("V" . "short")) (vt_top))
+;; A statement's answer gives the same values as the walk, texts of every length and kind
+;; among them: enough rows for the answer's texts to fill several of the blocks they are
+;; written into, and one text longer than such a block's share.
+(assert-equal "sql: every value as stored" mixed (mapcar '(lambda (r) (cdr (assoc "V" r))) (vt_sql "SELECT V FROM Mixed ORDER BY ID")))
+(vt_command "WITH RECURSIVE n(i) AS (SELECT 10 UNION ALL SELECT i + 1 FROM n WHERE i < 3009) INSERT INTO Mixed (ID, V) SELECT i, printf('row %d of the texts that fill one block after another', i) FROM n")
+(vt_command (strcat "UPDATE Mixed SET V = V || replace(printf('%.20000c', '*'), '*', '" (chr 233) "') WHERE ID = 1500"))
+(setq answer (vt_sql "SELECT ID, V FROM Mixed WHERE ID >= 10 ORDER BY ID"))
+(setq seen nil)
+(vt_table "Mixed" "")
+(vt_top)
+(repeat 8 (vt_skip))
+(while (setq r (vt_skip)) (setq seen (cons r seen)))
+(assert-equal "sql: many texts as the walk gives them" (reverse seen) answer)
+(setq long (cdr (assoc "V" (nth 1490 answer))))
+(assert-equal "sql: the long text whole" (+ 20000 (strlen "row 1500 of the texts that fill one block after another")) (strlen long))
+(assert-equal "sql: the long text's last characters" (strcat (chr 233) (chr 233)) (substr long (1- (strlen long))))
 
 (vt_close_db)
 (test-done)

@@ -490,6 +490,38 @@ TEST_F(EngineSqlTest, ActionStatementsAnswerTheRecordsAffected) {
   EXPECT_EQ(rawScalar(db, "SELECT group_concat(flow) FROM d"), "1.5,9.0,9.0");
 }
 
+// The module reads a statement's answer straight into its result list through
+// ExecuteSqlInto: what a sink is handed must be what ExecuteSql answers.
+TEST_F(EngineSqlTest, AnAnswerHandedToASinkIsTheArrayExecuteSqlGives) {
+  for (const char *sql : {"SELECT * FROM d ORDER BY id", "SELECT tag, made, lined FROM d WHERE flow IS NULL",
+                          "SELECT * FROM wide", "SELECT tag FROM d WHERE id = 99",
+                          "UPDATE d SET note = 'x' WHERE width > 1000", "SELECT colour FROM d"}) {
+    ValueArray whole, handed;
+    bool wholeOk = e->ExecuteSql(sql, &whole);
+    ArrayAnswer sink(&handed);
+    EXPECT_EQ(e->ExecuteSqlInto(sql, &sink), wholeOk) << sql;
+    if (wholeOk) EXPECT_EQ(show(handed), show(whole)) << sql;
+  }
+  ValueArray handed;
+  ArrayAnswer sink(&handed);
+  ASSERT_TRUE(e->ExecuteSqlInto("INSERT INTO d(tag) VALUES ('N-2')", &sink));
+  EXPECT_EQ(show(handed), "1");
+  EXPECT_EQ(rawScalar(db, "SELECT count(*) FROM d"), "5");
+
+  // An array replayed: plain values first, then each row; a name the array
+  // ends without its value gets an empty one, a name that is no text "".
+  ValueArray answer = {Value::integer(7),        Value::text(kNewRecordMarker), Value::text("a"),
+                       Value::integer(1),        Value::integer(5),             Value::real(2.5),
+                       Value::text(kNewRecordMarker), Value::text("a")};
+  ValueArray replayed;
+  ArrayAnswer again(&replayed);
+  replayAnswer(answer, &again);
+  ValueArray expected = {Value::integer(7), Value::text(kNewRecordMarker), Value::text("a"), Value::integer(1),
+                         Value::text(""),   Value::real(2.5),              Value::text(kNewRecordMarker),
+                         Value::text("a"),  Value()};
+  EXPECT_EQ(show(replayed), show(expected));
+}
+
 TEST_F(EngineSqlTest, StoredQueriesBindTheirParametersInOrder) {
   ASSERT_TRUE(e->CreateQuery("since",
                              "PARAMETERS [min width] Long, since DateTime;\n"
