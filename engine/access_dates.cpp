@@ -54,7 +54,7 @@ std::tm normalized(std::tm tm) {
 
 void resultDate(sqlite3_context *ctx, std::tm tm) {
   tm = normalized(tm);
-  char buf[32];
+  char buf[80];  // room for any int in every field, so the text is never cut
   std::snprintf(buf, sizeof buf, "%04d-%02d-%02d %02d:%02d:%02d", tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday,
                 tm.tm_hour, tm.tm_min, tm.tm_sec);
   resultText(ctx, buf);

@@ -114,7 +114,7 @@ TEST(Filing, DamagedInnerGeometryIsRefusedWhereTheSoundOneReads) {
 
 // A damaged drawing: one number changed in a shape's text read without complaint and crashed the
 // mesher; others (an end marker changed) made the shape reader loop for ever. Every number of a
-// radius elbow's shape text is changed in turn (every fourth number, to 2, a large or a negative value);
+// radius elbow's shape text is changed in turn (every eighth number, to 2, a large or a negative value);
 // whatever reads must be a valid solid that meshes and explodes.
 TEST(Filing, DamagedShapeTextNumberChangedIsCheckedOrRefused) {
   SolidBodies elbow;

@@ -500,7 +500,9 @@ TEST_F(EngineSqlTest, AnAnswerHandedToASinkIsTheArrayExecuteSqlGives) {
     bool wholeOk = e->ExecuteSql(sql, &whole);
     ArrayAnswer sink(&handed);
     EXPECT_EQ(e->ExecuteSqlInto(sql, &sink), wholeOk) << sql;
-    if (wholeOk) EXPECT_EQ(show(handed), show(whole)) << sql;
+    if (wholeOk) {
+      EXPECT_EQ(show(handed), show(whole)) << sql;
+    }
   }
   ValueArray handed;
   ArrayAnswer sink(&handed);
