@@ -120,7 +120,7 @@ void SqliteEngine::takeRow(Cursor *c, sqlite3_stmt *st, Record *out) {
   out->clear();
   out->reserve(cols.size());
   int n = std::min(static_cast<int>(cols.size()), sqlite3_column_count(st) - 1);
-  for (int i = 0; i < n; ++i) out->emplace_back(cols[i].name, columnValue(st, i + 1, cols[i].kind));  // in place
+  for (int i = 0; i < n; ++i) out->push_back(Field{cols[i].name, columnValue(st, i + 1, cols[i].kind)});
 }
 
 bool SqliteEngine::readRow(Cursor *c, int64_t rowid, Record *out) {

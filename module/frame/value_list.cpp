@@ -49,8 +49,9 @@ bool readInteger(resbuf *&cur, int &out) {
       break;
     case RTREAL: {
       double t = std::trunc(cur->resval.rreal);
-      // A real beyond the 32-bit range saturates rather than overflowing.
-      out = t >= 2147483647.0 ? 2147483647 : t <= -2147483648.0 ? int(-2147483647 - 1) : int(t);
+      // A real beyond the 32-bit range saturates rather than overflowing; NaN, which has no whole
+      // part, reads as 0.
+      out = std::isnan(t) ? 0 : t >= 2147483647.0 ? 2147483647 : t <= -2147483648.0 ? int(-2147483647 - 1) : int(t);
       break;
     }
     default:

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <stdexcept>
 
 #include "database/context.h"
@@ -47,6 +48,19 @@ TEST(ValueList, ReadersConvertAndAdvanceOnlyOnSuccess) {
   EXPECT_FALSE(readBoolean(c.cur, flag));
   skipArgument(c.cur);
   EXPECT_EQ(c.cur, nullptr);
+}
+
+// Reals no int holds: beyond the range saturate, NaN reads as 0 (module_fuzz found NaN converted
+// unchecked, undefined behaviour, through ol_ol-createJigTimer).
+TEST(ValueList, IntegerFromARealNoIntHolds) {
+  Chain c(acutBuildList(RTREAL, 1e300, RTREAL, -1e300, RTREAL, std::nan(""), RTREAL, -HUGE_VAL, 0));
+  int big = 0, small = 0, nan = 1, minusInfinity = 0;
+  ASSERT_TRUE(readInteger(c.cur, big) && readInteger(c.cur, small) && readInteger(c.cur, nan) &&
+              readInteger(c.cur, minusInfinity));
+  EXPECT_EQ(big, 2147483647);
+  EXPECT_EQ(small, -2147483647 - 1);
+  EXPECT_EQ(nan, 0);
+  EXPECT_EQ(minusInfinity, -2147483647 - 1);
 }
 
 TEST(ValueList, GroupCodeReadsAsItsCodeWithoutAdvancing) {
