@@ -58,20 +58,26 @@ bool toEngineValue(const resbuf *rb, engine::Value &out) {
 
 namespace {
 
-// ASCII is copied as it stands; anything else goes through the module's
-// UTF-8 reading, so the result is the same either way.
-ACHAR *newWideString(const std::string &s) {
-  size_t n = s.size();
-  auto *w = static_cast<ACHAR *>(std::malloc((n + 1) * sizeof(ACHAR)));
-  if (!w) return nullptr;
-  unsigned char high = 0;  // copied while it is checked: texts are ASCII far more often than not
-  for (size_t i = 0; i < n; ++i) {
+// Copies s into w (room for its bytes and the terminator) byte for byte, and answers whether it
+// was all ASCII, so that the copy is the text: one pass, since texts are ASCII far more often than
+// not.
+bool copiedAscii(const std::string &s, ACHAR *w) {
+  unsigned char high = 0;
+  for (size_t i = 0; i < s.size(); ++i) {
     auto ch = static_cast<unsigned char>(s[i]);
     high |= ch;
     w[i] = static_cast<ACHAR>(ch);
   }
-  w[n] = 0;
-  if (high < 0x80) return w;
+  w[s.size()] = 0;
+  return high < 0x80;
+}
+
+// ASCII is copied as it stands; anything else goes through the module's
+// UTF-8 reading, so the result is the same either way.
+ACHAR *newWideString(const std::string &s) {
+  auto *w = static_cast<ACHAR *>(std::malloc((s.size() + 1) * sizeof(ACHAR)));
+  if (!w) return nullptr;
+  if (copiedAscii(s, w)) return w;
   std::free(w);
   std::wstring wide = text::fromUtf8(s);
   w = static_cast<ACHAR *>(std::malloc((wide.size() + 1) * sizeof(ACHAR)));
@@ -211,19 +217,8 @@ class RecordChain {
   static bool setText(Slot &slot, const std::string &utf8) {
     resbuf *rb = slot.node;
     size_t n = utf8.size();
-    if (rb->restype == RTSTR && slot.capacity >= n + 1) {
-      // Copied while it is checked, in the string the node has: texts are
-      // ASCII far more often than not.
-      ACHAR *w = rb->resval.rstring;
-      unsigned char high = 0;
-      for (size_t i = 0; i < n; ++i) {
-        auto ch = static_cast<unsigned char>(utf8[i]);
-        high |= ch;
-        w[i] = static_cast<ACHAR>(ch);
-      }
-      w[n] = 0;
-      if (high < 0x80) return true;
-    }
+    // Copied while it is checked, in the string the node has.
+    if (rb->restype == RTSTR && slot.capacity >= n + 1 && copiedAscii(utf8, rb->resval.rstring)) return true;
     bool ascii = true;
     for (char ch : utf8) ascii &= static_cast<unsigned char>(ch) < 0x80;
     if (!ascii) {
