@@ -15,14 +15,11 @@
 #include <algorithm>
 #include <map>
 
+#include "schema_rules.h"
 #include "sqlite_schema.h"
 
 namespace vantry::engine::sqlite {
 namespace {
-
-bool sameName(const std::string &a, const std::string &b) {
-  return asciiLower(a) == asciiLower(b);
-}
 
 std::string text(sqlite3_stmt *st, int col) {
   const unsigned char *t = sqlite3_column_text(st, col);
@@ -131,10 +128,7 @@ bool SqliteSchema::ListIndexes(const std::string &table, std::vector<IndexSpec> 
     if (ix.primary) ix.name = "PrimaryKey";
     indexes.push_back(std::move(ix));
   }
-  std::stable_sort(indexes.begin(), indexes.end(), [](const IndexSpec &a, const IndexSpec &b) {
-    if (a.primary != b.primary) return a.primary;
-    return asciiLower(a.name) < asciiLower(b.name);
-  });
+  orderIndexes(&indexes);
   *out = std::move(indexes);
   return true;
 }
@@ -262,21 +256,7 @@ bool SqliteSchema::ListRelations(std::vector<RelationSpec> *out) {
     if (!parseCreateTable(sql, &ddl)) continue;
     if (!relationsOf(name, ddl, &relations)) return false;
   }
-  // Unnamed relations are called after their tables; a second one of the
-  // same pair gets a number, as Access numbers them.
-  std::map<std::string, int> used;
-  for (RelationSpec &r : relations)
-    if (!r.name.empty()) used[asciiLower(r.name)]++;
-  for (RelationSpec &r : relations) {
-    if (!r.name.empty()) continue;
-    std::string base = r.table + r.foreignTable, name = base;
-    for (int n = 1; used.count(asciiLower(name)); ++n) name = base + std::to_string(n);
-    used[asciiLower(name)]++;
-    r.name = name;
-  }
-  std::stable_sort(relations.begin(), relations.end(), [](const RelationSpec &a, const RelationSpec &b) {
-    return asciiLower(a.name) < asciiLower(b.name);
-  });
+  nameAndOrderRelations(&relations);
   e_.clearError();
   *out = std::move(relations);
   return true;

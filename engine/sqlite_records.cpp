@@ -9,30 +9,20 @@
 #include <algorithm>
 #include <cmath>
 
+#include "schema_rules.h"
 #include "sqlite_internal.h"
 
 namespace vantry::engine::sqlite {
 
 namespace {
 
-bool sameNameNoCase(const std::string &a, const std::string &b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i) {
-    char x = a[i], y = b[i];
-    if (x >= 'A' && x <= 'Z') x = static_cast<char>(x - 'A' + 'a');
-    if (y >= 'A' && y <= 'Z') y = static_cast<char>(y - 'A' + 'a');
-    if (x != y) return false;
-  }
-  return true;
-}
-
 // The table's column for a field name (names compare without case, in
 // ASCII, as SQLite's do), or -1. `hint` is tried first: records of one
 // program give their fields in the table's order.
 int columnOf(const TableInfo &t, const std::string &name, size_t hint) {
-  if (hint < t.columns.size() && sameNameNoCase(t.columns[hint].name, name)) return static_cast<int>(hint);
+  if (hint < t.columns.size() && sameName(t.columns[hint].name, name)) return static_cast<int>(hint);
   for (size_t i = 0; i < t.columns.size(); ++i)
-    if (sameNameNoCase(t.columns[i].name, name)) return static_cast<int>(i);
+    if (sameName(t.columns[i].name, name)) return static_cast<int>(i);
   return -1;
 }
 

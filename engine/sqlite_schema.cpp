@@ -19,6 +19,8 @@
 #include <cctype>
 #include <set>
 
+#include "schema_rules.h"
+
 namespace vantry::engine::sqlite {
 namespace {
 
@@ -27,17 +29,9 @@ std::string upper(std::string s) {
   return s;
 }
 
-bool sameName(const std::string &a, const std::string &b) {
-  return asciiLower(a) == asciiLower(b);
-}
-
 std::string text(sqlite3_stmt *st, int col) {
   const unsigned char *t = sqlite3_column_text(st, col);
   return t ? reinterpret_cast<const char *>(t) : std::string();
-}
-
-std::string notFound(const std::string &table) {
-  return "Table '" + table + "' does not exist.";
 }
 
 // What a retyped field's values must satisfy, as a condition on column `c`
@@ -184,11 +178,7 @@ bool SqliteSchema::isInternalName(const std::string &name) {
 }
 
 bool SqliteSchema::checkName(const std::string &name) {
-  bool blank = name.find_first_not_of(' ') == std::string::npos;
-  // Access keeps out the characters its SQL uses around names, and control characters.
-  bool badChar = false;
-  for (unsigned char c : name) badChar |= c < 32 || c == '.' || c == '!' || c == '`' || c == '[' || c == ']';
-  if (blank || badChar || isInternalName(name) || name.front() == ' ' || name.size() > 64)
+  if (!accessNameShape(name, 64) || isInternalName(name))
     return e_.fail(errc::kInvalidName, "'" + name + "' is not a valid name.");
   return true;
 }
@@ -223,12 +213,12 @@ bool SqliteSchema::localTable(const std::string &table, std::string *declared, T
   if (e_.links_.count(asciiLower(table)))
     return e_.fail(errc::kNotSupported, "Cannot change the design of the linked table '" + table +
                                             "': it belongs to its own database.");
-  if (isInternalName(table)) return e_.fail(errc::kTableNotFound, notFound(table));
+  if (isInternalName(table)) return e_.fail(errc::kTableNotFound, tableNotFound(table));
   Stmt st = e_.prepare("SELECT name, sql FROM sqlite_master WHERE type = 'table' AND name = ?1 COLLATE NOCASE");
   if (!st) return false;
   sqlite3_bind_text(st.get(), 1, table.c_str(), -1, SQLITE_TRANSIENT);
   int rc = sqlite3_step(st.get());
-  if (rc == SQLITE_DONE) return e_.fail(errc::kTableNotFound, notFound(table));
+  if (rc == SQLITE_DONE) return e_.fail(errc::kTableNotFound, tableNotFound(table));
   if (rc != SQLITE_ROW) return e_.failSqlite(rc);
   *declared = text(st.get(), 0);
   if (!parseCreateTable(text(st.get(), 1), ddl))
@@ -276,10 +266,10 @@ bool SqliteSchema::ListTables(bool withQueries, std::vector<std::string> *out) {
 bool SqliteSchema::Structure(const std::string &table, std::vector<FieldSpec> *out) {
   e_.clearError();
   if (!e_.needDatabase()) return false;
-  if (isInternalName(table)) return e_.fail(errc::kTableNotFound, notFound(table));
+  if (isInternalName(table)) return e_.fail(errc::kTableNotFound, tableNotFound(table));
   TableInfo info;
   if (!e_.loadTable(table, &info)) {
-    if (e_.GetLastError().number == errc::kNoSuchTable) return e_.fail(errc::kTableNotFound, notFound(table));
+    if (e_.GetLastError().number == errc::kNoSuchTable) return e_.fail(errc::kTableNotFound, tableNotFound(table));
     return false;
   }
   std::string schemaName;
@@ -544,23 +534,14 @@ bool SqliteSchema::DropField(const std::string &table, const std::string &field)
   // A field of an index, the primary key included.
   std::vector<IndexSpec> indexes;
   if (!ListIndexes(declared, &indexes)) return false;
-  for (const IndexSpec &ix : indexes)
-    for (const std::string &f : ix.fields)
-      if (sameName(f, name))
-        return e_.fail(errc::kFieldInIndex, "Cannot delete the field '" + name + "': it is part of the index '" +
-                                                ix.name + "'.");
+  if (const IndexSpec *ix = indexUsing(indexes, name))
+    return e_.fail(errc::kFieldInIndex, "Cannot delete the field '" + name + "': it is part of the index '" +
+                                            ix->name + "'.");
   std::vector<RelationSpec> relations;
   if (!ListRelations(&relations)) return false;
-  for (const RelationSpec &r : relations) {
-    bool used = false;
-    if (sameName(r.foreignTable, declared))
-      for (const std::string &f : r.foreignFields) used |= sameName(f, name);
-    if (sameName(r.table, declared))
-      for (const std::string &f : r.fields) used |= sameName(f, name);
-    if (used)
-      return e_.fail(errc::kInRelationship, "Cannot delete the field '" + name +
-                                                "': it is part of the relation '" + r.name + "'.");
-  }
+  if (const RelationSpec *r = relationUsing(relations, declared, name))
+    return e_.fail(errc::kInRelationship, "Cannot delete the field '" + name + "': it is part of the relation '" +
+                                              r->name + "'.");
   int columns = 0;
   for (const TablePart &p : ddl.parts) columns += p.isColumn;
   if (columns == 1) return e_.fail(errc::kNoFields, "Cannot delete the only field of table '" + declared + "'.");
@@ -607,16 +588,9 @@ bool SqliteSchema::AlterField(const std::string &table, const FieldSpec &field) 
                                           "nor a field into a counter.");
   std::vector<RelationSpec> relations;
   if (!ListRelations(&relations)) return false;
-  for (const RelationSpec &r : relations) {
-    bool used = false;
-    if (sameName(r.foreignTable, declared))
-      for (const std::string &f : r.foreignFields) used |= sameName(f, col->name);
-    if (sameName(r.table, declared))
-      for (const std::string &f : r.fields) used |= sameName(f, col->name);
-    if (used)
-      return e_.fail(errc::kInRelationship, "Cannot change the field '" + col->name +
-                                                "': it is part of the relation '" + r.name + "'.");
-  }
+  if (const RelationSpec *r = relationUsing(relations, declared, col->name))
+    return e_.fail(errc::kInRelationship, "Cannot change the field '" + col->name +
+                                              "': it is part of the relation '" + r->name + "'.");
   std::string name = col->name;
   col->type = type;
   dropClauses(col, "NOTNULL");

@@ -9,18 +9,14 @@
 // after its two tables, the referenced one first, numbered when the same
 // pair has more than one: the name the SQLite engine gives such a relation.
 #include <algorithm>
-#include <map>
 
+#include "../schema_rules.h"
 #include "pg_text.h"
 #include "pg_schema.h"
 
 namespace vantry::engine::pg {
 
 namespace {
-
-bool sameName(const std::string &a, const std::string &b) {
-  return lower(a) == lower(b);
-}
 
 std::string rule(char action) {
   switch (action) {
@@ -91,10 +87,7 @@ bool PgSchema::ListIndexes(const std::string &table, std::vector<IndexSpec> *out
     }
     indexes.push_back(std::move(ix));
   }
-  std::stable_sort(indexes.begin(), indexes.end(), [](const IndexSpec &a, const IndexSpec &b) {
-    if (a.primary != b.primary) return a.primary;
-    return lower(a.name) < lower(b.name);
-  });
+  orderIndexes(&indexes);
   *out = std::move(indexes);
   return true;
 }
@@ -170,7 +163,6 @@ bool PgSchema::ListRelations(std::vector<RelationSpec> *out) {
       {e_.schema_});
   if (!r) return false;
   std::vector<RelationSpec> relations;
-  std::vector<bool> named;
   std::string last;
   for (int row = 0; row < PQntuples(r.get()); ++row) {
     std::string oid = PQgetvalue(r.get(), row, 0);
@@ -182,25 +174,13 @@ bool PgSchema::ListRelations(std::vector<RelationSpec> *out) {
       rel.foreignTable = PQgetvalue(r.get(), row, 3);
       rel.onUpdate = rule(PQgetvalue(r.get(), row, 4)[0]);
       rel.onDelete = rule(PQgetvalue(r.get(), row, 5)[0]);
-      named.push_back(!serverNamed(rel.name, rel.foreignTable));
+      if (serverNamed(rel.name, rel.foreignTable)) rel.name.clear();  // named below, as SQLite's are
       relations.push_back(std::move(rel));
     }
     relations.back().fields.push_back(PQgetvalue(r.get(), row, 6));
     relations.back().foreignFields.push_back(PQgetvalue(r.get(), row, 7));
   }
-  std::map<std::string, int> used;
-  for (size_t i = 0; i < relations.size(); ++i)
-    if (named[i]) used[lower(relations[i].name)]++;
-  for (size_t i = 0; i < relations.size(); ++i) {
-    if (named[i]) continue;
-    RelationSpec &rel = relations[i];
-    std::string base = rel.table + rel.foreignTable, name = base;
-    for (int n = 1; used.count(lower(name)); ++n) name = base + std::to_string(n);
-    used[lower(name)]++;
-    rel.name = name;
-  }
-  std::stable_sort(relations.begin(), relations.end(),
-                   [](const RelationSpec &a, const RelationSpec &b) { return lower(a.name) < lower(b.name); });
+  nameAndOrderRelations(&relations);
   *out = std::move(relations);
   return true;
 }

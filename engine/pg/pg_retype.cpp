@@ -4,6 +4,7 @@
 // here before anything changes: a value that does not fit the new type
 // (3421), a text longer than a new text size (3163); whatever else the
 // server's conversion refuses is 3421 too, and rolls the change back.
+#include "../schema_rules.h"
 #include "pg_text.h"
 #include "pg_schema.h"
 
@@ -102,16 +103,9 @@ bool PgSchema::AlterField(const std::string &table, const FieldSpec &field) {
                                         "nor a field into a counter.");
   std::vector<RelationSpec> relations;
   if (!ListRelations(&relations)) return false;
-  for (const RelationSpec &r : relations) {
-    bool used = false;
-    if (r.foreignTable == t.name)
-      for (const std::string &f : r.foreignFields) used |= f == col->name;
-    if (r.table == t.name)
-      for (const std::string &f : r.fields) used |= f == col->name;
-    if (used)
-      return e_.fail(errc::kInRelationship, "Cannot change the field '" + col->name + "': it is part of the relation '" +
-                                                r.name + "'.");
-  }
+  if (const RelationSpec *r = relationUsing(relations, t.name, col->name))
+    return e_.fail(errc::kInRelationship, "Cannot change the field '" + col->name + "': it is part of the relation '" +
+                                              r->name + "'.");
   std::string name = col->name, q = quoteIdent(name);
   if (col->counter) type = "integer";  // a counter stays one: only its default and flag are changed
   Conversion conv = conversion(q, col->type, field.type, type);

@@ -10,19 +10,12 @@
 #include <cstring>
 #include <set>
 
+#include "../schema_rules.h"
 #include "../sqlite_schema.h"
 
 namespace vantry::engine::pg {
 
 namespace {
-
-bool sameName(const std::string &a, const std::string &b) {
-  return lower(a) == lower(b);
-}
-
-std::string notFound(const std::string &table) {
-  return "Table '" + table + "' does not exist.";
-}
 
 std::string noField(const std::string &field, const std::string &table) {
   return "Item not found in this collection (no field '" + field + "' in table '" + table + "').";
@@ -126,11 +119,8 @@ bool PgSchema::isInternalName(const std::string &name) {
 }
 
 bool PgSchema::checkName(const std::string &name) {
-  bool blank = name.find_first_not_of(' ') == std::string::npos;
-  bool badChar = false;
-  for (unsigned char c : name) badChar |= c < 32 || c == '.' || c == '!' || c == '`' || c == '[' || c == ']';
   // The server keeps 63 bytes of a name: a longer one would be cut silently.
-  if (blank || badChar || isInternalName(name) || name.front() == ' ' || name.size() > 63)
+  if (!accessNameShape(name, 63) || isInternalName(name))
     return e_.fail(errc::kInvalidName, "'" + name + "' is not a valid name.");
   return true;
 }
@@ -161,14 +151,14 @@ bool PgSchema::checkNewName(const std::string &name) {
 
 bool PgSchema::findTable(const std::string &name, Table *out) {
   if (!e_.needDatabase()) return false;
-  if (isInternalName(name)) return e_.fail(errc::kTableNotFound, notFound(name));
+  if (isInternalName(name)) return e_.fail(errc::kTableNotFound, tableNotFound(name));
   Result r = e_.exec(
       "SELECT c.oid::text, c.relname FROM pg_class c JOIN pg_namespace n ON n.oid = c.relnamespace "
       "WHERE n.nspname = $1 AND lower(c.relname) = lower($2) AND c.relkind IN ('r', 'p') "
       "ORDER BY c.relname = $2 DESC LIMIT 1",
       {e_.schema_, name});
   if (!r) return false;
-  if (PQntuples(r.get()) == 0) return e_.fail(errc::kTableNotFound, notFound(name));
+  if (PQntuples(r.get()) == 0) return e_.fail(errc::kTableNotFound, tableNotFound(name));
   out->oid = PQgetvalue(r.get(), 0, 0);
   out->name = PQgetvalue(r.get(), 0, 1);
   out->qualified = quoteIdent(e_.schema_) + "." + quoteIdent(out->name);
@@ -432,23 +422,14 @@ bool PgSchema::DropField(const std::string &table, const std::string &field) {
   std::string name = col->name;
   std::vector<IndexSpec> indexes;
   if (!ListIndexes(t.name, &indexes)) return false;
-  for (const IndexSpec &ix : indexes)
-    for (const std::string &f : ix.fields)
-      if (sameName(f, name))
-        return e_.fail(errc::kFieldInIndex, "Cannot delete the field '" + name + "': it is part of the index '" +
-                                                ix.name + "'.");
+  if (const IndexSpec *ix = indexUsing(indexes, name))
+    return e_.fail(errc::kFieldInIndex, "Cannot delete the field '" + name + "': it is part of the index '" +
+                                            ix->name + "'.");
   std::vector<RelationSpec> relations;
   if (!ListRelations(&relations)) return false;
-  for (const RelationSpec &r : relations) {
-    bool used = false;
-    if (sameName(r.foreignTable, t.name))
-      for (const std::string &f : r.foreignFields) used |= sameName(f, name);
-    if (sameName(r.table, t.name))
-      for (const std::string &f : r.fields) used |= sameName(f, name);
-    if (used)
-      return e_.fail(errc::kInRelationship, "Cannot delete the field '" + name + "': it is part of the relation '" +
-                                                r.name + "'.");
-  }
+  if (const RelationSpec *r = relationUsing(relations, t.name, name))
+    return e_.fail(errc::kInRelationship, "Cannot delete the field '" + name + "': it is part of the relation '" +
+                                              r->name + "'.");
   if (cols.size() == 1) return e_.fail(errc::kNoFields, "Cannot delete the only field of table '" + t.name + "'.");
   forget(t.name);
   if (change({"ALTER TABLE " + t.qualified + " DROP COLUMN " + quoteIdent(name)})) return true;
