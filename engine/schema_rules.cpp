@@ -54,6 +54,20 @@ void nameAndOrderRelations(std::vector<RelationSpec> *relations) {
   });
 }
 
+const RelationSpec *relationNamed(const std::vector<RelationSpec> &relations, const std::string &name) {
+  const RelationSpec *found = nullptr;
+  for (const RelationSpec &r : relations)
+    if (sameName(r.name, name)) found = &r;
+  return found;
+}
+
+const RelationSpec *relationFromAnother(const std::vector<RelationSpec> &relations,
+                                        const std::string &table) {
+  for (const RelationSpec &r : relations)
+    if (sameName(r.table, table) && !sameName(r.foreignTable, table)) return &r;
+  return nullptr;
+}
+
 const IndexSpec *indexUsing(const std::vector<IndexSpec> &indexes, const std::string &field) {
   for (const IndexSpec &ix : indexes)
     if (hasName(ix.fields, field)) return &ix;

@@ -38,6 +38,12 @@ void orderIndexes(std::vector<IndexSpec> *indexes);
 // of the same pair numbered as Access numbers them; then all by name without regard to case.
 void nameAndOrderRelations(std::vector<RelationSpec> *relations);
 
+// The relation of that name (the last, should two have it), or null.
+const RelationSpec *relationNamed(const std::vector<RelationSpec> &relations, const std::string &name);
+
+// The first relation by which another table refers to `table`, or null.
+const RelationSpec *relationFromAnother(const std::vector<RelationSpec> &relations, const std::string &table);
+
 // The first index with `field` among its fields, or null.
 const IndexSpec *indexUsing(const std::vector<IndexSpec> &indexes, const std::string &field);
 

@@ -267,9 +267,7 @@ bool SqliteSchema::DeleteRelation(const std::string &name) {
   if (!e_.needWritable()) return false;
   std::vector<RelationSpec> relations;
   if (!ListRelations(&relations)) return false;
-  const RelationSpec *found = nullptr;
-  for (const RelationSpec &r : relations)
-    if (sameName(r.name, name)) found = &r;
+  const RelationSpec *found = relationNamed(relations, name);
   if (!found) return e_.fail(errc::kItemNotFound, "Item not found in this collection (no relation '" + name + "').");
   std::string declared;
   TableDdl ddl;

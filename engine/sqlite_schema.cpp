@@ -661,11 +661,9 @@ bool SqliteSchema::DeleteTable(const std::string &table) {
   if (!localTable(table, &declared, &ddl)) return false;
   std::vector<RelationSpec> relations;
   if (!ListRelations(&relations)) return false;
-  for (const RelationSpec &r : relations)
-    if (sameName(r.table, declared) && !sameName(r.foreignTable, declared))
-      return e_.fail(errc::kInRelationship, "Cannot delete the table '" + declared +
-                                                "': it is part of the relation '" + r.name + "' with '" +
-                                                r.foreignTable + "'.");
+  if (const RelationSpec *r = relationFromAnother(relations, declared))
+    return e_.fail(errc::kInRelationship, "Cannot delete the table '" + declared + "': it is part of the relation '" +
+                                              r->name + "' with '" + r->foreignTable + "'.");
   e_.forgetTable(declared);
   if (!e_.exec("DROP TABLE " + quoteIdent(declared))) return false;
   e_.afterWrite(nullptr);

@@ -59,6 +59,14 @@ int64_t nowNanos() {
   return env().monotonicNanos();
 }
 
+// The parameters as libpq takes them: a text each, null for a null.
+std::vector<const char *> paramValues(const std::vector<std::optional<std::string>> &params) {
+  std::vector<const char *> values;
+  values.reserve(params.size());
+  for (const auto &p : params) values.push_back(p ? p->c_str() : nullptr);
+  return values;
+}
+
 }  // namespace
 
 bool serverUrlOf(const std::string &path, std::string *url) {
@@ -173,22 +181,26 @@ bool PgEngine::needWritable() {
   return true;
 }
 
-Result PgEngine::exec(const std::string &sql, const std::vector<std::optional<std::string>> &params) {
+bool PgEngine::canSend() {
   drain();
-  if (!conn_) {
-    fail(errc::kNoDatabase, "Object invalid or no longer set: no database is open.");
-    return nullptr;
-  }
-  std::vector<const char *> values;
-  values.reserve(params.size());
-  for (const auto &p : params) values.push_back(p ? p->c_str() : nullptr);
+  if (conn_) return true;
+  fail(errc::kNoDatabase, "Object invalid or no longer set: no database is open.");
+  return false;
+}
+
+bool PgEngine::answered(const Result &r) {
+  ExecStatusType st = r ? PQresultStatus(r.get()) : PGRES_FATAL_ERROR;
+  if (st != PGRES_COMMAND_OK && st != PGRES_TUPLES_OK) return false;
+  lastContact_ = nowNanos();
+  return true;
+}
+
+Result PgEngine::exec(const std::string &sql, const std::vector<std::optional<std::string>> &params) {
+  if (!canSend()) return nullptr;
+  std::vector<const char *> values = paramValues(params);
   Result r(PQexecParams(conn_, sql.c_str(), static_cast<int>(values.size()), nullptr, values.data(), nullptr,
                         nullptr, 0));
-  ExecStatusType st = r ? PQresultStatus(r.get()) : PGRES_FATAL_ERROR;
-  if (st == PGRES_COMMAND_OK || st == PGRES_TUPLES_OK) {
-    lastContact_ = nowNanos();
-    return r;
-  }
+  if (answered(r)) return r;
   failFrom(r.get());
   return nullptr;
 }
@@ -198,8 +210,7 @@ bool PgEngine::askAhead(const std::string &sql, const std::vector<std::optional<
   drain();
   auto it = prepared_.find(sql);
   if (!conn_ || it == prepared_.end()) return false;
-  std::vector<const char *> values;
-  for (const auto &p : params) values.push_back(p ? p->c_str() : nullptr);
+  std::vector<const char *> values = paramValues(params);
   if (!PQsendQueryPrepared(conn_, it->second.c_str(), static_cast<int>(values.size()), values.data(), nullptr, nullptr,
                            0))
     return false;
@@ -229,14 +240,8 @@ void PgEngine::drain() {
 }
 
 Result PgEngine::run(const std::string &sql, const std::vector<std::optional<std::string>> &params) {
-  drain();
-  if (!conn_) {
-    fail(errc::kNoDatabase, "Object invalid or no longer set: no database is open.");
-    return nullptr;
-  }
-  std::vector<const char *> values;
-  values.reserve(params.size());
-  for (const auto &p : params) values.push_back(p ? p->c_str() : nullptr);
+  if (!canSend()) return nullptr;
+  std::vector<const char *> values = paramValues(params);
   const int n = static_cast<int>(values.size());
   for (int attempt = 0;; ++attempt) {
     auto it = prepared_.find(sql);
@@ -254,11 +259,7 @@ Result PgEngine::run(const std::string &sql, const std::vector<std::optional<std
       it = prepared_.emplace(sql, std::move(name)).first;
     }
     Result r(PQexecPrepared(conn_, it->second.c_str(), n, values.data(), nullptr, nullptr, 0));
-    ExecStatusType st = r ? PQresultStatus(r.get()) : PGRES_FATAL_ERROR;
-    if (st == PGRES_COMMAND_OK || st == PGRES_TUPLES_OK) {
-      lastContact_ = nowNanos();
-      return r;
-    }
+    if (answered(r)) return r;
     // A table changed under the statement (its columns' types) or a
     // statement the server no longer knows: prepared again, once, when no
     // work is open (a failure inside work has ended that work).

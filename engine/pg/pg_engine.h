@@ -166,6 +166,12 @@ class PgEngine : public Engine {
   bool askAhead(const std::string &sql, const std::vector<std::optional<std::string>> &params, const Ahead &what);
   Result takeAhead(uint64_t cursor, size_t from, size_t to, int64_t *asked);
   void drain();
+  // Whether a statement can be sent: an answer read ahead is taken and
+  // dropped, and a connection must be there (else "no database is open").
+  bool canSend();
+  // Whether a statement's result is an answer (rows, or done); the time of
+  // the server's answer is noted.
+  bool answered(const Result &r);
 
   // Tables and values (pg_values.cpp).
   bool loadTable(const std::string &name, PgTable *out);

@@ -190,9 +190,7 @@ bool PgSchema::DeleteRelation(const std::string &name) {
   if (!writable()) return false;
   std::vector<RelationSpec> relations;
   if (!ListRelations(&relations)) return false;
-  const RelationSpec *found = nullptr;
-  for (const RelationSpec &r : relations)
-    if (sameName(r.name, name)) found = &r;
+  const RelationSpec *found = relationNamed(relations, name);
   if (!found) return e_.fail(errc::kItemNotFound, "Item not found in this collection (no relation '" + name + "').");
   // The server's own name of the constraint: the listed one may be made up.
   std::string fields;
@@ -232,9 +230,8 @@ bool PgSchema::CreateRelation(const RelationSpec &rel) {
   }
   std::vector<RelationSpec> relations;
   if (!ListRelations(&relations)) return false;
-  for (const RelationSpec &r : relations)
-    if (!rel.name.empty() && sameName(r.name, rel.name))
-      return e_.fail(errc::kObjectExists, "Object '" + rel.name + "' already exists.");
+  if (!rel.name.empty() && relationNamed(relations, rel.name))
+    return e_.fail(errc::kObjectExists, "Object '" + rel.name + "' already exists.");
   forget(child.name);
   std::string sql = "ALTER TABLE " + child.qualified + " ADD " +
                     (rel.name.empty() ? std::string() : "CONSTRAINT " + quoteIdent(rel.name) + " ") + "FOREIGN KEY (" +

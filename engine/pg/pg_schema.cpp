@@ -500,10 +500,9 @@ bool PgSchema::DeleteTable(const std::string &table) {
   if (!writable() || !findTable(table, &t)) return false;
   std::vector<RelationSpec> relations;
   if (!ListRelations(&relations)) return false;
-  for (const RelationSpec &r : relations)
-    if (sameName(r.table, t.name) && !sameName(r.foreignTable, t.name))
-      return e_.fail(errc::kInRelationship, "Cannot delete the table '" + t.name + "': it is part of the relation '" +
-                                                r.name + "' with '" + r.foreignTable + "'.");
+  if (const RelationSpec *r = relationFromAnother(relations, t.name))
+    return e_.fail(errc::kInRelationship, "Cannot delete the table '" + t.name + "': it is part of the relation '" +
+                                              r->name + "' with '" + r->foreignTable + "'.");
   forget(t.name);
   if (change({"DROP TABLE " + t.qualified})) return true;
   explainDependents("the table '" + t.name + "'");
