@@ -92,8 +92,7 @@ bool PgSchema::AlterField(const std::string &table, const FieldSpec &field) {
   e_.clearError();
   Table t;
   std::vector<Column> cols;
-  if (!writable() || !findTable(table, &t) || !columnsOf(t, &cols)) return false;
-  const Column *col = columnNamed(cols, t, field.name);
+  const Column *col = fieldToChange(table, field.name, &t, &cols);
   if (!col) return false;
   std::string type;
   bool byte = false;

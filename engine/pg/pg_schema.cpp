@@ -412,12 +412,17 @@ bool PgSchema::AddField(const std::string &table, const FieldSpec &field) {
   return change({sql});
 }
 
+const PgSchema::Column *PgSchema::fieldToChange(const std::string &table, const std::string &field, Table *t,
+                                               std::vector<Column> *cols) {
+  if (!writable() || !findTable(table, t) || !columnsOf(*t, cols)) return nullptr;
+  return columnNamed(*cols, *t, field);
+}
+
 bool PgSchema::DropField(const std::string &table, const std::string &field) {
   e_.clearError();
   Table t;
   std::vector<Column> cols;
-  if (!writable() || !findTable(table, &t) || !columnsOf(t, &cols)) return false;
-  const Column *col = columnNamed(cols, t, field);
+  const Column *col = fieldToChange(table, field, &t, &cols);
   if (!col) return false;
   std::string name = col->name;
   std::vector<IndexSpec> indexes;
@@ -457,8 +462,7 @@ bool PgSchema::SetRequired(const std::string &table, const std::string &field, b
   e_.clearError();
   Table t;
   std::vector<Column> cols;
-  if (!writable() || !findTable(table, &t) || !columnsOf(t, &cols)) return false;
-  const Column *col = columnNamed(cols, t, field);
+  const Column *col = fieldToChange(table, field, &t, &cols);
   if (!col) return false;
   if (col->notNull == required) return true;
   std::string name = quoteIdent(col->name);

@@ -84,6 +84,10 @@ class PgSchema final : public Schema {
   bool findTable(const std::string &name, Table *out);
   bool columnsOf(const Table &t, std::vector<Column> *out);
   const Column *columnNamed(const std::vector<Column> &cols, const Table &t, const std::string &field);
+  // A field to change: the database writable, its table found and its
+  // columns read into t and cols, the field among them; null (with the
+  // error set) when any of these fails.
+  const Column *fieldToChange(const std::string &table, const std::string &field, Table *t, std::vector<Column> *cols);
   static bool isInternalName(const std::string &name);
   bool checkName(const std::string &name);
   bool checkNewName(const std::string &name);
