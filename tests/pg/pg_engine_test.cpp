@@ -12,11 +12,13 @@
 
 #include "engine/engine.h"
 #include "engine/schema.h"
+#include "moved_clock.h"
 #include "pg_server.h"
 
 namespace vantry::engine {
 namespace {
 
+using testing::MovedClock;
 using testing::PgServer;
 
 std::string show(const Record &r, const std::string &name) {
@@ -208,20 +210,6 @@ INSTANTIATE_TEST_SUITE_P(Engines, BothEngines, ::testing::Values("sqlite", "post
                          [](const auto &info) { return info.param; });
 
 // --- What only a server has ---
-
-// The engine's clock, moved on at will: records and keys read ahead are
-// served for a few milliseconds, and a test moves past that instead of
-// hoping the machine is slow enough.
-class MovedClock : public EnvWrapper {
- public:
-  MovedClock() : EnvWrapper(defaultEnv()) { setEnv(this); }
-  ~MovedClock() override { setEnv(nullptr); }
-  int64_t monotonicNanos() override { return target()->monotonicNanos() + shift_; }
-  void later() { shift_ += 1'000'000'000; }
-
- private:
-  int64_t shift_ = 0;
-};
 
 class PgServerTest : public ::testing::Test {
  protected:

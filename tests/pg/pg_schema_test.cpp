@@ -14,6 +14,7 @@
 #include "engine/engine.h"
 #include "engine/schema.h"
 #include "../../engine/pg/pg_engine.h"
+#include "moved_clock.h"
 #include "pg_server.h"
 
 // Field lists are written as {name, type, size, scale, required}; a default is
@@ -23,6 +24,7 @@
 namespace vantry::engine {
 namespace {
 
+using testing::MovedClock;
 using testing::PgServer;
 
 class TempDir {
@@ -460,19 +462,6 @@ INSTANTIATE_TEST_SUITE_P(Engines, BothSchemas, ::testing::Values("sqlite", "post
                          [](const auto &info) { return info.param; });
 
 // --- What only a server has ---
-
-// The engine's clock, moved on at will: the names the translator knows are
-// read again after a second, and a test moves past that instead of waiting.
-class MovedClock : public EnvWrapper {
- public:
-  MovedClock() : EnvWrapper(defaultEnv()) { setEnv(this); }
-  ~MovedClock() override { setEnv(nullptr); }
-  int64_t monotonicNanos() override { return target()->monotonicNanos() + shift_; }
-  void later() { shift_ += 2'000'000'000; }
-
- private:
-  int64_t shift_ = 0;
-};
 
 class PgServerSchema : public BothSchemas {};
 
